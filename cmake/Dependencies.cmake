@@ -1,0 +1,48 @@
+# Third-party dependencies, all from Debian 12 packages (scripts/setup installs
+# them). Each one is here because it is the tool made for the job:
+#   fmt            - formatting of messages and reports
+#   CLI11          - the orvo command line
+#   OpenImageIO    - every image read and write
+#   OpenColorIO    - colour management
+#   embree 3       - ray intersection in the reference renderer
+#   tinyobjloader  - Wavefront OBJ meshes
+#   Threads        - render threads
+#   GTest          - unit tests
+#   benchmark      - Google Benchmark programs in bench/
+# Some Debian package files name include folders that are not there:
+# OpenImageIO lists /usr/include/opencv4 without depending on OpenCV, and
+# OpenColorIO, installed into /usr/share/cmake, works out its prefix as /.
+# The headers themselves sit in /usr/include, so the missing folders are
+# simply dropped.
+function(orvo_drop_missing_include_dirs target)
+    foreach(prop INTERFACE_INCLUDE_DIRECTORIES INTERFACE_SYSTEM_INCLUDE_DIRECTORIES)
+        get_target_property(dirs ${target} ${prop})
+        if(dirs)
+            set(kept)
+            foreach(dir IN LISTS dirs)
+                if(EXISTS "${dir}")
+                    list(APPEND kept "${dir}")
+                endif()
+            endforeach()
+            set_target_properties(${target} PROPERTIES ${prop} "${kept}")
+        endif()
+    endforeach()
+endfunction()
+
+find_package(Threads REQUIRED)
+find_package(fmt REQUIRED)
+find_package(CLI11 REQUIRED)
+find_package(OpenImageIO REQUIRED)
+# Debian installs the OpenColorIO package file straight into /usr/share/cmake.
+find_package(OpenColorIO REQUIRED HINTS /usr/share/cmake)
+orvo_drop_missing_include_dirs(OpenImageIO::OpenImageIO)
+orvo_drop_missing_include_dirs(OpenColorIO::OpenColorIO)
+find_package(embree 3 REQUIRED)
+find_package(tinyobjloader REQUIRED)
+
+if(ORVO_TESTS)
+    find_package(GTest REQUIRED)
+endif()
+if(ORVO_BENCH)
+    find_package(benchmark REQUIRED)
+endif()

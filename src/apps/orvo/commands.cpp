@@ -1,0 +1,43 @@
+#include <CLI/CLI.hpp>
+
+#include "apps/orvo/cli.h"
+
+namespace orvo::cli {
+
+namespace {
+
+struct PendingCommand {
+    const char* name;
+    const char* description;
+};
+
+// Commands that are announced but whose machinery is not in this build yet.
+// They accept any arguments so that scripts written against the final
+// interface get the honest answer rather than a parse error.
+constexpr PendingCommand kPendingCommands[] = {
+    {"render", "Render a scene (the built-in default scene without one)"},
+    {"shade", "Shade a grid of samples through a shading group"},
+    {"eval", "Evaluate plugs of a scene and print their values"},
+    {"compile", "Print the compile report of a shading group"},
+    {"names", "Preview the output file names of a render"},
+    {"maketx", "Write a block-ordered texture from an image"},
+    {"nodes", "List the registered node types and their attributes"},
+    {"info", "Describe a block-ordered texture, depth map or image"},
+};
+
+} // namespace
+
+void addCommands(CLI::App& app, CommandRun& run) {
+    for (const PendingCommand& command : kPendingCommands) {
+        CLI::App* sub = app.add_subcommand(command.name, command.description);
+        sub->allow_extras();
+        const std::string name = command.name;
+        sub->callback([&run, name] {
+            run = [name]() -> int {
+                throw UserError("orvo " + name + ": not yet available");
+            };
+        });
+    }
+}
+
+} // namespace orvo::cli

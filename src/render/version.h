@@ -1,0 +1,4 @@
+#pragma once
+
+// Version of the reference renderer library.
+const char* OrvoRenderVersion();
