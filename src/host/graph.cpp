@@ -592,7 +592,7 @@ void TdependGraph::setPlugValueFromWords(const Tplug& plug, const std::vector<st
     }
     a.destroyValue(tmp);
     if (!error.empty())
-        throw TgraphError(fmt::format("'{}' ({}) {}", plug.name(), a.className(), error));
+        throw TgraphError(fmt::format("'{}' ({}): {}", plug.name(), a.className(), error));
 }
 
 // ---------------------------------------------------------------- commands
@@ -656,7 +656,7 @@ void TDGcommand::newPlugValue(const Tplug& plug, const std::vector<std::string>&
     auto next = std::make_shared<ValueCopy>(a);
     const std::string error = a.parseValue(words, next->data());
     if (!error.empty())
-        throw TgraphError(fmt::format("'{}' ({}) {}", plug.name(), a.className(), error));
+        throw TgraphError(fmt::format("'{}' ({}): {}", plug.name(), a.className(), error));
 
     // Remember the old value, and whether an array element had to be made.
     bool existed = true;

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <functional>
+#include <iosfwd>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "host/qsl/parser.h"
+
+class TdependGraph;
+class TDGcommand;
+
+namespace qsl {
+
+// An error while running a script: a statement that the graph refused. It
+// reads like a parse error, "FILE:LINE: error: MESSAGE".
+class ScriptError : public ParseError {
+public:
+    using ParseError::ParseError;
+};
+
+// Runs Qsl scripts against a graph. A script is parsed whole, then its
+// statements are applied as one undoable command: when any statement fails,
+// everything the script did is undone and the graph is as it was.
+class Interpreter {
+public:
+    struct Context {
+        Interpreter& interpreter;
+        TdependGraph& graph;
+        TDGcommand& command;
+        const Statement& statement;
+        std::ostream& out;
+    };
+    using Command = std::function<void(Context&)>;
+
+    explicit Interpreter(TdependGraph& graph);
+    Interpreter(TdependGraph& graph, std::ostream& out);
+
+    // Throws ParseError or ScriptError; the graph is unchanged then.
+    void runFile(const std::string& path);
+    void runText(std::string_view text, const std::string& fileName);
+
+    // Adds or replaces a command.
+    void addCommand(const std::string& name, Command command);
+
+    // For command implementations: an error at an argument (or at the
+    // statement when `arg` is -1), naming the offending word.
+    [[noreturn]] static void fail(const Statement& statement, int arg, const std::string& message);
+
+private:
+    void runStatements(const std::vector<Statement>& statements, TDGcommand& command);
+    void sourceFile(Context& context);
+
+    TdependGraph& fGraph;
+    std::ostream& fOut;
+    std::map<std::string, Command> fCommands;
+    std::vector<std::string> fSourcing; // files being run, outermost first
+};
+
+// Writes the graph as a Qsl scene: nodes in creation order, the values that
+// differ from their defaults, then the connections. Loading the text gives
+// the same nodes, values and connections.
+std::string writeScene(const TdependGraph& graph);
+
+} // namespace qsl
