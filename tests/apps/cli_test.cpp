@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+
 #include "support/run_tool.h"
 
 namespace {
@@ -37,6 +40,78 @@ TEST(OrvoTool, UnknownOptionIsAOneLineUserError) {
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(countLines(result.err), 1) << result.err;
     EXPECT_NE(result.err.find("--frobnicate"), std::string::npos);
+}
+
+class OrvoScene : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir = std::filesystem::temp_directory_path() /
+              ("orvo-cli-" + std::string(::testing::UnitTest::GetInstance()
+                                             ->current_test_info()
+                                             ->name()));
+        std::filesystem::create_directories(dir);
+    }
+    void TearDown() override { std::filesystem::remove_all(dir); }
+    std::string write(const std::string& name, const std::string& text) {
+        const auto path = dir / name;
+        std::ofstream(path) << text;
+        return path.string();
+    }
+    std::filesystem::path dir;
+};
+
+TEST_F(OrvoScene, EvalPrintsOneLinePerPlug) {
+    const std::string scene = write("s.qsl", "node reverse a\nnode reverse b\n"
+                                             "set a.input 0.25 0.5 2\n"
+                                             "connect a.output b.input\n");
+    const ToolResult text = runTool({"eval", scene, "b.output", "a.ox"});
+    EXPECT_EQ(text.exitCode, 0) << text.err;
+    EXPECT_EQ(text.out, "b.output = 0.25 0.5 2\na.ox = 0.75\n");
+
+    const ToolResult json = runTool({"eval", "--json", scene, "b.output", "a.ox"});
+    EXPECT_EQ(json.exitCode, 0) << json.err;
+    EXPECT_EQ(json.out, "{\"b.output\": [0.25, 0.5, 2], \"a.ox\": 0.75}\n");
+}
+
+TEST_F(OrvoScene, BadScenesAndPlugsAreUserErrorsWithNoOutput) {
+    const std::string scene = write("bad.qsl", "node reverse a\nset a.input 1 2\n");
+    const ToolResult bad = runTool({"eval", scene, "a.output"});
+    EXPECT_EQ(bad.exitCode, 1);
+    EXPECT_EQ(bad.out, "");
+    EXPECT_EQ(bad.err, scene + ":2: error: 'a.input' (Tattribute3Float): expects 3 values, got 2\n");
+
+    const std::string good = write("good.qsl", "node reverse a\n");
+    const ToolResult typo = runTool({"eval", good, "a.output", "a.outptu"});
+    EXPECT_EQ(typo.exitCode, 1);
+    EXPECT_EQ(typo.out, ""); // nothing printed before the error
+    EXPECT_NE(typo.err.find("no attribute 'outptu'"), std::string::npos) << typo.err;
+
+    const ToolResult missing = runTool({"eval", (dir / "none.qsl").string(), "a.output"});
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_NE(missing.err.find("none.qsl: error: no such scene file"), std::string::npos);
+}
+
+TEST(OrvoTool, NodesListsTypesAndDescribesOne) {
+    const ToolResult all = runTool({"nodes"});
+    EXPECT_EQ(all.exitCode, 0);
+    EXPECT_NE(all.out.find("reverse"), std::string::npos);
+    EXPECT_NE(all.out.find("RRVS"), std::string::npos);
+
+    const ToolResult one = runTool({"nodes", "reverse"});
+    EXPECT_EQ(one.exitCode, 0);
+    EXPECT_NE(one.out.find("kReverse"), std::string::npos);
+    EXPECT_NE(one.out.find("inputX"), std::string::npos);
+
+    const ToolResult json = runTool({"nodes", "--json", "reverse"});
+    EXPECT_EQ(json.exitCode, 0);
+    EXPECT_NE(json.out.find("{\"long\": \"input\", \"short\": \"i\", \"class\": "
+                            "\"Tattribute3Float\", \"parent\": null, \"default\": [0, 0, 0]"),
+              std::string::npos)
+        << json.out;
+
+    const ToolResult unknown = runTool({"nodes", "revers"});
+    EXPECT_EQ(unknown.exitCode, 1);
+    EXPECT_EQ(countLines(unknown.err), 1);
 }
 
 TEST(OrvoTool, NoCommandShowsUsageAndFails) {
