@@ -46,9 +46,8 @@ class OrvoScene : public ::testing::Test {
 protected:
     void SetUp() override {
         dir = std::filesystem::temp_directory_path() /
-              ("orvo-cli-" + std::string(::testing::UnitTest::GetInstance()
-                                             ->current_test_info()
-                                             ->name()));
+              ("orvo-cli-" +
+               std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
         std::filesystem::create_directories(dir);
     }
     void TearDown() override { std::filesystem::remove_all(dir); }
@@ -78,7 +77,8 @@ TEST_F(OrvoScene, BadScenesAndPlugsAreUserErrorsWithNoOutput) {
     const ToolResult bad = runTool({"eval", scene, "a.output"});
     EXPECT_EQ(bad.exitCode, 1);
     EXPECT_EQ(bad.out, "");
-    EXPECT_EQ(bad.err, scene + ":2: error: 'a.input' (Tattribute3Float): expects 3 values, got 2\n");
+    EXPECT_EQ(bad.err,
+              scene + ":2: error: 'a.input' (Tattribute3Float): expects 3 values, got 2\n");
 
     const std::string good = write("good.qsl", "node reverse a\n");
     const ToolResult typo = runTool({"eval", good, "a.output", "a.outptu"});

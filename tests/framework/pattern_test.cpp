@@ -14,9 +14,9 @@ ORVO_REGISTER_NODE(TdnTestUnused)
 ORVO_DEPENDENCIES(TdnTestUnused) {}
 
 // Two attributes clash on a short name; the one after them must still go in.
-#define ORVO_SCHEMA_TdnTestClash(A, C2, C3)                                                       \
-    A(TattributeFloat, First, "first", "f", .input())                                             \
-    A(TattributeFloat, Second, "second", "f", .input())                                           \
+#define ORVO_SCHEMA_TdnTestClash(A, C2, C3)                                                        \
+    A(TattributeFloat, First, "first", "f", .input())                                              \
+    A(TattributeFloat, Second, "second", "f", .input())                                            \
     A(TattributeFloat, Third, "third", "t", .input())
 ORVO_NODE(TdnTestClash, TdependNode, "testClash", "TCLS", 9002, "kTestClash", "test/clash",
           "n_testClash")
@@ -26,11 +26,13 @@ ORVO_DEPENDENCIES(TdnTestClash) {}
 
 // A shading type deriving from reverse's type: attributes are inherited.
 #define ORVO_SCHEMA_TdnTestDerived(A, C2, C3) A(TattributeFloat, Gain, "gain", "gn", .input())
-ORVO_NODE(TdnTestDerived, TdnReverse, "testDerived", "TDRV", 9003, "kTestDerived",
-          "test/derived", "n_testDerived")
+ORVO_NODE(TdnTestDerived, TdnReverse, "testDerived", "TDRV", 9003, "kTestDerived", "test/derived",
+          "n_testDerived")
 class TdnTestDerived : public TdnPattern<TdnTestDerived, TdnReverse> {};
 ORVO_REGISTER_NODE(TdnTestDerived)
-ORVO_DEPENDENCIES(TdnTestDerived) { affectsAll(m, Gain, TdnReverse::aOutput); }
+ORVO_DEPENDENCIES(TdnTestDerived) {
+    affectsAll(m, Gain, TdnReverse::aOutput);
+}
 
 namespace {
 

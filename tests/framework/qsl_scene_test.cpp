@@ -54,15 +54,24 @@ TEST_F(QslScene, AFailingScriptLeavesTheGraphAsItWas) {
     const std::string before = snapshot(graph);
 
     const std::vector<std::pair<std::string, std::string>> cases = {
-        {"node reverse x\nset keep.input 4 5 6\nnode lambart y\n", "bad.qsl:3: error: unknown node type 'lambart'"},
-        {"node reverse x\nset x.inptu 1 2 3\n", "bad.qsl:2: error: node 'x' (reverse) has no attribute 'inptu'"},
-        {"node reverse x\nset x.input 1 2\n", "bad.qsl:2: error: 'x.input' (Tattribute3Float): expects 3 values, got 2"},
-        {"node reverse x\nconnect keep.output x.inputX\n", "bad.qsl:2: error: cannot connect 'keep.output' (Tattribute3Float) to 'x.inputX' (TattributeFloat): the values do not match"},
-        {"node reverse x\nconnect keep.output x.input\ndisconnect keep.output x.input\ndisconnect keep.output x.input\n", "bad.qsl:4: error: 'keep.output' is not connected to 'x.input'"},
-        {"node reverse x\nsource \"missing.qsl\"\n", "bad.qsl:2: error: cannot source 'missing.qsl': no such file"},
+        {"node reverse x\nset keep.input 4 5 6\nnode lambart y\n",
+         "bad.qsl:3: error: unknown node type 'lambart'"},
+        {"node reverse x\nset x.inptu 1 2 3\n",
+         "bad.qsl:2: error: node 'x' (reverse) has no attribute 'inptu'"},
+        {"node reverse x\nset x.input 1 2\n",
+         "bad.qsl:2: error: 'x.input' (Tattribute3Float): expects 3 values, got 2"},
+        {"node reverse x\nconnect keep.output x.inputX\n",
+         "bad.qsl:2: error: cannot connect 'keep.output' (Tattribute3Float) to 'x.inputX' "
+         "(TattributeFloat): the values do not match"},
+        {"node reverse x\nconnect keep.output x.input\ndisconnect keep.output x.input\ndisconnect "
+         "keep.output x.input\n",
+         "bad.qsl:4: error: 'keep.output' is not connected to 'x.input'"},
+        {"node reverse x\nsource \"missing.qsl\"\n",
+         "bad.qsl:2: error: cannot source 'missing.qsl': no such file"},
         {"node reverse x\nfrobnicate x\n", "bad.qsl:2: error: unknown command 'frobnicate'"},
         {"node reverse keep\n", "bad.qsl:1: error: a node named 'keep' already exists"},
-        {"node reverse x\nset x.input 1 2 \"three\"\n", "bad.qsl:2: error: 'x.input' (Tattribute3Float): 'three' is not a number"},
+        {"node reverse x\nset x.input 1 2 \"three\"\n",
+         "bad.qsl:2: error: 'x.input' (Tattribute3Float): 'three' is not a number"},
     };
     for (const auto& [script, message] : cases) {
         try {
@@ -93,8 +102,7 @@ TEST_F(QslScene, SourceIsRelativeToTheFileAndRefusesLoops) {
         second.runFile((dir / "loop1.qsl").string());
         ADD_FAILURE() << "a loop of sourced files ran";
     } catch (const qsl::ScriptError& e) {
-        EXPECT_NE(std::string(e.what()).find("loop2.qsl:1: error:"), std::string::npos)
-            << e.what();
+        EXPECT_NE(std::string(e.what()).find("loop2.qsl:1: error:"), std::string::npos) << e.what();
         EXPECT_NE(std::string(e.what()).find("would loop"), std::string::npos);
     }
     EXPECT_TRUE(other.nodes().empty());
