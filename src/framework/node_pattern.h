@@ -111,6 +111,15 @@ struct TdnVSBase : public TdependNodeVS, public TdnKernel<T> {
     }
 
 protected:
+    // An attribute with the children its own class built, depth first (a
+    // light data record makes its fields itself). Children that a later
+    // entry attaches with childOf are entries of their own.
+    void ownTree(Tattribute& a) {
+        fOwn.push_back(&a);
+        for (Tattribute* c : a.children())
+            ownTree(*c);
+    }
+
     bool parentDependencies(TdependencyMatrix& m) {
         TdependNodeVS* parent = Parent::sVsBaseData();
         return !parent || parent == this || parent->setupDependencies(m);
@@ -156,8 +165,6 @@ protected:
 // ---- descriptor members
 #define ORVO_VS_MEMBER_A(Class, Name, Long, Short, Setup) Class Name{Long, Short};
 #define ORVO_VS_MEMBER_C2(Class, Name, Long, Short, Sfx, PSetup, CSetup)                           \
-    ORVO_VS_MEMBER_C2_(Class, Name, Long, Short, Sfx)
-#define ORVO_VS_MEMBER_C2_(Class, Name, Long, Short, Sfx)                                          \
     ORVO_PP_EXPAND(ORVO_VS_MEMBER_C2__(Class, Name, Long, Short, Sfx))
 #define ORVO_VS_MEMBER_C2__(Class, Name, Long, Short, S1, S2, s1, s2)                              \
     Class Name{Long, Short};                                                                       \
@@ -188,7 +195,7 @@ protected:
 // ---- setups (second pass), and the list of own attributes
 #define ORVO_VS_SETUP_A(Class, Name, Long, Short, Setup)                                           \
     Name Setup;                                                                                    \
-    fOwn.push_back(&Name);
+    this->ownTree(Name);
 #define ORVO_VS_SETUP_C2(Class, Name, Long, Short, Sfx, PSetup, CSetup)                            \
     ORVO_PP_EXPAND(ORVO_VS_SETUP_C2__(Name, PSetup, CSetup, Sfx))
 #define ORVO_VS_SETUP_C2__(Name, PSetup, CSetup, S1, S2, s1, s2)                                   \
