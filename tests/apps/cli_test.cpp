@@ -91,6 +91,20 @@ TEST_F(OrvoScene, BadScenesAndPlugsAreUserErrorsWithNoOutput) {
     EXPECT_NE(missing.err.find("none.qsl: error: no such scene file"), std::string::npos);
 }
 
+TEST(OrvoTool, EvalGivesTheUtilityEdgeCases) {
+    const std::string scene = std::string(ORVO_TEST_DATA_DIR) + "/scenes/utility_edges.qsl";
+    const ToolResult r = runTool({"eval", scene, "div0.output", "passThrough.outValue",
+                                  "upperWins.output", "hue360.outRgb"});
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out, "div0.output = 100000 2 100000\n"
+                     "passThrough.outValue = 7 -3 0.5\n"
+                     "upperWins.output = 0.200000003 0.200000003 0.200000003\n" // 0.2f at %.9g
+                     "hue360.outRgb = 1 0 0\n");
+    // One evaluation of div0, one warning naming it.
+    EXPECT_EQ(countLines(r.err), 1) << r.err;
+    EXPECT_EQ(r.err.rfind("Warning: div0", 0), 0u) << r.err;
+}
+
 TEST(OrvoTool, NodesListsTypesAndDescribesOne) {
     const ToolResult all = runTool({"nodes"});
     EXPECT_EQ(all.exitCode, 0);
