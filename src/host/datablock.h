@@ -266,7 +266,9 @@ public:
 protected:
     uint32_t fStride = 0;
     std::byte* fFirst = nullptr;
-    std::byte* fLast = nullptr; // past the last element in an ordinary block
+    // The address of the last element, not past it: every block keeps it
+    // so, and a position test is `<=` this value.
+    std::byte* fLast = nullptr;
     std::byte* fCurrent = nullptr;
     uint32_t fMode = 0;
 };

@@ -128,7 +128,7 @@ TordinaryDataBlock::TordinaryDataBlock(TdependNode* node, unsigned elementCount)
     node->vsData()->initializeClass();
     fStride = fVs->elementSize();
     fFirst = allocateBlock(size_t(fStride) * fCount);
-    fLast = fFirst + size_t(fStride) * fCount;
+    fLast = fFirst + size_t(fStride) * (fCount - 1);
     fCurrent = fFirst;
     for (unsigned e = 0; e < fCount; ++e)
         for (const Tattribute* root : fVs->roots()) {

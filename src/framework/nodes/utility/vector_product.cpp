@@ -45,7 +45,7 @@ bool TdnVectorProduct::vectorComputePlug(const Tplug& plug, TdataBlock& block, u
     // input2 and matrix are read at the block's current element, which walks
     // along the run with the loop.
     const uint32_t stride = block.elementStride();
-    if (std::byte* at = block.firstElement() + size_t(first) * stride; at < block.lastElement())
+    if (std::byte* at = block.firstElement() + size_t(first) * stride; at <= block.lastElement())
         block.setCurrent(at);
 
     for (unsigned i = 0; i < count; ++i) {
@@ -100,7 +100,7 @@ bool TdnVectorProduct::vectorComputePlug(const Tplug& plug, TdataBlock& block, u
             }
         }
         output[e].set(3, r);
-        if (std::byte* next = block.currentElement() + stride; next < block.lastElement())
+        if (std::byte* next = block.currentElement() + stride; next <= block.lastElement())
             block.setCurrent(next);
     }
     return true;

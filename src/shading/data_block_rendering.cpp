@@ -1,0 +1,773 @@
+#include "shading/data_block_rendering.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <ostream>
+
+#include <fmt/format.h>
+
+#include "host/debug.h"
+#include "host/dependnode.h"
+
+namespace {
+
+constexpr uint64_t kCachedByNode = TattrFlag::kCachedByNode0 | TattrFlag::kCachedByNode1;
+
+// A pointer pair in the slot of an attribute whose value lives in another
+// block: the value's address at element 0 there, and that block.
+struct OtherDBPair {
+    std::byte* base;
+    TdataBlock* block;
+};
+
+bool isVariable(uint32_t type) {
+    return type & 1u;
+}
+bool isOtherDB(uint32_t type) {
+    return type == kVarPresentOtherDB || type == kVarUseParentOtherDB;
+}
+
+// Offset of `a` inside the value of `top` (an ancestor): the sum of the
+// offsets in parent on the way up.
+uint32_t offsetWithin(const Tattribute& a, const Tattribute& top) {
+    uint32_t offset = 0;
+    for (const Tattribute* p = &a; p && p != &top; p = p->parent())
+        offset += p->offsetInParent();
+    return offset;
+}
+
+const Tattribute& rootOf(const Tattribute& a) {
+    const Tattribute* r = &a;
+    while (r->parent() && !r->isArray())
+        r = r->parent();
+    return *r;
+}
+
+int arrayLevels(const Tattribute& a) {
+    int levels = 0;
+    for (const Tattribute* p = &a; p; p = p->parent())
+        levels += p->isArray();
+    return levels;
+}
+
+const TattributeList& attributesOf(const TdependNode* node) {
+    return node->vsData()->attributes();
+}
+
+// Number of element records that follow an array's header record.
+uint32_t elementCountOf(const MultiInfo* header) {
+    return header && header->numKids > 0 ? uint32_t(header->numKids) : 0u;
+}
+
+} // namespace
+
+const char* OrvoAttrInfoTypeName(uint32_t type) {
+    switch (type) {
+    case kConstDefaultValue:
+        return "kConstDefaultValue";
+    case kVarDefaultValue:
+        return "kVarDefaultValue";
+    case kConstPresent:
+        return "kConstPresent";
+    case kVarPresent:
+        return "kVarPresent";
+    case kConstUseParent:
+        return "kConstUseParent";
+    case kVarUseParent:
+        return "kVarUseParent";
+    case kConstUseChild:
+        return "kConstUseChild";
+    case kVarUseChild:
+        return "kVarUseChild";
+    case kVarPreferChild:
+        return "kVarPreferChild";
+    case kConstUseParentAndChild:
+        return "kConstUseParentAndChild";
+    case kVarUseParentAndChild:
+        return "kVarUseParentAndChild";
+    case kVarPresentNoProp:
+        return "kVarPresentNoProp";
+    case kConstantType:
+        return "kConstantType";
+    case kVariableType:
+        return "kVariableType";
+    case kNotConnectedType:
+        return "kNotConnectedType";
+    case kConstPreferChild:
+        return "kConstPreferChild";
+    case kVarPresentOtherDB:
+        return "kVarPresentOtherDB";
+    case kVarUseParentOtherDB:
+        return "kVarUseParentOtherDB";
+    default:
+        return "*** INVALID VALUE ***";
+    }
+}
+
+TdataBlockRendering::~TdataBlockRendering() = default;
+
+// ---------------------------------------------------------------- layout
+
+uint32_t TdataBlockRendering::arraySlotSize(const Tattribute& array, const MultiInfo* header) {
+    return uint32_t(sizeof(TmultiHeader) +
+                    TmultiBuilder::computeSize(array, elementCountOf(header)));
+}
+
+TdataBlockRendering::Layout TdataBlockRendering::layout(const TdependNode& node,
+                                                        const uint32_t* types, AttrInfo* infos,
+                                                        const MultiInfo* multiInfos,
+                                                        uint16_t* initList) {
+    const TattributeList& attributes = node.vsData()->attributes();
+    const size_t n = attributes.size();
+    for (size_t i = 0; i < n; ++i) {
+        const Tattribute& a = *attributes[i];
+        const uint16_t keepThread = a.isArray() ? infos[i].thread : 0; // the MultiInfo index
+        infos[i] = AttrInfo{types[i], 0, keepThread, 0};
+    }
+    size_t sizes[2] = {0, 0}; // constant, variable
+    uint16_t inits = 0;
+    auto place = [&](AttrInfo& info, bool variable, size_t size, size_t align) {
+        size_t& running = sizes[variable ? 1 : 0];
+        running = OrvoAlignUp(running, align);
+        info.offset = uint32_t(running);
+        running += size;
+    };
+    for (size_t i = 0; i < n; ++i) {
+        const Tattribute& a = *attributes[i];
+        AttrInfo& info = infos[i];
+        if (a.isArrayDescendant()) {
+            // Lives inside its array's elements; the dump shows the array.
+            info.offset = a.arrayAncestor()->index();
+            continue;
+        }
+        const bool root = !a.parent();
+        if (root || a.isArray()) {
+            if (isOtherDB(info.type)) {
+                // Two pointers; aligned as pointers are.
+                place(info, true, sizeof(OtherDBPair), alignof(OtherDBPair));
+            } else if (a.isArray()) {
+                const MultiInfo* header = multiInfos ? multiInfos + info.thread : nullptr;
+                place(info, isVariable(info.type), arraySlotSize(a, header), 8);
+            } else {
+                place(info, isVariable(info.type), a.dataSize(),
+                      std::max<uint32_t>(1, a.dataAlignment()));
+            }
+            if (isOtherDB(info.type) || a.isArray() ||
+                a.hasFlag(TattrFlag::kValueIsObject | TattrFlag::kCompoundConstructs))
+                initList[++inits] = uint16_t(i);
+            continue;
+        }
+        const Tattribute& top = rootOf(a);
+        const AttrInfo& topInfo = infos[top.index()];
+        if (!isVariable(info.type) && isVariable(topInfo.type)) {
+            // A constant child of a varying compound gets its own constant
+            // slot rather than a copy in every element.
+            place(info, false, a.dataSize(), std::max<uint32_t>(1, a.dataAlignment()));
+        } else {
+            info.offset = topInfo.offset + offsetWithin(a, top);
+        }
+    }
+    initList[0] = inits;
+    return Layout{uint32_t(OrvoAlignUp(sizes[0], 8)), uint32_t(OrvoAlignUp(sizes[1], 8))};
+}
+
+// ---------------------------------------------------------------- set-up
+
+namespace {
+
+void constructArraySlot(const Tattribute& array, const MultiInfo* header, std::byte* slot) {
+    auto* h = new (slot) TmultiHeader();
+    const uint32_t count = elementCountOf(header);
+    const uint32_t stride = TmultiBuilder::calcStride(array);
+    const uint32_t valueAt = TmultiBuilder::valueOffset(array);
+    std::byte* data = slot + sizeof(TmultiHeader);
+    for (uint32_t e = 0; e < count; ++e) {
+        std::byte* element = data + size_t(e) * stride;
+        const uint32_t index = header[1 + e].logicalIndex();
+        std::memcpy(element, &index, 4);
+        array.constructValue(element + valueAt);
+    }
+    TmultiHandle::setHeaderBits(*h, count, stride);
+    TmultiHandle::setFatChannel(*h, header);
+    h->data = count ? data : nullptr;
+}
+
+void destroyArraySlot(const Tattribute& array, std::byte* slot) {
+    auto* h = reinterpret_cast<TmultiHeader*>(slot);
+    if (array.hasFlag(TattrFlag::kValueIsObject | TattrFlag::kCompoundConstructs)) {
+        const uint32_t valueAt = TmultiBuilder::valueOffset(array);
+        for (uint32_t e = 0; e < h->count; ++e)
+            array.destroyValue(h->data + size_t(e) * h->stride + valueAt);
+    }
+    h->~TmultiHeader();
+}
+
+template <class F>
+void forInitList(const TdependNode* node, const uint16_t* initList, F&& f) {
+    if (!initList)
+        return;
+    const TattributeList& attributes = attributesOf(node);
+    for (uint16_t k = 1; k <= initList[0]; ++k)
+        f(*attributes[initList[k]]);
+}
+
+} // namespace
+
+void TdataBlockRendering::initialize(TdependNode* node, AttrInfo* infos, MultiInfo* multiInfos,
+                                     const uint16_t* initList, std::byte* constantBlock,
+                                     unsigned count, std::byte* variableBase, uint32_t stride,
+                                     TrenderingEvaluator* evaluator) {
+    fNode = node;
+    fInfos = infos;
+    fMultis = multiInfos;
+    fInitList = initList;
+    fConstant = constantBlock;
+    fEvaluator = evaluator;
+    fStride = stride;
+    fFirst = fCurrent = variableBase;
+    fLast = variableBase + size_t(count ? count - 1 : 0) * stride;
+    if (!node)
+        return;
+    forInitList(node, initList, [&](const Tattribute& a) {
+        const AttrInfo& info = fInfos[a.index()];
+        if (!isVariable(info.type))
+            return;
+        for (unsigned e = 0; e < count; ++e) {
+            std::byte* at = fFirst + size_t(e) * fStride + info.offset;
+            if (isOtherDB(info.type))
+                reinterpret_cast<OtherDBPair*>(at)->base = nullptr;
+            else if (a.isArray())
+                constructArraySlot(a, fMultis ? fMultis + info.thread : nullptr, at);
+            else
+                a.constructValue(at);
+        }
+    });
+}
+
+void TdataBlockRendering::initializeConstant(TdependNode* node, AttrInfo* infos,
+                                             MultiInfo* multiInfos, const uint16_t* initList,
+                                             std::byte* constantBlock) {
+    forInitList(node, initList, [&](const Tattribute& a) {
+        const AttrInfo& info = infos[a.index()];
+        if (isVariable(info.type))
+            return;
+        std::byte* at = constantBlock + info.offset;
+        if (a.isArray())
+            constructArraySlot(a, multiInfos ? multiInfos + info.thread : nullptr, at);
+        else
+            a.constructValue(at);
+    });
+}
+
+void TdataBlockRendering::tearDownVariable() {
+    if (!fNode)
+        return;
+    const unsigned count = elementCount();
+    forInitList(fNode, fInitList, [&](const Tattribute& a) {
+        const AttrInfo& info = fInfos[a.index()];
+        if (!isVariable(info.type) || isOtherDB(info.type))
+            return;
+        for (unsigned e = 0; e < count; ++e) {
+            std::byte* at = fFirst + size_t(e) * fStride + info.offset;
+            if (a.isArray())
+                destroyArraySlot(a, at);
+            else
+                a.destroyValue(at);
+        }
+    });
+}
+
+void TdataBlockRendering::tearDownConstant(TdependNode* node, AttrInfo* infos, MultiInfo*,
+                                           const uint16_t* initList, std::byte* constantBlock) {
+    forInitList(node, initList, [&](const Tattribute& a) {
+        const AttrInfo& info = infos[a.index()];
+        if (isVariable(info.type))
+            return;
+        std::byte* at = constantBlock + info.offset;
+        if (a.isArray())
+            destroyArraySlot(a, at);
+        else
+            a.destroyValue(at);
+    });
+}
+
+// ---------------------------------------------------------------- values
+
+std::byte* TdataBlockRendering::addressOf(const Tattribute& a, unsigned element) const {
+    const AttrInfo& info = fInfos[a.index()];
+    if (isVariable(info.type))
+        return fFirst + size_t(element) * fStride + info.offset;
+    return fConstant + info.offset;
+}
+
+TdataHandle TdataBlockRendering::handleOf(const Tattribute& a, unsigned element,
+                                          uint32_t extraMode) const {
+    uint32_t mode = extraMode;
+    if (a.isArray())
+        mode |= TdataHandle::kIsArray;
+    return TdataHandle(const_cast<TdataBlockRendering*>(this), &a, addressOf(a, element), mode);
+}
+
+void TdataBlockRendering::restoreCurrent(unsigned index) {
+    std::byte* at = fFirst + size_t(index) * fStride;
+    if (at <= fLast)
+        fCurrent = at;
+}
+
+void TdataBlockRendering::compute(uint16_t segment, const Tattribute& a, unsigned first,
+                                  unsigned count) {
+    if (!segment || !fEvaluator)
+        return;
+    const unsigned index = currentIndex();
+    uint8_t* destination = reinterpret_cast<uint8_t*>(addressOf(a, first));
+    TdataBlock* caller = this;
+    fEvaluator->computeValue(segment, a, &destination, &caller, first, count);
+    restoreCurrent(index);
+}
+
+void TdataBlockRendering::fetchDefault(const Tattribute& a, std::byte* address, unsigned first,
+                                       unsigned count, bool replicate) {
+    bool done = false;
+    if (a.hasFlag(kCachedByNode) && fNode) {
+        TdataHandle h(this, &a, address);
+        done = fNode->getCachedValue(Tplug(fNode, &a), h);
+    }
+    if (!done) {
+        TordinaryDataBlock* own = fNode ? fNode->getDatablock() : nullptr;
+        if (own && !a.isArray()) {
+            a.copyValue(address, own->valueAddress(a, 0));
+        } else if (own && a.isArray()) {
+            // Elements present in both take the node's values; the rest keep
+            // their defaults.
+            TmultiHandle from(TdataHandle(own, &a, own->valueAddress(a, 0), TdataHandle::kIsArray));
+            TmultiHandle to(TdataHandle(this, &a, address, TdataHandle::kIsArray));
+            for (unsigned i = 0; to.jumpToArrayElement(i); ++i)
+                if (from.jumpToElement(to.elementIndex()))
+                    a.copyValue(to.reference().address(), from.reference().address());
+        } else if (!a.isArray()) {
+            a.writeDefault(address);
+        }
+    }
+    if (replicate && count > 1 && !a.isArray())
+        for (unsigned e = 1; e < count; ++e)
+            a.copyValue(address + size_t(e) * fStride, address);
+    (void)first;
+}
+
+void TdataBlockRendering::assembleChildren(const Tattribute& compound, unsigned first,
+                                           unsigned count) {
+    for (const Tattribute* child : compound.children()) {
+        const Tattribute& c = *child;
+        AttrInfo& ci = fInfos[c.index()];
+        if (ci.type < kConstPresent) {
+            fetchDefault(c, addressOf(c, first), first, count, ci.type == kVarDefaultValue);
+            if (ci.type == kConstDefaultValue)
+                ci.type = kConstPresent;
+        }
+        auto copyIntoCompound = [&] {
+            for (unsigned e = first; e < first + count; ++e) {
+                std::byte* place = addressOf(compound, e) + c.offsetInParent();
+                const std::byte* from = addressOf(c, e);
+                if (place != from)
+                    c.copyValue(place, from);
+            }
+        };
+        switch (ci.type) {
+        case kConstDefaultValue:
+        case kConstPresent:
+        case kConstUseParentAndChild:
+            copyIntoCompound();
+            break;
+        case kVarPresent:
+            compute(ci.thread, c, first, count);
+            break;
+        case kConstUseChild:
+            assembleChildren(c, first, 1);
+            ci.type = kConstPresent;
+            copyIntoCompound();
+            break;
+        case kVarUseChild:
+        case kVarUseParentAndChild:
+        case kConstPreferChild:
+            assembleChildren(c, first, count);
+            break;
+        case kVarPreferChild:
+            compute(ci.thread, c, first, count);
+            assembleChildren(c, first, count);
+            break;
+        default:
+            break;
+        }
+    }
+}
+
+void TdataBlockRendering::evaluate(const Tattribute& a, unsigned first, unsigned count) {
+    AttrInfo& info = fInfos[a.index()];
+    switch (info.type) {
+    case kConstDefaultValue:
+    case kVarDefaultValue:
+        fetchDefault(a, addressOf(a, first), first, count, info.type == kVarDefaultValue);
+        if (info.type == kConstDefaultValue)
+            info.type = kConstPresent; // the one write to the shared table: idempotent
+        break;
+    case kVarPresent:
+        compute(info.thread, a, first, count);
+        break;
+    case kVarUseParent:
+    case kVarUseParentAndChild:
+        if (info.thread) {
+            const Tattribute* p = a.parent();
+            while (p && !(fInfos[p->index()].type & 2u))
+                p = p->parent();
+            if (p)
+                compute(info.thread, *p, first, count);
+        }
+        if (info.type == kVarUseParentAndChild)
+            assembleChildren(a, first, count);
+        break;
+    case kConstUseChild: {
+        // Defaults of the children, recursively into compounds that use
+        // their children, then the compound is present.
+        struct Fetch {
+            TdataBlockRendering& block;
+            void run(const Tattribute& c) {
+                for (const Tattribute* k : c.children()) {
+                    AttrInfo& ki = block.fInfos[k->index()];
+                    if (ki.type & 8u)
+                        run(*k);
+                    else if (ki.type < kConstPresent)
+                        block.fetchDefault(*k, block.addressOf(*k, 0), 0, 1, false);
+                    ki.type = kConstPresent;
+                }
+            }
+        };
+        Fetch{*this}.run(a);
+        assembleChildren(a, first, 1);
+        info.type = kConstPresent;
+        break;
+    }
+    case kVarUseChild:
+    case kConstPreferChild:
+        assembleChildren(a, first, count);
+        break;
+    case kVarPreferChild:
+        compute(info.thread, a, first, count);
+        assembleChildren(a, first, count);
+        break;
+    default:
+        break;
+    }
+}
+
+TdataHandle TdataBlockRendering::otherBlockHandle(const Tattribute& a, unsigned element) {
+    const AttrInfo& info = fInfos[a.index()];
+    const Tattribute& holder = info.type == kVarUseParentOtherDB ? rootOf(a) : a;
+    auto* pair = reinterpret_cast<OtherDBPair*>(fFirst + size_t(element) * fStride +
+                                                fInfos[holder.index()].offset);
+    const AttrInfo& holderInfo = fInfos[holder.index()];
+    if (holderInfo.thread && fEvaluator) {
+        pair->base = nullptr;
+        uint8_t* base = nullptr;
+        TdataBlock* other = this;
+        const unsigned index = currentIndex();
+        fEvaluator->computeValue(holderInfo.thread, holder, &base, &other, element, 1);
+        restoreCurrent(index);
+        pair->base = reinterpret_cast<std::byte*>(base);
+        pair->block = other;
+    }
+    if (!pair->base)
+        return {};
+    const uint32_t extra = info.type == kVarUseParentOtherDB ? offsetWithin(a, holder) : 0u;
+    return TdataHandle(pair->block, &a,
+                       pair->base + size_t(element) * pair->block->elementStride() + extra, 0);
+}
+
+TdataHandle TdataBlockRendering::inputValue(const Tattribute& attribute) {
+    const unsigned index = currentIndex();
+    const AttrInfo& info = fInfos[attribute.index()];
+    if (isOtherDB(info.type)) {
+        TdataHandle h = otherBlockHandle(attribute, index);
+        if (!h.isNull())
+            return h;
+    } else {
+        evaluate(attribute, index, 1);
+    }
+    return handleOf(attribute, index);
+}
+
+TdataHandle TdataBlockRendering::outputValue(const Tattribute& attribute) {
+    const unsigned index = currentIndex();
+    const AttrInfo& info = fInfos[attribute.index()];
+    if (isOtherDB(info.type)) {
+        const Tattribute& holder =
+            info.type == kVarUseParentOtherDB ? rootOf(attribute) : attribute;
+        auto* pair = reinterpret_cast<OtherDBPair*>(fFirst + size_t(index) * fStride +
+                                                    fInfos[holder.index()].offset);
+        if (pair->base) {
+            const uint32_t extra =
+                info.type == kVarUseParentOtherDB ? offsetWithin(attribute, holder) : 0u;
+            return TdataHandle(pair->block, &attribute,
+                               pair->base + size_t(index) * pair->block->elementStride() + extra,
+                               0);
+        }
+    }
+    return handleOf(attribute, index);
+}
+
+TvectorDataHandle TdataBlockRendering::vectorInputValue(const Tattribute& attribute, unsigned first,
+                                                        unsigned count) {
+    const AttrInfo& info = fInfos[attribute.index()];
+    if (isOtherDB(info.type)) {
+        TdataHandle h = otherBlockHandle(attribute, first);
+        if (!h.isNull()) {
+            // The producer ran the whole run: its elements follow by its stride.
+            for (unsigned e = first + 1; e < first + count; ++e)
+                otherBlockHandle(attribute, e);
+            return TvectorDataHandle(h, h.block()->elementStride());
+        }
+    } else {
+        evaluate(attribute, first, count);
+    }
+    if (isVariable(fInfos[attribute.index()].type))
+        return TvectorDataHandle(handleOf(attribute, first, TdataHandle::kIsVarying), fStride);
+    return TvectorDataHandle(handleOf(attribute, first), 0);
+}
+
+TvectorDataHandle TdataBlockRendering::vectorOutputValue(const Tattribute& attribute,
+                                                         unsigned first) {
+    if (isVariable(fInfos[attribute.index()].type))
+        return TvectorDataHandle(handleOf(attribute, first, TdataHandle::kIsVarying), fStride);
+    return TvectorDataHandle(handleOf(attribute, first), 0);
+}
+
+// ---------------------------------------------------------------- arrays
+
+const Tattribute* TdataBlockRendering::servedArray(const Tplug& plug) const {
+    const Tattribute* leaf = plug.attribute();
+    if (!leaf || arrayLevels(*leaf) != 1)
+        return nullptr;
+    return leaf->arrayAncestor();
+}
+
+TmultiHeader* TdataBlockRendering::headerOf(const Tattribute& array, unsigned element) const {
+    return reinterpret_cast<TmultiHeader*>(addressOf(array, element));
+}
+
+const MultiInfo* TdataBlockRendering::elementRecord(const Tattribute& array,
+                                                    unsigned logicalIndex) const {
+    if (!fMultis)
+        return nullptr;
+    const MultiInfo* header = fMultis + fInfos[array.index()].thread;
+    const uint32_t count = elementCountOf(header);
+    for (uint32_t e = 0; e < count; ++e)
+        if (header[1 + e].logicalIndex() == logicalIndex)
+            return header + 1 + e;
+    return nullptr;
+}
+
+void TdataBlockRendering::evaluateElement(const Tattribute& array, unsigned logicalIndex,
+                                          unsigned first, unsigned count) {
+    const MultiInfo* record = elementRecord(array, logicalIndex);
+    if (!record || !(record->kind & 1u) || !record->threadOrCOff || !fEvaluator)
+        return;
+    TmultiHandle mh(TdataHandle(this, &array, headerOf(array, first), TdataHandle::kIsArray));
+    if (!mh.jumpToElement(logicalIndex))
+        return;
+    const unsigned index = currentIndex();
+    uint8_t* destination = static_cast<uint8_t*>(mh.reference().address());
+    TdataBlock* caller = this;
+    fEvaluator->computeValue(record->threadOrCOff, array, &destination, &caller, first, count);
+    restoreCurrent(index);
+}
+
+TdataHandle TdataBlockRendering::elementValue(const Tplug& plug, bool) {
+    const Tattribute* array = servedArray(plug);
+    if (!array)
+        return {};
+    const unsigned logicalIndex = plug.multiIndex(array);
+    TmultiHandle mh(
+        TdataHandle(this, array, headerOf(*array, currentIndex()), TdataHandle::kIsArray));
+    if (logicalIndex == Tplug::kNoIndex || !mh.jumpToElement(logicalIndex))
+        throw TDEbadMultiIndex(array, logicalIndex);
+    TdataHandle element = mh.reference();
+    const Tattribute& leaf = *plug.attribute();
+    if (&leaf == array)
+        return element;
+    return TdataHandle(this, &leaf,
+                       static_cast<std::byte*>(element.address()) + offsetWithin(leaf, *array));
+}
+
+TvectorDataHandle TdataBlockRendering::elementVectorValue(const Tplug& plug, unsigned first,
+                                                          unsigned count) {
+    const Tattribute* array = servedArray(plug);
+    if (!array)
+        return {};
+    const unsigned saved = currentIndex();
+    restoreCurrent(first);
+    TdataHandle h;
+    try {
+        h = elementValue(plug, false);
+    } catch (...) {
+        restoreCurrent(saved);
+        throw;
+    }
+    restoreCurrent(saved);
+    // Elements of an array lie at the same place in every element of the
+    // run, so the run steps by the block's stride (0 when constant).
+    const bool variable = isVariable(fInfos[array->index()].type);
+    return TvectorDataHandle(
+        TdataHandle(this, plug.attribute(), h.address(),
+                    variable ? TdataHandle::kIsVarying | (count > 1 ? 6u : 0u) : 0u),
+        variable ? fStride : 0u);
+}
+
+TmultiHeader* TdataBlockRendering::elementStorage(const Tplug& plug) {
+    const Tattribute* array = servedArray(plug);
+    return array ? headerOf(*array, currentIndex()) : nullptr;
+}
+
+bool TdataBlockRendering::addMultiInstance(const Tplug&) {
+    return false; // the element set of a compiled network is fixed
+}
+
+bool TdataBlockRendering::removeMultiInstance(const Tplug&) {
+    return false;
+}
+
+namespace {
+bool servedByMultiPath(const Tplug& plug) {
+    const Tattribute* a = plug.attribute();
+    return a && (a->isArrayDescendant() || (a->isArray() && !(plug.mode() & Tplug::kWholeArray)));
+}
+} // namespace
+
+TdataHandle TdataBlockRendering::inputValue(const Tplug& plug) {
+    if (!servedByMultiPath(plug))
+        return plug.attribute() ? inputValue(*plug.attribute()) : TdataHandle();
+    const Tattribute* array = servedArray(plug);
+    if (!array)
+        return {};
+    const unsigned logicalIndex = plug.multiIndex(array);
+    if (logicalIndex == Tplug::kNoIndex)
+        throw TDEbadMultiIndex(array, logicalIndex);
+    evaluateElement(*array, logicalIndex, currentIndex(), 1);
+    return elementValue(plug, false);
+}
+
+TdataHandle TdataBlockRendering::outputValue(const Tplug& plug) {
+    if (!servedByMultiPath(plug))
+        return plug.attribute() ? outputValue(*plug.attribute()) : TdataHandle();
+    return elementValue(plug, false);
+}
+
+TvectorDataHandle TdataBlockRendering::vectorInputValue(const Tplug& plug, unsigned first,
+                                                        unsigned count) {
+    if (!servedByMultiPath(plug))
+        return plug.attribute() ? vectorInputValue(*plug.attribute(), first, count)
+                                : TvectorDataHandle();
+    const Tattribute* array = servedArray(plug);
+    if (!array)
+        return {};
+    const unsigned logicalIndex = plug.multiIndex(array);
+    if (logicalIndex == Tplug::kNoIndex)
+        throw TDEbadMultiIndex(array, logicalIndex);
+    evaluateElement(*array, logicalIndex, first, count);
+    return elementVectorValue(plug, first, count);
+}
+
+TvectorDataHandle TdataBlockRendering::vectorOutputValue(const Tplug& plug, unsigned first,
+                                                         unsigned count) {
+    if (!servedByMultiPath(plug))
+        return plug.attribute() ? vectorOutputValue(*plug.attribute(), first) : TvectorDataHandle();
+    return elementVectorValue(plug, first, count);
+}
+
+void TdataBlockRendering::sampleLights(void*, unsigned first, unsigned count, unsigned flags,
+                                       T3Float* points, TlightData** table) {
+    if (fEvaluator)
+        fEvaluator->sampleLights(first, count, flags, points, table);
+}
+
+uint32_t TdataBlockRendering::dataBlockMemorySize() const {
+    return uint32_t(size_t(fStride) * elementCount());
+}
+
+// ---------------------------------------------------------------- dumps
+
+void TdataBlockRendering::debug(TdebugOutput& out, const TdebugDetails& details) const {
+    out.print("DataBlockRendering for Node:{}\n", fNode ? fNode->name() : std::string("NULL"));
+    TdataBlock::debug(out, details);
+    if (!details.deep() || !fNode)
+        return;
+    const TattributeList& attributes = attributesOf(fNode);
+    auto line = [&](const Tattribute& a, std::byte* at) {
+        const AttrInfo& info = fInfos[a.index()];
+        if (a.isArray()) {
+            auto* h = reinterpret_cast<TmultiHeader*>(at);
+            out.print("{} : {} : {}\n", a.index(), a.longName(), h->count);
+            TmultiHandle(
+                TdataHandle(const_cast<TdataBlockRendering*>(this), &a, at, TdataHandle::kIsArray))
+                .debug(out);
+            return;
+        }
+        out.print("{} : {} : {} : {} : ", a.index(), a.longName(), info.offset,
+                  OrvoAttrInfoTypeName(info.type));
+        if (!isOtherDB(info.type))
+            a.printValue(out, at);
+        out.write("\n");
+    };
+    out.write("Constant Block\n");
+    out.write("--------------\n");
+    out.write("Index : AttrName : Offset : Type [: Value]\n");
+    for (const Tattribute* a : attributes)
+        if (!a->isArrayDescendant() && !isVariable(fInfos[a->index()].type))
+            line(*a, fConstant + fInfos[a->index()].offset);
+    out.write("\nVariable Block\n");
+    out.write("--------------\n");
+    out.write("Index : AttrName : Offset : Type [: Value]\n");
+    for (unsigned e = 0; e < elementCount(); ++e) {
+        out.print("Vector Element {}\n", e);
+        for (const Tattribute* a : attributes)
+            if (!a->isArrayDescendant() && isVariable(fInfos[a->index()].type))
+                line(*a, fFirst + size_t(e) * fStride + fInfos[a->index()].offset);
+    }
+}
+
+void TdataBlockRendering::dumpAttrInfo(std::ostream& out) const {
+    out << "AttrInfo structure for Node: " << (fNode ? fNode->name() : "NULL") << '\n'
+        << "----------------------------------------\n";
+    if (!fNode)
+        return;
+    for (const Tattribute* a : attributesOf(fNode)) {
+        const AttrInfo& info = fInfos[a->index()];
+        out << a->longName() << '\t' << OrvoAttrInfoTypeName(info.type);
+        if (a->isArrayDescendant()) {
+            out << " Parent_Array_Index: " << info.offset;
+        } else {
+            out << " offset: " << info.offset;
+            if (a->isArray())
+                out << " multiInfo[" << info.thread << "]";
+            else
+                out << " thread: " << info.thread;
+        }
+        out << '\n';
+    }
+}
+
+void TdataBlockRendering::dumpMultiInfo(std::ostream& out) const {
+    out << "MultiInfo structure for Node: " << (fNode ? fNode->name() : "NULL") << '\n'
+        << "----------------------------------------\n";
+    if (!fMultis)
+        return;
+    for (int i = 0; fMultis[i].numKids != -1; ++i) {
+        const MultiInfo& m = fMultis[i];
+        out << i << ' ' << OrvoAttrInfoTypeName(m.kind) << " numKids: " << m.numKids
+            << " pOff: " << m.pOff;
+        if (m.kind & 1u)
+            out << " thread: " << m.threadOrCOff;
+        else
+            out << " cOff: " << m.threadOrCOff << " dOff: " << m.dOff << " bOff: " << m.bOff;
+        out << '\n';
+    }
+}

@@ -1,0 +1,183 @@
+#pragma once
+
+// The data block of a node in a compiled shading network. It holds the
+// node's values for one batch of samples in two flat areas: a constant block
+// filled once per network, and a variable block of one element per sample.
+// A per-attribute table made by network analysis says where each value lies
+// and how it is obtained; nodes see none of it and read through the usual
+// inputValue / vectorInputValue calls.
+
+#include <cstdint>
+#include <iosfwd>
+
+#include "host/datablock.h"
+
+class TdependNode;
+class Tattribute;
+
+// Where an attribute's value lies and how it is obtained. Bit 0: in the
+// variable block. Bit 1: the value is present at the attribute itself.
+// Bit 3: children take part. Bit 5: the value lives in another block.
+enum TSEattrInfoType : uint32_t {
+    kConstDefaultValue = 0,
+    kVarDefaultValue = 1,
+    kConstPresent = 2,
+    kVarPresent = 3,
+    kConstUseParent = 4,
+    kVarUseParent = 5,
+    kConstUseChild = 8,
+    kVarUseChild = 9,
+    kVarPreferChild = 11,
+    kConstUseParentAndChild = 12,
+    kVarUseParentAndChild = 13,
+    kVarPresentNoProp = 17,
+    kConstantType = 20,
+    kVariableType = 21,
+    kNotConnectedType = 22,
+    kConstPreferChild = 27,
+    kVarPresentOtherDB = 35,
+    kVarUseParentOtherDB = 36,
+};
+
+// The debug name of an AttrInfo type ("*** INVALID VALUE ***" for others).
+const char* OrvoAttrInfoTypeName(uint32_t type);
+
+// 12 bytes per attribute, indexed by the attribute's dense index.
+struct AttrInfo {
+    uint32_t type = kConstDefaultValue;
+    uint32_t offset = 0; // in the constant block, or in one element when bit 0 of type is set
+    uint16_t thread = 0; // segment that computes the value; for an array, its MultiInfo index
+    uint16_t reserved = 0;
+};
+static_assert(sizeof(AttrInfo) == 12, "AttrInfo records are 12 bytes");
+
+// 16 bytes per record. An array has a header record followed by one record
+// per element (and, nested, per element child). For an element record the
+// bytes 8 to 11 hold the element's logical index instead of dOff and bOff.
+struct MultiInfo {
+    uint32_t kind = kConstDefaultValue;
+    int16_t numKids = 0;       // children records; below 1 a leaf; -1 ends a run
+    uint16_t threadOrCOff = 0; // segment if bit 0 of kind, else offset in the constant block
+    uint16_t dOff = 0;
+    uint16_t bOff = 0;
+    int32_t pOff = 0; // records back to the parent record
+
+    uint32_t logicalIndex() const {
+        uint32_t index;
+        __builtin_memcpy(&index, &dOff, 4);
+        return index;
+    }
+    void setLogicalIndex(uint32_t index) { __builtin_memcpy(&dOff, &index, 4); }
+};
+static_assert(sizeof(MultiInfo) == 16, "MultiInfo records are 16 bytes");
+
+// What a rendering block asks of the network it runs in: run a segment on
+// demand, gather lights. The shading opus's frame answers.
+class TrenderingEvaluator {
+public:
+    virtual ~TrenderingEvaluator() = default;
+    // Runs `segment` over elements [first, first + count). With *value null
+    // the address of the attribute's value in the computing block is stored
+    // there and *block receives that block; otherwise the value is copied to
+    // *value (for each element of the run, by the caller's block stride).
+    virtual void computeValue(uint16_t segment, const Tattribute& attribute, uint8_t** value,
+                              TdataBlock** block, unsigned first, unsigned count) = 0;
+    virtual void sampleLights(unsigned first, unsigned count, unsigned flags, T3Float* points,
+                              TlightData** table) = 0;
+};
+
+class TdataBlockRendering : public TdataBlock {
+public:
+    TdataBlockRendering() { fStatus[1] = 2; }
+    ~TdataBlockRendering() override;
+
+    // ---- layout, once per node at the end of analysis
+    struct Layout {
+        uint32_t constantSize = 0;
+        uint32_t variableSize = 0;
+    };
+    // Fills `infos` from the analysis types, assigns every offset and writes
+    // the init list (count first, then attribute indices). `types` and
+    // `infos` are indexed by attribute index; `multiInfos` gives the element
+    // count of arrays (through AttrInfo.thread). initList needs room for
+    // attributes + 1 entries.
+    static Layout layout(const TdependNode& node, const uint32_t* types, AttrInfo* infos,
+                         const MultiInfo* multiInfos, uint16_t* initList);
+    // Bytes an array slot takes: its 48-byte header, then its elements.
+    static uint32_t arraySlotSize(const Tattribute& array, const MultiInfo* header);
+
+    // ---- set-up and tear-down
+    // The variable part, for `count` elements at `variableBase`.
+    void initialize(TdependNode* node, AttrInfo* infos, MultiInfo* multiInfos,
+                    const uint16_t* initList, std::byte* constantBlock, unsigned count,
+                    std::byte* variableBase, uint32_t stride, TrenderingEvaluator* evaluator);
+    // The constant part, once when the network is emitted.
+    static void initializeConstant(TdependNode* node, AttrInfo* infos, MultiInfo* multiInfos,
+                                   const uint16_t* initList, std::byte* constantBlock);
+    void tearDownVariable();
+    static void tearDownConstant(TdependNode* node, AttrInfo* infos, MultiInfo* multiInfos,
+                                 const uint16_t* initList, std::byte* constantBlock);
+
+    TdependNode* node() const { return fNode; }
+    std::byte* constantBlock() const { return fConstant; }
+    AttrInfo* attrInfos() const { return fInfos; }
+    MultiInfo* multiInfos() const { return fMultis; }
+    unsigned elementCount() const {
+        return fStride ? unsigned((fLast - fFirst) / fStride) + 1 : 1u;
+    }
+
+    // ---- TdataBlock
+    void debug(TdebugOutput& out, const TdebugDetails& details) const override;
+    TdataHandle inputValue(const Tattribute& attribute) override;
+    TdataHandle inputValue(const Tplug& plug) override;
+    TdataHandle outputValue(const Tattribute& attribute) override;
+    TdataHandle outputValue(const Tplug& plug) override;
+    TvectorDataHandle vectorInputValue(const Tplug& plug, unsigned first, unsigned count) override;
+    TvectorDataHandle vectorInputValue(const Tattribute& attribute, unsigned first,
+                                       unsigned count) override;
+    TvectorDataHandle vectorOutputValue(const Tplug& plug, unsigned first, unsigned count) override;
+    TvectorDataHandle vectorOutputValue(const Tattribute& attribute, unsigned first) override;
+    bool servesVectorRuns() const override { return true; }
+    bool fetchesDefaultsOnDemand() const override { return true; }
+    void sampleLights(void* frame, unsigned first, unsigned count, unsigned flags, T3Float* points,
+                      TlightData** table) override;
+    uint32_t dataBlockMemorySize() const override;
+    bool addMultiInstance(const Tplug& plug) override;
+    bool removeMultiInstance(const Tplug& plug) override;
+    TdataHandle elementValue(const Tplug& plug, bool create) override;
+    TvectorDataHandle elementVectorValue(const Tplug& plug, unsigned first,
+                                         unsigned count) override;
+    TmultiHeader* elementStorage(const Tplug& plug) override;
+
+    // The dumps that go to standard output: the AttrInfo and MultiInfo
+    // tables of the block's node.
+    void dumpAttrInfo(std::ostream& out) const;
+    void dumpMultiInfo(std::ostream& out) const;
+
+private:
+    std::byte* addressOf(const Tattribute& a, unsigned element) const;
+    TdataHandle handleOf(const Tattribute& a, unsigned element, uint32_t extraMode = 0) const;
+    // Brings the value of `a` up to date for elements [first, first + count).
+    void evaluate(const Tattribute& a, unsigned first, unsigned count);
+    void compute(uint16_t segment, const Tattribute& a, unsigned first, unsigned count);
+    void fetchDefault(const Tattribute& a, std::byte* address, unsigned first, unsigned count,
+                      bool replicate);
+    void assembleChildren(const Tattribute& compound, unsigned first, unsigned count);
+    TdataHandle otherBlockHandle(const Tattribute& a, unsigned element);
+    void restoreCurrent(unsigned index);
+
+    // Multi path.
+    const Tattribute* servedArray(const Tplug& plug) const;
+    TmultiHeader* headerOf(const Tattribute& array, unsigned element) const;
+    const MultiInfo* elementRecord(const Tattribute& array, unsigned logicalIndex) const;
+    void evaluateElement(const Tattribute& array, unsigned logicalIndex, unsigned first,
+                         unsigned count);
+
+    TdependNode* fNode = nullptr;
+    uint8_t fStatus[2] = {0, 0};
+    std::byte* fConstant = nullptr;
+    AttrInfo* fInfos = nullptr;
+    MultiInfo* fMultis = nullptr;
+    const uint16_t* fInitList = nullptr;
+    TrenderingEvaluator* fEvaluator = nullptr;
+};

@@ -1,0 +1,106 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "host/graph.h"
+#include "host/messages.h"
+#include "shading/data_block_rendering.h"
+
+// Every node type computes through a rendering block exactly what it
+// computes through its ordinary block, for random varying inputs.
+namespace {
+
+void randomValue(const Tattribute& a, void* where, std::mt19937& random) {
+    if (const auto* e = dynamic_cast<const TattributeEnum*>(&a)) {
+        if (!e->fields().empty()) {
+            const auto& f = e->fields()[random() % e->fields().size()];
+            *static_cast<int16_t*>(where) = f.value;
+        }
+        return;
+    }
+    std::uniform_real_distribution<double> value(-3.0, 3.0);
+    for (int i = 0; i < a.numericCount(); ++i)
+        a.numericSet(where, i,
+                     a.kind() == TattrKind::Boolean ? double(random() & 1) : value(random));
+}
+
+TEST(RenderingBlockRegistry, EveryTypeComputesTheSameAsThroughItsOrdinaryBlock) {
+    auto quiet = TcommandEngine::setSink([](TcommandEngine::Severity, const std::string&) {});
+    constexpr unsigned kCount = 64;
+    std::mt19937 random(1234);
+    int checked = 0;
+    for (TdependNodeClass* c : TdependGraph::nodeTypes()) {
+        if (c->classification.rfind("test/", 0) == 0)
+            continue;
+        SCOPED_TRACE(c->typeName());
+        TdependGraph graph;
+        TdependNode* node = graph.createNode(c->typeName(), "n");
+        const TattributeList& attributes = node->vsData()->attributes();
+        const size_t n = attributes.size();
+
+        // Every value varies; arrays are constant and empty.
+        std::vector<uint32_t> types(n);
+        std::vector<AttrInfo> infos(n);
+        std::vector<uint16_t> initList(n + 1);
+        std::vector<MultiInfo> multis(2);
+        multis[1].numKids = -1;
+        for (const Tattribute* a : attributes) {
+            if (a->isArray() || a->isArrayDescendant())
+                types[a->index()] = kConstDefaultValue;
+            else
+                types[a->index()] = a->parent() ? kVarUseParent : kVarPresent;
+        }
+        const auto layout = TdataBlockRendering::layout(*node, types.data(), infos.data(),
+                                                        multis.data(), initList.data());
+        std::vector<uint64_t> constant(layout.constantSize / 8 + 1);
+        std::vector<uint64_t> variable(size_t(layout.variableSize) * kCount / 8 + 1);
+        auto* constantBlock = reinterpret_cast<std::byte*>(constant.data());
+        auto* variableBase = reinterpret_cast<std::byte*>(variable.data());
+        TdataBlockRendering::initializeConstant(node, infos.data(), multis.data(), initList.data(),
+                                                constantBlock);
+        TdataBlockRendering rendering;
+        rendering.initialize(node, infos.data(), multis.data(), initList.data(), constantBlock,
+                             kCount, variableBase, layout.variableSize, nullptr);
+        TordinaryDataBlock ordinary(node, kCount);
+
+        // The same random inputs in both.
+        for (const Tattribute* root : node->vsData()->roots()) {
+            if (root->isArray() || root->isComputed() || root->numericCount() == 0)
+                continue;
+            for (unsigned e = 0; e < kCount; ++e) {
+                void* at = ordinary.valueAddress(*root, e);
+                randomValue(*root, at, random);
+                root->copyValue(variableBase + size_t(e) * layout.variableSize +
+                                    infos[root->index()].offset,
+                                at);
+            }
+        }
+        for (const Tattribute* out : node->vsData()->roots()) {
+            if (!out->isComputed() || out->isArray())
+                continue;
+            const Tplug plug(node, out);
+            const bool vector = node->vectorComputePlug(plug, ordinary, 0, kCount);
+            if (!vector)
+                continue; // scalar-only types compute one element at a time elsewhere
+            ASSERT_TRUE(node->vectorComputePlug(plug, rendering, 0, kCount));
+            for (unsigned e = 0; e < kCount; ++e) {
+                const std::byte* r =
+                    variableBase + size_t(e) * layout.variableSize + infos[out->index()].offset;
+                // Bit for bit: random inputs make NaNs (powers of negatives),
+                // which must come out the same too.
+                EXPECT_EQ(std::memcmp(r, ordinary.valueAddress(*out, e), out->dataSize()), 0)
+                    << out->longName() << " element " << e;
+            }
+            ++checked;
+        }
+        rendering.tearDownVariable();
+        TdataBlockRendering::tearDownConstant(node, infos.data(), multis.data(), initList.data(),
+                                              constantBlock);
+    }
+    EXPECT_GT(checked, 10);
+    TcommandEngine::setSink(quiet);
+}
+
+} // namespace
