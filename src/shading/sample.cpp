@@ -1,0 +1,126 @@
+#include "shading/sample.h"
+
+#include <array>
+
+namespace {
+
+constexpr unsigned kOffsets[65] = {
+#define ORVO_SAMPLE_OFFSET(n, name, Name, Type, offset, size) offset,
+    ORVO_SAMPLE_FIELDS(ORVO_SAMPLE_OFFSET)
+#undef ORVO_SAMPLE_OFFSET
+        Tsample::kStaticSize};
+
+constexpr unsigned kSizes[64] = {
+#define ORVO_SAMPLE_SIZE(n, name, Name, Type, offset, size) size,
+    ORVO_SAMPLE_FIELDS(ORVO_SAMPLE_SIZE)
+#undef ORVO_SAMPLE_SIZE
+};
+
+constexpr const char* kNames[65] = {
+#define ORVO_SAMPLE_NAME(n, name, Name, Type, offset, size) #name,
+    ORVO_SAMPLE_FIELDS(ORVO_SAMPLE_NAME)
+#undef ORVO_SAMPLE_NAME
+        ""};
+
+// Each field's slot holds exactly its type, so the static offsets must keep
+// the type's alignment and the sizes must match.
+#define ORVO_SAMPLE_CHECK(n, name, Name, Type, offset, size)                                       \
+    static_assert(offset % alignof(Type) == 0, #name " is misaligned");                            \
+    static_assert(size == sizeof(Type), #name " has the wrong size");
+ORVO_SAMPLE_FIELDS(ORVO_SAMPLE_CHECK)
+#undef ORVO_SAMPLE_CHECK
+
+// The default sample: the header and the full static layout.
+struct DefaultSample {
+    alignas(16) std::byte storage[Tsample::kStaticSize];
+
+    DefaultSample() {
+        std::memset(storage, 0, sizeof storage);
+        auto* s = reinterpret_cast<Tsample*>(storage);
+        s->initialize(nullptr, nullptr, kOffsets);
+        auto put = [&](unsigned field, const auto& value) {
+            std::memcpy(storage + kOffsets[field], &value, sizeof value);
+        };
+        using namespace TsampleFields;
+        put(normalCamera, T3Float{0, 0, 1});
+        put(triangleNormalCamera, T3Float{0, 0, 1});
+        put(tangentUCamera, T3Float{1, 0, 0});
+        put(tangentVCamera, T3Float{0, 1, 0});
+        put(rayDirection, T3Float{0, 0, -1});
+        TlightData light{};
+        light.direction[2] = 1.0f;
+        light.ambient = true;
+        light.diffuse = true;
+        put(lightData, light);
+        put(particleEmission, T3Float{1, 1, 1});
+        put(particleAge, 0.5f);
+        put(particleLifespan, 100.0f);
+        put(mediumRefractiveIndex, 1.0f);
+        put(outMatteOpacity, T3Float{1, 1, 1});
+        put(numShadingSamples, char(1));
+        put(matrixObjectToWorld, T4dFltMatrix{});
+        put(matrixWorldToObject, T4dFltMatrix{});
+        put(illuminationIndex, int16_t(-1));
+        put(pixelCoverage, 1.0f);
+        put(easMask, ~uint32_t(0));
+        put(receiveShadows, true);
+        put(translucenceDepth, 0.5f);
+    }
+};
+
+const DefaultSample& defaults() {
+    static const DefaultSample d;
+    return d;
+}
+
+} // namespace
+
+const char* const* Tsample::fieldNames() { return kNames; }
+const unsigned* Tsample::staticOffsets() { return kOffsets; }
+const unsigned* Tsample::fieldSizes() { return kSizes; }
+
+int Tsample::fieldNumber(const char* name) {
+    for (int i = 0; kNames[i][0]; ++i)
+        if (std::strcmp(kNames[i], name) == 0)
+            return i;
+    return -1;
+}
+
+const Tsample& Tsample::defaultSample() {
+    return *reinterpret_cast<const Tsample*>(defaults().storage);
+}
+
+const void* Tsample::defaultField(unsigned i) { return defaults().storage + kOffsets[i]; }
+
+void Tsample::confirmSet(TbitField64 fields) {
+    uint64_t missing = fields.bits() & ~fSet;
+    while (missing) {
+        const unsigned i = unsigned(__builtin_ctzll(missing));
+        missing &= missing - 1;
+        if (void* s = slot(i))
+            std::memcpy(s, defaultField(i), kSizes[i]);
+    }
+}
+
+void Tsample::setDispatched() {
+    void* group = fBatch ? fBatch->renderGroup() : nullptr;
+    setObjectId(group);
+    fDispatched = true;
+}
+
+void Tsample::copyToDeepRaster(const unsigned* offsets, char* dest, unsigned skip) const {
+    for (unsigned i = 0; i < TsampleFields::kCount; ++i) {
+        if (!offsets[i] || i == skip)
+            continue;
+        std::memcpy(dest + offsets[i], field(i), (kSizes[i] + 3) & ~3u);
+    }
+}
+
+void Tsample::fillFromDeepRaster(const unsigned* offsets, const char* src, unsigned skip) {
+    for (unsigned i = 0; i < TsampleFields::kCount; ++i) {
+        if (!offsets[i] || i == skip)
+            continue;
+        if (void* s = slot(i))
+            std::memcpy(s, src + offsets[i], (kSizes[i] + 3) & ~3u);
+    }
+}

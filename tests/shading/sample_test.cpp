@@ -1,0 +1,112 @@
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "shading/sample.h"
+
+namespace {
+
+// A sample with the fields of a compiled option: outColor at 40, uvCoord at
+// 52, and nothing else (the table's last entry is the size).
+struct SmallSample {
+    unsigned offsets[65] = {};
+    alignas(16) std::byte storage[64] = {};
+    Tsample& sample = *reinterpret_cast<Tsample*>(storage);
+
+    SmallSample() {
+        offsets[TsampleFields::outColor] = 40;
+        offsets[TsampleFields::uvCoord] = 52;
+        offsets[64] = 60;
+        sample.initialize(nullptr, nullptr, offsets);
+    }
+};
+
+TEST(SampleTables, NamesOffsetsAndSizesFollowTheStaticLayout) {
+    const char* const* names = Tsample::fieldNames();
+    int count = 0;
+    while (names[count][0])
+        ++count;
+    EXPECT_EQ(count, 64);
+    EXPECT_STREQ(names[21], "lightData");
+    EXPECT_EQ(Tsample::fieldNumber("illuminationIndex"), 56);
+    EXPECT_EQ(Tsample::fieldNumber("nonsense"), -1);
+    EXPECT_EQ(Tsample::staticOffsets()[TsampleFields::outMatteOpacity], 524u);
+    EXPECT_EQ(Tsample::staticOffsets()[64], 728u);
+    // Each field ends before the next begins.
+    for (unsigned i = 0; i + 1 < 64; ++i)
+        EXPECT_LE(Tsample::staticOffsets()[i] + Tsample::fieldSizes()[i],
+                  Tsample::staticOffsets()[i + 1])
+            << names[i];
+}
+
+TEST(SampleTables, TheDefaultSampleHoldsTheDocumentedDefaults) {
+    const Tsample& d = Tsample::defaultSample();
+    EXPECT_EQ(d.normalCamera()->z, 1.0f);
+    EXPECT_EQ(d.rayDirection()->z, -1.0f);
+    EXPECT_EQ(d.tangentVCamera()->y, 1.0f);
+    EXPECT_EQ(*d.illuminationIndex(), -1);
+    EXPECT_EQ(*d.easMask(), 0xffffffffu);
+    EXPECT_TRUE(*d.receiveShadows());
+    EXPECT_FALSE(*d.flippedNormal());
+    EXPECT_EQ(*d.translucenceDepth(), 0.5f);
+    EXPECT_EQ(*d.particleLifespan(), 100.0f);
+    EXPECT_EQ(d.outMatteOpacity()->y, 1.0f);
+    EXPECT_EQ(d.matrixObjectToWorld()->m[2][2], 1.0f);
+    EXPECT_EQ(d.matrixObjectToWorld()->m[3][2], 0.0f);
+    EXPECT_TRUE(d.lightData()->ambient);
+    EXPECT_FALSE(d.lightData()->specular);
+    EXPECT_EQ(*d.numShadingSamples(), 1);
+    EXPECT_EQ(*d.mediumRefractiveIndex(), 1.0f);
+}
+
+TEST(SampleAccess, AbsentFieldsSetTheirBitAndReadTheDefault) {
+    SmallSample s;
+    s.sample.setOutColor(T3Float{0.5f, 0.25f, 1.0f});
+    EXPECT_TRUE(s.sample.isSet(TsampleFields::outColor));
+    EXPECT_EQ(s.sample.outColor()->y, 0.25f);
+
+    s.sample.setNormalCamera(T3Float{1, 0, 0}); // no slot for it
+    EXPECT_TRUE(s.sample.isSet(TsampleFields::normalCamera));
+    EXPECT_EQ(s.sample.normalCamera()->z, 1.0f); // still the default
+    EXPECT_EQ(s.sample.normalCamera(), Tsample::defaultSample().normalCamera());
+
+    s.sample.setUvCoord(0.75f, 0.125f);
+    EXPECT_EQ(s.sample.uvCoord()->x, 0.75f);
+}
+
+TEST(SampleAccess, ConfirmSetFillsOnlyWhatIsMissing) {
+    SmallSample s;
+    float garbage[3] = {9, 9, 9};
+    std::memcpy(s.storage + 40, garbage, sizeof garbage);
+    std::memcpy(s.storage + 52, garbage, 8);
+    s.sample.setUvCoord(0.5f, 0.5f);
+    TbitField64 fields;
+    fields.set(TsampleFields::outColor);
+    fields.set(TsampleFields::uvCoord);
+    fields.set(TsampleFields::normalCamera); // no slot: nothing to write
+    s.sample.confirmSet(fields);
+    EXPECT_EQ(s.sample.outColor()->x, 0.0f); // the default replaced the garbage
+    EXPECT_EQ(s.sample.uvCoord()->x, 0.5f);  // a set field is left alone
+}
+
+TEST(SampleAccess, DeepRasterCopiesRoundTrip) {
+    SmallSample from, to;
+    from.sample.setOutColor(T3Float{0.1f, 0.2f, 0.3f});
+    from.sample.setUvCoord(0.4f, 0.6f);
+    unsigned raster[64] = {};
+    raster[TsampleFields::outColor] = 4;
+    raster[TsampleFields::uvCoord] = 16;
+    raster[TsampleFields::normalCamera] = 24; // absent in the sample: the default goes out
+    char record[40] = {};
+    from.sample.copyToDeepRaster(raster, record, TsampleFields::uvCoord);
+    float normal[3];
+    std::memcpy(normal, record + 24, sizeof normal);
+    EXPECT_EQ(normal[2], 1.0f);
+    float skipped = 1.0f;
+    std::memcpy(&skipped, record + 16, 4);
+    EXPECT_EQ(skipped, 0.0f); // the skipped field was not written
+    to.sample.fillFromDeepRaster(raster, record, ~0u);
+    EXPECT_EQ(to.sample.outColor()->z, 0.3f);
+}
+
+} // namespace
