@@ -244,6 +244,10 @@ bool numericShape(const Tattribute& a) {
 bool compatible(const Tattribute& s, const Tattribute& d) {
     if (s.kind() == TattrKind::Message || d.kind() == TattrKind::Message)
         return true;
+    // A typed destination of no particular data type is a generic connection
+    // point: it takes any source (a shading group's surfaceShader, say).
+    if (auto* dt = dynamic_cast<const TattributeTyped*>(&d); dt && !dt->dataType())
+        return true;
     if (s.kind() == TattrKind::Typed || d.kind() == TattrKind::Typed) {
         if (s.kind() != d.kind())
             return false;
@@ -425,6 +429,8 @@ void TdependGraph::copyConverted(const Tattribute& from, const void* src, const 
                                  void* dst) {
     if (to.kind() == TattrKind::Message || from.kind() == TattrKind::Message)
         return;
+    if (to.kind() == TattrKind::Typed && from.kind() != TattrKind::Typed)
+        return; // a generic connection point carries the connection, not a value
     if (std::strcmp(from.className(), to.className()) == 0 || to.kind() == TattrKind::Typed) {
         to.copyValue(dst, src);
         return;

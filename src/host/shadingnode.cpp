@@ -79,7 +79,8 @@ void TshadingNode::ensureOnDemand(Tplug& plug, TdataBlock& block) {
         try {
             shadingNodeOnDemand(plug, block);
         } catch (...) {
-            fOnDemandState.store(0);
+            // Waiting threads must not spin forever: the work counts as done.
+            fOnDemandState.store(2);
             throw;
         }
         fOnDemandState.store(2);

@@ -43,6 +43,7 @@ public:
     constexpr bool test(unsigned bit) const { return (fBits >> bit) & 1u; }
     constexpr uint64_t bits() const { return fBits; }
     constexpr bool empty() const { return fBits == 0; }
+    constexpr bool any() const { return fBits != 0; }
     int count() const { return std::popcount(fBits); }
 
     constexpr TbitField64& operator|=(TbitField64 o) {

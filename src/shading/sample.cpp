@@ -75,9 +75,15 @@ const DefaultSample& defaults() {
 
 } // namespace
 
-const char* const* Tsample::fieldNames() { return kNames; }
-const unsigned* Tsample::staticOffsets() { return kOffsets; }
-const unsigned* Tsample::fieldSizes() { return kSizes; }
+const char* const* Tsample::fieldNames() {
+    return kNames;
+}
+const unsigned* Tsample::staticOffsets() {
+    return kOffsets;
+}
+const unsigned* Tsample::fieldSizes() {
+    return kSizes;
+}
 
 int Tsample::fieldNumber(const char* name) {
     for (int i = 0; kNames[i][0]; ++i)
@@ -90,7 +96,9 @@ const Tsample& Tsample::defaultSample() {
     return *reinterpret_cast<const Tsample*>(defaults().storage);
 }
 
-const void* Tsample::defaultField(unsigned i) { return defaults().storage + kOffsets[i]; }
+const void* Tsample::defaultField(unsigned i) {
+    return defaults().storage + kOffsets[i];
+}
 
 void Tsample::confirmSet(TbitField64 fields) {
     uint64_t missing = fields.bits() & ~fSet;

@@ -85,20 +85,40 @@ public:
 
     // ---- one read accessor and one setter per field
 #define ORVO_SAMPLE_ACCESSORS(n, name, Name, Type, offset, size)                                   \
-    const Type* name() const { return static_cast<const Type*>(field(n)); }                       \
-    void set##Name(const Type& value) { setField(n, &value, sizeof(Type)); }
+    const Type* name() const {                                                                     \
+        return static_cast<const Type*>(field(n));                                                 \
+    }                                                                                              \
+    void set##Name(const Type& value) {                                                            \
+        setField(n, &value, sizeof(Type));                                                         \
+    }
     ORVO_SAMPLE_FIELDS(ORVO_SAMPLE_ACCESSORS)
 #undef ORVO_SAMPLE_ACCESSORS
 
     // The overloads renderers use.
-    void setFarPointCamera(float x, float y, float z) { setFarPointCamera(T3Float{x, y, z}); }
-    void setFilterSize(float x, float y, float z) { setFilterSize(T3Float{x, y, z}); }
-    void setRayOrigin(float x, float y, float z) { setRayOrigin(T3Float{x, y, z}); }
-    void setRayDirection(float x, float y, float z) { setRayDirection(T3Float{x, y, z}); }
-    void setPointWorld(float x, float y, float z) { setPointWorld(T3Float{x, y, z}); }
-    void setRefPointWorld(float x, float y, float z) { setRefPointWorld(T3Float{x, y, z}); }
-    void setParticleColor(float x, float y, float z) { setParticleColor(T3Float{x, y, z}); }
-    void setParticleEmission(float x, float y, float z) { setParticleEmission(T3Float{x, y, z}); }
+    void setFarPointCamera(float x, float y, float z) {
+        setFarPointCamera(T3Float{x, y, z});
+    }
+    void setFilterSize(float x, float y, float z) {
+        setFilterSize(T3Float{x, y, z});
+    }
+    void setRayOrigin(float x, float y, float z) {
+        setRayOrigin(T3Float{x, y, z});
+    }
+    void setRayDirection(float x, float y, float z) {
+        setRayDirection(T3Float{x, y, z});
+    }
+    void setPointWorld(float x, float y, float z) {
+        setPointWorld(T3Float{x, y, z});
+    }
+    void setRefPointWorld(float x, float y, float z) {
+        setRefPointWorld(T3Float{x, y, z});
+    }
+    void setParticleColor(float x, float y, float z) {
+        setParticleColor(T3Float{x, y, z});
+    }
+    void setParticleEmission(float x, float y, float z) {
+        setParticleEmission(T3Float{x, y, z});
+    }
     void setParticleIncandescence(float x, float y, float z) {
         setParticleIncandescence(T3Float{x, y, z});
     }
@@ -108,15 +128,21 @@ public:
     void setNormalCamera(const double* xyz) {
         setNormalCamera(T3Float{float(xyz[0]), float(xyz[1]), float(xyz[2])});
     }
-    void setUvCoord(float u, float v) { setUvCoord(T2Float{u, v}); }
-    void setUvFilterSize(float u, float v) { setUvFilterSize(T2Float{u, v}); }
+    void setUvCoord(float u, float v) {
+        setUvCoord(T2Float{u, v});
+    }
+    void setUvFilterSize(float u, float v) {
+        setUvFilterSize(T2Float{u, v});
+    }
 
     // For each field in `fields` that has a slot and no value yet, copies the
     // default into the slot.
     void confirmSet(TbitField64 fields);
     // Marks the sample handed to its batch: objectId holds the batch's group.
     void setDispatched();
-    void clearDispatched() { fDispatched = false; }
+    void clearDispatched() {
+        fDispatched = false;
+    }
     // Copy every field that `offsets` places (except `skip`) to or from a
     // deep raster record, word by word; absent fields read as the default.
     void copyToDeepRaster(const unsigned* offsets, char* dest, unsigned skip) const;

@@ -28,7 +28,7 @@
     X(18, outColor, OutColor, T3Float, 248, 12)                                                    \
     X(19, outTransparency, OutTransparency, T3Float, 260, 12)                                      \
     X(20, outGlowColor, OutGlowColor, T3Float, 272, 12)                                            \
-    X(21, lightData, LightData, TlightData, 288, 48)                                          \
+    X(21, lightData, LightData, TlightData, 288, 48)                                               \
     X(22, outParticleEmission, OutParticleEmission, T3Float, 336, 12)                              \
     X(23, particleOrder, ParticleOrder, int32_t, 348, 4)                                           \
     X(24, blobbySurfaceFactor, BlobbySurfaceFactor, float, 352, 4)                                 \

@@ -1,0 +1,18 @@
+#include "shading/dispatch_compute.h"
+
+Tmetaclass* TDNdispatchCompute::sTypeof() {
+    static Tmetaclass meta(nullptr, "dispatchCompute", sizeof(TDNdispatchCompute), nullptr, 0, 0,
+                           TdependNode::sTypeof());
+    return &meta;
+}
+
+void* TDNdispatchCompute::cast(Tmetaclass* meta) {
+    if (meta && meta == sTypeof())
+        return this;
+    return TdependNode::cast(meta);
+}
+
+TdependNodeVS* TDNdispatchCompute::sVsData() {
+    static TdependNodeVS vs;
+    return &vs;
+}

@@ -1,0 +1,311 @@
+#include "shading/opus.h"
+
+#include <alloca.h>
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+
+#include "host/dependnode.h"
+#include "host/shadingnode.h"
+#include "shading/sample.h"
+
+// ---------------------------------------------------------------- the frame
+
+// The state of one shade (or one light gathering) on the calling thread's
+// stack: the blocks of the network, their variable areas, the re-entrance
+// flags of the segments.
+class TshadingOpus::Frame final : public TrenderingEvaluator {
+public:
+    Frame(const TshadingOpus& opus, Tsample** samples, unsigned count, void* memory)
+        : fOpus(opus), fSamples(samples), fCount(count) {
+        auto* at = static_cast<std::byte*>(memory);
+        fBlocks = reinterpret_cast<TdataBlockRendering*>(at);
+        at += sizeof(TdataBlockRendering) * opus.fLayout.blockCount;
+        fSegmentFlags = reinterpret_cast<uint8_t*>(at);
+        at += OrvoAlignUp(opus.fLayout.segments.size() + 1, 16);
+        std::memset(fSegmentFlags, 0, opus.fLayout.segments.size() + 1);
+        fMade = reinterpret_cast<uint8_t*>(at);
+        at += OrvoAlignUp(opus.fLayout.blockCount + 1, 16);
+        std::memset(fMade, 0, opus.fLayout.blockCount + 1);
+        fVariable = at;
+    }
+    ~Frame() override { tearDown(); }
+
+    // Bytes of stack a frame needs for `count` samples.
+    static size_t bytesFor(const TshadingOpus& opus, unsigned count) {
+        size_t bytes = sizeof(TdataBlockRendering) * opus.fLayout.blockCount +
+                       OrvoAlignUp(opus.fLayout.segments.size() + 1, 16) +
+                       OrvoAlignUp(opus.fLayout.blockCount + 1, 16);
+        for (uint32_t stride : opus.fLayout.blockStrides)
+            bytes += OrvoAlignUp(size_t(stride) * count, 16);
+        return bytes + 16;
+    }
+
+    void runSegment(uint16_t segment, unsigned first, unsigned count) {
+        const auto& table = fOpus.fLayout.segments;
+        if (segment == 0 || segment >= table.size())
+            return;
+        run(table[segment - 1u], table[segment], first, count);
+    }
+
+    void computeValue(uint16_t segment, const Tattribute& attribute, uint8_t** value,
+                      TdataBlock** block, unsigned first, unsigned count) override;
+    void sampleLights(unsigned, unsigned, unsigned, T3Float*, TlightData**) override {}
+
+private:
+    void run(uint32_t begin, uint32_t end, unsigned first, unsigned count);
+    void setUpBlock(const TSEinstruction& in);
+    void computeNode(const TSEinstruction& in, unsigned first, unsigned count, bool locked);
+    void copy(const TSEinstruction& in, unsigned first, unsigned count);
+    void link(const TSEinstruction& in, unsigned first, unsigned count);
+    std::byte* address(const TSEdescriptorHalf& half, unsigned element, bool write);
+    void tearDown() {
+        for (unsigned b = fBlocksMade; b-- > 0;) {
+            if (fMade[b]) {
+                fBlocks[b].tearDownVariable();
+                fBlocks[b].~TdataBlockRendering();
+            }
+        }
+        fBlocksMade = 0;
+    }
+
+    const TshadingOpus& fOpus;
+    Tsample** fSamples;
+    unsigned fCount;
+    TdataBlockRendering* fBlocks;
+    uint8_t* fSegmentFlags;
+    std::byte* fVariable;
+    size_t fVariableUsed = 0;
+    unsigned fBlocksMade = 0;
+    uint8_t* fMade; // which blocks have been set up, for the tear-down
+};
+
+void TshadingOpus::Frame::run(uint32_t begin, uint32_t end, unsigned first, unsigned count) {
+    const TSEinstruction* list = fOpus.fLayout.instructions.data();
+    for (uint32_t i = begin; i < end; ++i) {
+        const TSEinstruction& in = list[i];
+        switch (in.opcode) {
+        case kOpCompute:
+            computeNode(in, first, count, false);
+            break;
+        case kOpComputeLocked:
+            computeNode(in, first, count, true);
+            break;
+        case kOpSetUpBlock:
+            setUpBlock(in);
+            break;
+        case kOpCopy:
+        case kOpCopyFromStack:
+            copy(in, first, count);
+            break;
+        case kOpLinkOtherDB:
+            link(in, first, count);
+            break;
+        default: // field stacks are not emitted by any node type yet; others are no-ops
+            break;
+        }
+    }
+}
+
+void TshadingOpus::Frame::setUpBlock(const TSEinstruction& in) {
+    const auto& s = in.setUp;
+    if (s.block >= fOpus.fLayout.blockCount || fMade[s.block])
+        return;
+    TdataBlockRendering* block = new (fBlocks + s.block) TdataBlockRendering();
+    std::byte* base = fVariable + fVariableUsed;
+    fVariableUsed += OrvoAlignUp(size_t(s.stride) * fCount, 16);
+    block->initialize(s.node, s.infos, s.multis, s.initList, s.constantBlock, fCount, base,
+                      s.stride, this);
+    fMade[s.block] = 1;
+    fBlocksMade = std::max(fBlocksMade, s.block + 1);
+}
+
+void TshadingOpus::Frame::computeNode(const TSEinstruction& in, unsigned first, unsigned count,
+                                      bool locked) {
+    const auto& c = in.compute;
+    TdataBlockRendering& block = fBlocks[c.block];
+    const unsigned previous = block.currentIndex();
+    block.setCurrentIndex(first);
+    if (c.shadingNode)
+        c.shadingNode->ensureOnDemand(const_cast<Tplug&>(*c.plug), block);
+    if (locked && c.mutex) {
+        std::lock_guard lock(*static_cast<std::recursive_mutex*>(c.mutex));
+        c.node->vectorComputePlug(*c.plug, block, first, count);
+    } else {
+        c.node->vectorComputePlug(*c.plug, block, first, count);
+    }
+    block.setCurrentIndex(previous);
+}
+
+std::byte* TshadingOpus::Frame::address(const TSEdescriptorHalf& half, unsigned element,
+                                        bool write) {
+    switch (half.mode) {
+    case kDataInBlock: {
+        TdataBlockRendering& block = fBlocks[half.block];
+        const AttrInfo& info = block.attrInfos()[half.attributeIndex];
+        std::byte* base = (info.type & 1u)
+                              ? block.firstElement() + size_t(element) * block.elementStride()
+                              : block.constantBlock();
+        return base + info.offset + (half.depth ? half.arrayOffsets[0] : 0u);
+    }
+    case kDataSampleField: {
+        Tsample* sample = fSamples[element];
+        if (write) {
+            sample->markSet(half.block);
+            return static_cast<std::byte*>(sample->slot(half.block));
+        }
+        return const_cast<std::byte*>(static_cast<const std::byte*>(sample->field(half.block)));
+    }
+    default:
+        return const_cast<std::byte*>(static_cast<const std::byte*>(half.raw));
+    }
+}
+
+void TshadingOpus::Frame::copy(const TSEinstruction& in, unsigned first, unsigned count) {
+    TSEconnectionDescriptor d = *in.copy.descriptor; // the run range lives on the stack
+    d.first = first;
+    d.last = first + count - 1;
+    for (unsigned e = d.first; e <= d.last; ++e) {
+        std::byte* destination = address(d.destination, e, true);
+        if (!destination)
+            continue; // a sample without a slot for this field
+        in.copy.function(address(d.source, e, false), destination, d.source.attribute,
+                         d.destination.attribute);
+    }
+}
+
+void TshadingOpus::Frame::link(const TSEinstruction& in, unsigned first, unsigned count) {
+    const auto& l = in.link;
+    TdataBlockRendering& source = fBlocks[l.sourceBlock];
+    TdataBlockRendering& destination = fBlocks[l.destinationBlock];
+    const AttrInfo& from = source.attrInfos()[l.sourceAttribute->index()];
+    const AttrInfo& to = destination.attrInfos()[l.attribute->index()];
+    struct Pair {
+        std::byte* base;
+        TdataBlock* block;
+    };
+    for (unsigned e = first; e < first + count; ++e) {
+        auto* pair = reinterpret_cast<Pair*>(destination.firstElement() +
+                                             size_t(e) * destination.elementStride() + to.offset);
+        pair->base = source.firstElement() + from.offset;
+        pair->block = &source;
+    }
+}
+
+void TshadingOpus::Frame::computeValue(uint16_t segment, const Tattribute& attribute,
+                                       uint8_t** value, TdataBlock** block, unsigned first,
+                                       unsigned count) {
+    const auto& outputs = fOpus.fLayout.segmentOutputs;
+    if (segment == 0 || segment >= outputs.size())
+        return;
+    const uint8_t reentered = fSegmentFlags[segment];
+    fSegmentFlags[segment] = 1;
+    runSegment(segment, first, count);
+    fSegmentFlags[segment] = reentered;
+
+    const auto& output = outputs[segment];
+    TdataBlockRendering& producer = fBlocks[output.block];
+    const AttrInfo& info = producer.attrInfos()[output.attribute->index()];
+    const bool varying = info.type & 1u;
+    if (!*value) {
+        // The consumer will read the producer's block directly.
+        *value = reinterpret_cast<uint8_t*>(
+            (varying ? producer.firstElement() : producer.constantBlock()) + info.offset);
+        *block = &producer;
+        return;
+    }
+    const uint32_t stride = *block ? (*block)->elementStride() : 0u;
+    const TSEcopyFn fn = OrvoCopyFunction(*output.attribute, attribute);
+    for (unsigned e = first; e < first + count; ++e) {
+        const std::byte* from =
+            (varying ? producer.firstElement() + size_t(e) * producer.elementStride()
+                     : producer.constantBlock()) +
+            info.offset;
+        fn(from, *value + size_t(e - first) * stride, output.attribute, &attribute);
+    }
+}
+
+// ---------------------------------------------------------------- the opus
+
+TshadingOpus::TshadingOpus(TdependNode* node, unsigned option)
+    : fNode(node), fOwner(nullptr), fOption(option) {}
+
+TshadingOpus::~TshadingOpus() {
+    // Constant blocks hold constructed values (strings, arrays).
+    for (size_t b = 0; b < fLayout.blockNodes.size(); ++b)
+        if (fLayout.blockNodes[b] && b < fLayout.constantBlocks.size() && fLayout.constantBlocks[b])
+            TdataBlockRendering::tearDownConstant(
+                fLayout.blockNodes[b], fLayout.attrInfos[b].get(),
+                b < fLayout.multiInfos.size() ? fLayout.multiInfos[b].get() : nullptr,
+                fLayout.initLists[b].get(), const_cast<std::byte*>(fLayout.constantBlocks[b]));
+}
+
+void TshadingOpus::initialize(TSEopusLayout&& layout, TbitField64 needs,
+                              const unsigned* fieldOffsets) {
+    fLayout = std::move(layout);
+    fNeeds = needs;
+    fFieldOffsets.assign(fieldOffsets, fieldOffsets + 65);
+    fFrameSize =
+        unsigned(sizeof(TdataBlockRendering) * fLayout.blockCount +
+                 OrvoAlignUp(fLayout.segments.size() + 1, 16) + fLayout.fieldStackBytes + 12);
+    fPerSampleSize = 0;
+    for (uint32_t stride : fLayout.blockStrides)
+        fPerSampleSize += stride;
+}
+
+void TshadingOpus::addUserSampleData(TSEudSampleTable table) {
+    fUserTable = std::move(table);
+}
+
+unsigned TshadingOpus::userSampleSize() const {
+    unsigned size = 0;
+    for (const TSEudSampleEntry& e : fUserTable)
+        size += (e.size + 3) & ~3u;
+    return size;
+}
+
+void TshadingOpus::fillUserSampleData(TrenderGroupBase*, unsigned count, Tsample** samples) const {
+    // Without a renderer's group the defaults are copied into each slot.
+    for (unsigned s = 0; s < count; ++s)
+        for (const TSEudSampleEntry& e : fUserTable)
+            if (void* to = samples[s]->slot(e.destinationField))
+                std::memcpy(to, samples[s]->field(e.sourceField), e.size);
+}
+
+void TshadingOpus::shade(unsigned count, Tsample** samples) const {
+    if (count == 0 || !samples)
+        return;
+    if (!fUserTable.empty())
+        fillUserSampleData(nullptr, count, samples);
+    for (unsigned s = 0; s < count; ++s)
+        samples[s]->confirmSet(fNeeds);
+    // Everything the run needs comes from the stack: no heap on this path.
+    const size_t bytes = Frame::bytesFor(*this, count);
+    void* memory = alloca(bytes);
+    Frame frame(*this, samples, count, memory);
+    frame.runSegment(1, 0, count);
+}
+
+void TshadingOpus::computeValue(void* frame, uint16_t segment, const Tattribute* attribute,
+                                uint8_t** value, void** block, unsigned first, unsigned count) {
+    if (!frame || !attribute)
+        return;
+    static_cast<Frame*>(frame)->computeValue(segment, *attribute, value,
+                                             reinterpret_cast<TdataBlock**>(block), first, count);
+}
+
+void TshadingOpus::sampleLights(void* frame, unsigned first, unsigned count, unsigned flags,
+                                T3Float* points, TlightData** table) {
+    if (!frame || !count || !points || !table)
+        return;
+    static_cast<Frame*>(frame)->sampleLights(first, count, flags, points, table);
+}
+
+void TshadingOpus::releaseOpus() {
+    for (const TSEudSampleEntry& e : fUserTable)
+        for (uint32_t i = 0; i < e.fillCount; ++i)
+            if (e.fills && e.fills[i])
+                e.fills[i]->release();
+    fUserTable.clear();
+}

@@ -1,0 +1,382 @@
+#include "shading/shading_engine.h"
+
+#include <cstdio>
+#include <mutex>
+#include <ostream>
+
+#include <fmt/format.h>
+
+#include "host/graph.h"
+#include "host/node_mutex.h"
+#include "shading/analysis_pvt.h"
+
+ORVO_REGISTER_NODE(TDNshadingEngine)
+
+ORVO_DEPENDENCIES(TDNshadingEngine) {}
+
+namespace {
+
+TbitField64 fields(std::initializer_list<unsigned> list) {
+    TbitField64 f;
+    for (unsigned i : list)
+        f.set(i);
+    return f;
+}
+
+} // namespace
+
+TDNshadingEngine::TDNshadingEngine() = default;
+
+TDNshadingEngine::~TDNshadingEngine() {
+    resetShadingEngine();
+}
+
+TbitField64 TDNshadingEngine::samplerRequest(TSEoption option) {
+    using namespace TsampleFields;
+    switch (option) {
+    case 0:
+        return fields({outColor, outTransparency, outGlowColor, outMatteOpacity});
+    case 1:
+    case 6:
+        return fields({outColor, outTransparency, outGlowColor, outMatteOpacity,
+                       blobbySurfaceFactor, particleEntryParam, particleExitParam});
+    case 2:
+        return fields({displacement});
+    case 3:
+        return fields({outTransparency, flippedNormal, translucenceDepth, shadowAttenuation});
+    case 4:
+    case 7:
+        return fields(
+            {outTransparency, blobbySurfaceFactor, particleEntryParam, particleExitParam});
+    case 5:
+        return fields({outParticleEmission, lightTable});
+    case 8:
+        return fields({outColor, outTransparency});
+    case 9:
+        return fields({outColor, outTransparency, lightTable});
+    case 10:
+        return fields({outColor, lightTable});
+    default:
+        return TbitField64();
+    }
+}
+
+TSEsampleType TDNshadingEngine::sampleTypeOf(TSEoption option) {
+    switch (option) {
+    case 1:
+    case 4:
+    case 5:
+        return kVolumeSample; // the volume analyser
+    case 2:
+        return kDisplacementSample;
+    default:
+        return kSurfaceSample;
+    }
+}
+
+const unsigned* TDNshadingEngine::fieldOffsetTable(TSEoption option) const {
+    const auto& offsets = fOptions[option].offsets;
+    return offsets.empty() ? Tsample::staticOffsets() : offsets.data();
+}
+
+bool TDNshadingEngine::analyse(TSEoption option, TbitField64* provided, TframeSampleData*,
+                               const TgeoManagerBase* geometry, TrenderThreadBase*) {
+    if (option >= kTSEoptionCount)
+        return false;
+    // Several render threads may arrive at once: one compiles, the others
+    // wait here and then find the opus.
+    std::recursive_mutex* mutex = TdepNodeMutexMgr::obtainNodeMutex(this);
+    struct Return {
+        const TdependNode* node;
+        ~Return() { TdepNodeMutexMgr::returnMutex(node); }
+    } giveBack{this}; // after the lock below is released
+    std::lock_guard lock(*mutex);
+
+    OptionSlot& slot = fOptions[option];
+    TshadingOpus** record = nullptr;
+    if (TrenderThreadBase::getOpus(record, this, option)) {
+        if (slot.opus && slot.opus != *record)
+            std::fprintf(stderr, "analysis error 1 opt=%d\n", int(option));
+        slot.opus = *record;
+        if (provided)
+            *provided = slot.provided;
+        return slot.provided.any();
+    }
+    if (*record)
+        return false;
+
+    TSEanalysis analysis(*this, option);
+    const TbitField64 request = samplerRequest(option);
+    TbitField64 served;
+    if (!analysis.satisfySampler(request, served)) {
+        if (provided)
+            *provided = TbitField64();
+        return false;
+    }
+    if (geometry)
+        (void)geometry->fieldsWanted();
+    analysis.buildSampleDataOffsets(request, served);
+    analysis.cutLoops();
+    analysis.segment();
+    auto opus = std::make_unique<TshadingOpus>(this, option);
+    analysis.distribute(*opus);
+    slot.offsets = analysis.offsets();
+    slot.sampleSize = slot.offsets.back();
+    slot.needed = analysis.needed();
+    slot.provided = served;
+    slot.report = std::move(analysis.report());
+    if (!fUserTable.empty())
+        opus->addUserSampleData(std::move(fUserTable));
+    fUserTable.clear();
+    slot.opus = opus.release();
+    *record = slot.opus;
+    if (provided)
+        *provided = served;
+    return true;
+}
+
+void TDNshadingEngine::releaseOpus(TSEoption option) {
+    OptionSlot& slot = fOptions[option];
+    slot.opus = nullptr;
+    slot.offsets.clear();
+    slot.sampleSize = Tsample::kStaticSize;
+    slot.needed = TbitField64();
+}
+
+void TDNshadingEngine::buildNodeTable(const Tplug& plug) {
+    if (plug.isNull())
+        return;
+    TdependNode* node = plug.node();
+    for (auto it = fNodeTable.rbegin(); it != fNodeTable.rend(); ++it)
+        if (*it == node)
+            return;
+    fNodeTable.push_back(node);
+    for (const Tattribute* root : node->vsData()->roots()) {
+        std::vector<Tplug> stack{Tplug(node, root)};
+        while (!stack.empty()) {
+            const Tplug p = stack.back();
+            stack.pop_back();
+            buildNodeTable(p.source());
+            for (const Tattribute* c : p.attribute()->children())
+                stack.push_back(p[c]);
+        }
+        if (root->isArray() && node->graph())
+            for (const auto& [source, destination] : node->graph()->connections())
+                if (destination.node() == node && (destination.attribute() == root ||
+                                                   destination.attribute()->isDescendentOf(*root)))
+                    buildNodeTable(source);
+    }
+}
+
+void TDNshadingEngine::processNodeTable(TframeSampleData* frame) {
+    fSurfaceIsRefracting = false;
+    fSurfaceIsUseBackground = false;
+    for (size_t i = fNodeTable.size(); i-- > 0;) {
+        TdependNode* node = fNodeTable[i];
+        auto* shading =
+            node ? static_cast<TshadingNode*>(node->cast(TshadingNode::sTypeof())) : nullptr;
+        if (!shading) {
+            fNodeTable[i] = nullptr;
+            continue;
+        }
+        shading->incrementReferenceCount(frame);
+    }
+    fNodeTable.erase(std::remove(fNodeTable.begin(), fNodeTable.end(), nullptr), fNodeTable.end());
+}
+
+void TDNshadingEngine::cleanUpNetwork() {
+    for (size_t i = fNodeTable.size(); i-- > 0;)
+        if (auto* shading =
+                static_cast<TshadingNode*>(fNodeTable[i]->cast(TshadingNode::sTypeof())))
+            shading->decrementReferenceCount();
+    fNodeTable.clear();
+}
+
+void TDNshadingEngine::initializeConnected(TframeSampleData* frame, TbaseDeepRaster* raster) {
+    resetShadingEngine();
+    fInitialized = true;
+    fRaster = raster;
+    for (const Tattribute* shader : {&aSurfaceShader, &aVolumeShader, &aDisplacementShader})
+        buildNodeTable(Tplug(this, shader).source());
+    processNodeTable(frame);
+}
+
+void TDNshadingEngine::resetShadingEngine() {
+    if (!fInitialized) {
+        // Opuses may exist without a render set-up (a compile from a tool).
+        for (TSEoption option = 0; option < kTSEoptionCount; ++option)
+            if (fOptions[option].opus) {
+                TrenderThreadBase::deleteOpus(this, option, true);
+                releaseOpus(option);
+            }
+        return;
+    }
+    fSurfaceIsOpaque = fVolumeIsOpaque = false;
+    fSurfaceIsRefracting = fSurfaceIsUseBackground = false;
+    for (TSEoption option = 0; option < kTSEoptionCount; ++option)
+        if (fOptions[option].opus) {
+            TrenderThreadBase::deleteOpus(this, option, true);
+            releaseOpus(option);
+        }
+    cleanUpNetwork();
+    if (referenceCountingEnabled())
+        fReferences.store(0);
+    fRaster = nullptr;
+    fUserTable.clear();
+    fInitialized = false;
+}
+
+bool TDNshadingEngine::isNodeInTable(const TdependNode* node) const {
+    return std::find(fNodeTable.begin(), fNodeTable.end(), node) != fNodeTable.end();
+}
+
+void TDNshadingEngine::incrementReferenceCount() {
+    unsigned current = fReferences.load();
+    while (current != 0xFFFFFFFFu && !fReferences.compare_exchange_weak(current, current + 1)) {
+    }
+}
+
+unsigned TDNshadingEngine::decrementReferenceCount() {
+    unsigned current = fReferences.load();
+    while (current != 0xFFFFFFFFu && current != 0 &&
+           !fReferences.compare_exchange_weak(current, current - 1)) {
+    }
+    return current == 0xFFFFFFFFu ? current : (current ? current - 1 : 0);
+}
+
+bool TDNshadingEngine::sampleDependent(void* description, const Tplug* plug) const {
+    auto* d = static_cast<TSEnodeDescription*>(description);
+    if (!d || !plug)
+        return true;
+    const Tplug source = plug->source();
+    if (source.isNull())
+        return true;
+    // The upstream is described by the analysis that is running.
+    for (const TSEconnection& c : d->connections)
+        if (c.source == source && c.upstream)
+            return c.upstream->state[source.attribute()->index()] == 2;
+    return true;
+}
+
+void* TDNshadingEngine::getObjectId(void*, const Tplug* plug) const {
+    if (!plug || plug->isNull())
+        return nullptr;
+    const Tplug source = plug->source();
+    return source.isNull() ? plug->node() : source.node();
+}
+
+unsigned TDNshadingEngine::defineUserSampleData(TSEnodeDescription* description,
+                                                const Tattribute* attribute, unsigned a, unsigned b,
+                                                const TuserSampleFill** fills, unsigned fillCount) {
+    const unsigned field = unsigned(fUserTable.size()) + 1 + TsampleFields::kCount;
+    TSEudSampleEntry entry;
+    entry.fills = fills;
+    entry.fillCount = fillCount;
+    entry.sourceField = a;
+    entry.destinationField = field;
+    entry.size = attribute ? attribute->dataSize() : 0;
+    entry.reserved[0] = b;
+    fUserTable.push_back(entry);
+    if (description) {
+        TSEconnection c;
+        c.kind = kConnUserField;
+        c.destination = attribute;
+        c.field = int(field);
+        c.memory = 3;
+        description->connections.push_back(std::move(c));
+    }
+    return field;
+}
+
+unsigned TDNshadingEngine::numberOfLights(TSEoption option) const {
+    return fOptions[option].opus ? fOptions[option].opus->numberOfLights() : 0;
+}
+
+bool TDNshadingEngine::computePlug(const Tplug& plug, TdataBlock& block) {
+    return TDNdispatchCompute::computePlug(plug, block);
+}
+
+void TDNshadingEngine::compileReport(std::ostream& out, TSEoption option, bool dumps) const {
+    const OptionSlot& slot = fOptions[option];
+    const TshadingOpus* opus = slot.opus;
+    out << "shading group " << name() << ", option " << option << '\n';
+    if (!opus) {
+        out << "  nothing to shade: no requested field is served\n";
+        return;
+    }
+    const char* const* names = Tsample::fieldNames();
+    std::string served, needed;
+    for (unsigned i = 0; i < 64; ++i) {
+        if (slot.provided.test(i))
+            served += std::string(served.empty() ? "" : " ") + names[i];
+        if (slot.needed.test(i))
+            needed += std::string(needed.empty() ? "" : " ") + names[i];
+    }
+    out << "  provides: " << (served.empty() ? "-" : served) << '\n';
+    out << "  needs from the sample: " << (needed.empty() ? "-" : needed) << '\n';
+    out << "  surface is opaque: " << (fSurfaceIsOpaque ? "yes" : "no") << '\n';
+    out << fmt::format("  sample size {} bytes (the full layout is {}), frame {} bytes, "
+                       "{} variable bytes per sample\n",
+                       slot.sampleSize, Tsample::kStaticSize, opus->frameSize(),
+                       opus->perSampleSize());
+    out << '\n';
+    for (const std::string& line : slot.report)
+        out << line << '\n';
+    out << "\nsegments\n";
+    const auto& table = opus->segmentTable();
+    for (size_t s = 1; s < table.size(); ++s) {
+        const auto& o = opus->layout().segmentOutputs[s];
+        out << fmt::format("  {} instructions {}..{}{}\n", s, table[s - 1], table[s],
+                           s == 1
+                               ? "  (root)"
+                               : fmt::format("  computes {} of block {}",
+                                             o.attribute ? o.attribute->longName() : "?", o.block));
+    }
+    out << "\ninstructions\n";
+    const auto& list = opus->instructions();
+    auto half = [&](const TSEdescriptorHalf& h) -> std::string {
+        switch (h.mode) {
+        case kDataInBlock:
+            return fmt::format("block {} {}{}", h.block, h.attribute ? h.attribute->longName() : "",
+                               h.depth ? fmt::format(" +{}", h.arrayOffsets[0]) : std::string());
+        case kDataSampleField:
+            return fmt::format("sample.{}", names[h.block]);
+        case kDataConstant:
+            return "constant";
+        default:
+            return "frame constant";
+        }
+    };
+    for (size_t i = 0; i < list.size(); ++i) {
+        const TSEinstruction& in = list[i];
+        std::string text;
+        switch (in.opcode) {
+        case kOpCompute:
+        case kOpComputeLocked:
+            text = fmt::format("compute {} (block {})", in.compute.plug->name(), in.compute.block);
+            break;
+        case kOpSetUpBlock:
+            text = fmt::format("set up block {} for {}, {} bytes per sample", in.setUp.block,
+                               in.setUp.node->name(), in.setUp.stride);
+            break;
+        case kOpCopy:
+            text = fmt::format("copy {} -> {}", half(in.copy.descriptor->source),
+                               half(in.copy.descriptor->destination));
+            break;
+        default:
+            text = fmt::format("opcode {}", in.opcode);
+        }
+        out << fmt::format("  {:>4}  {}\n", i, text);
+    }
+    if (!dumps)
+        return;
+    out << "\ndata block tables\n";
+    for (unsigned b = 0; b < opus->numberOfBlocks(); ++b) {
+        TdataBlockRendering block;
+        block.initialize(opus->layout().blockNodes[b], opus->layout().attrInfos[b].get(),
+                         opus->layout().multiInfos[b].get(), opus->layout().initLists[b].get(),
+                         opus->layout().constants[b].get(), 0, nullptr, 0, nullptr);
+        block.dumpAttrInfo(out);
+        block.dumpMultiInfo(out);
+    }
+}

@@ -1,0 +1,215 @@
+#pragma once
+
+// The shading group. When a renderer wants samples of the group for a
+// purpose (an option), the engine compiles the network behind the group once
+// into a TshadingOpus: it walks the network from the requested sample
+// fields, decides for every attribute whether it is constant or varies per
+// sample, lays out the data blocks and emits the instruction list.
+
+#include <array>
+#include <atomic>
+#include <iosfwd>
+#include <vector>
+
+#include "host/node_pattern.h"
+#include "shading/dispatch_compute.h"
+#include "shading/opus.h"
+#include "shading/render_thread.h"
+#include "shading/sample.h"
+
+struct TSEnodeDescription;
+class TSEanalysis;
+
+// The purpose of a compilation, 0 to 11; 11 compiles a light.
+using TSEoption = unsigned;
+constexpr TSEoption kTSEoptionCount = 12;
+constexpr TSEoption kTSElightOption = 11;
+
+// Sample types, by number: 0 surface, 1 volume, 2 image, 3 displacement,
+// 4 light.
+enum TSEsampleType : unsigned {
+    kSurfaceSample = 0,
+    kVolumeSample = 1,
+    kImageSample = 2,
+    kDisplacementSample = 3,
+    kLightSample = 4,
+};
+
+// The light data records of the shadow lists, with their own child names.
+class TattributeLightDataBogus : public TattributeLightData {
+public:
+    TattributeLightDataBogus(Tstring l, Tstring s)
+        : TattributeLightData(std::move(l), std::move(s), "bogus", "b") {}
+};
+class TattributeLightDataD : public TattributeLightData {
+public:
+    TattributeLightDataD(Tstring l, Tstring s)
+        : TattributeLightData(std::move(l), std::move(s), "DShadow", "D") {}
+};
+class TattributeLightDataL : public TattributeLightData {
+public:
+    TattributeLightDataL(Tstring l, Tstring s)
+        : TattributeLightData(std::move(l), std::move(s), "LShadow", "L") {}
+};
+class TattributeLightDataX : public TattributeLightData {
+public:
+    TattributeLightDataX(Tstring l, Tstring s)
+        : TattributeLightData(std::move(l), std::move(s), "XShadow", "X") {}
+};
+
+#define ORVO_SCHEMA_TDNshadingEngine(A, C2, C3)                                                    \
+    A(TattributeTyped, Unsolicited, "unsolicited", "un", .disconnect(1))                           \
+    A(TattributeTyped, DisplacementShader, "displacementShader", "ds", .disconnect(1))             \
+    A(TattributeTyped, ImageShader, "imageShader", "is", .disconnect(1))                           \
+    A(TattributeTyped, VolumeShader, "volumeShader", "vs", .disconnect(1))                         \
+    A(TattributeTyped, SurfaceShader, "surfaceShader", "ss", .disconnect(1))                       \
+    A(TattributeTyped, DefaultLights, "defaultLights", "dl", .disconnect(1))                       \
+    A(TattributeTyped, LinkedLights, "linkedLights", "ll", .disconnect(1))                         \
+    A(TattributeTyped, IgnoredLights, "ignoredLights", "xl", .disconnect(1))                       \
+    A(TattributeLightDataBogus, BogusAttribute, "bogusAttribute", "blt", .implicitLight())         \
+    A(TattributeLightDataD, DefaultShadows, "defaultShadows", "dsw", .implicitLight())             \
+    A(TattributeLightDataL, LinkedShadows, "linkedShadows", "lsw", .implicitLight())               \
+    A(TattributeLightDataX, IgnoredShadows, "ignoredShadows", "xsw", .implicitLight())
+
+ORVO_NODE(TDNshadingEngine, TDNdispatchCompute, "shadingEngine", "SHAD", 320, "kShadingEngine",
+          "shadingEngine", "n_shadingEngine")
+
+class TDNshadingEngine : public TdnPattern<TDNshadingEngine, TDNdispatchCompute> {
+public:
+    TDNshadingEngine();
+    ~TDNshadingEngine() override;
+
+    // The static accessors only this type has: sa<Name>() and attr<Name>().
+#define ORVO_SE_ACCESSOR(Class, Name, Long, Short, Setup)                                          \
+    static Class& sa##Name() {                                                                     \
+        return a##Name;                                                                            \
+    }                                                                                              \
+    Class& attr##Name() const {                                                                    \
+        return a##Name;                                                                            \
+    }
+    ORVO_SCHEMA_TDNshadingEngine(ORVO_SE_ACCESSOR, , )
+#undef ORVO_SE_ACCESSOR
+
+        // ---- options
+        // The fixed request of each option: the fields a renderer wants back.
+        static TbitField64 samplerRequest(TSEoption option);
+    static TSEsampleType sampleTypeOf(TSEoption option);
+
+    TshadingOpus* controlBlock(TSEoption option) const {
+        return fOptions[option].opus;
+    }
+    bool initRequired(TSEoption option) const {
+        return !fOptions[option].opus;
+    }
+    const unsigned* fieldOffsetTable(TSEoption option) const;
+    unsigned sampleSize(TSEoption option) const {
+        return fOptions[option].sampleSize;
+    }
+    TbitField64 requestedForOption(TSEoption option) const {
+        return fOptions[option].needed;
+    }
+    bool needs(TSEoption option, unsigned field) const {
+        return fOptions[option].needed.test(field);
+    }
+
+    // Compiles the network for `option` if no opus exists for it yet, under
+    // the engine's mutex. `provided` receives the fields the network serves.
+    // False when it serves none.
+    bool analyse(TSEoption option, TbitField64* provided, TframeSampleData* frame = nullptr,
+                 const TgeoManagerBase* geometry = nullptr, TrenderThreadBase* thread = nullptr);
+    // Clears slot `option`: no opus, static offsets, nothing needed.
+    void releaseOpus(TSEoption option);
+
+    // ---- render set-up
+    void initializeConnected(TframeSampleData* frame = nullptr, TbaseDeepRaster* raster = nullptr);
+    void resetShadingEngine();
+    bool isInitialized() const {
+        return fInitialized;
+    }
+    const std::vector<TdependNode*>& nodeTable() const {
+        return fNodeTable;
+    }
+    bool isNodeInTable(const TdependNode* node) const;
+
+    bool surfaceIsOpaque() const {
+        return fSurfaceIsOpaque;
+    }
+    bool volumeIsOpaque() const {
+        return fVolumeIsOpaque;
+    }
+    bool surfaceIsDisplaced() const {
+        return fSurfaceIsDisplaced;
+    }
+    bool surfaceIsRefracting() const {
+        return fSurfaceIsRefracting;
+    }
+    bool surfaceIsUseBackground() const {
+        return fSurfaceIsUseBackground;
+    }
+
+    // ---- reference counting; 0xFFFFFFFF means counting is off
+    void disableReferenceCounting() {
+        fReferences.store(0xFFFFFFFFu);
+    }
+    bool referenceCountingEnabled() const {
+        return fReferences.load() != 0xFFFFFFFFu;
+    }
+    void incrementReferenceCount();
+    unsigned decrementReferenceCount();
+    unsigned referenceCount() const {
+        return fReferences.load();
+    }
+
+    // ---- asked by nodes during analysis
+    // True if the description isn't known or the plug isn't connected;
+    // otherwise whether the upstream attribute varies.
+    bool sampleDependent(void* description, const Tplug* plug) const;
+    // The value identifying an object to a node, read through the plug.
+    void* getObjectId(void* description, const Tplug* plug) const;
+    // A node asks for a user sample field (a renderer fills it per object).
+    unsigned defineUserSampleData(TSEnodeDescription* description, const Tattribute* attribute,
+                                  unsigned a, unsigned b, const TuserSampleFill** fills,
+                                  unsigned fillCount);
+
+    // ---- housekeeping
+    bool canBeDeleted() const {
+        return false;
+    }
+    unsigned fenceNode() const {
+        return 0;
+    }
+    unsigned numberOfLights(TSEoption option) const;
+
+    // The compile report of an option: nodes and attribute states, segments,
+    // instructions, sizes; with `dumps`, the data block tables too.
+    void compileReport(std::ostream& out, TSEoption option, bool dumps) const;
+
+    bool computePlug(const Tplug& plug, TdataBlock& block) override;
+
+private:
+    friend class TSEanalysis;
+    struct OptionSlot {
+        TshadingOpus* opus = nullptr;
+        std::vector<unsigned> offsets; // empty: the static layout
+        unsigned sampleSize = Tsample::kStaticSize;
+        TbitField64 needed;
+        TbitField64 provided;
+        // What the compile report shows, kept from the analysis.
+        std::vector<std::string> report;
+    };
+    void buildNodeTable(const Tplug& plug);
+    void processNodeTable(TframeSampleData* frame);
+    void cleanUpNetwork();
+
+    std::array<OptionSlot, kTSEoptionCount> fOptions;
+    std::atomic<unsigned> fReferences{0};
+    bool fInitialized = false;
+    bool fSurfaceIsOpaque = false;
+    bool fVolumeIsOpaque = false;
+    bool fSurfaceIsDisplaced = true;
+    bool fSurfaceIsRefracting = false;
+    bool fSurfaceIsUseBackground = false;
+    std::vector<TdependNode*> fNodeTable;
+    TSEudSampleTable fUserTable;
+    TbaseDeepRaster* fRaster = nullptr;
+};

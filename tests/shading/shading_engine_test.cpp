@@ -1,0 +1,182 @@
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "framework/nodes/utility/reverse.h"
+#include "host/graph.h"
+#include "host/qsl/interpreter.h"
+#include "shading/shading_engine.h"
+#include "test_nodes.h"
+
+namespace {
+
+// Samples laid out as an option's offsets say, with uvCoord (i + 0.5)/n.
+class Batch {
+public:
+    Batch(const TDNshadingEngine& engine, TSEoption option, unsigned count)
+        : fSize(engine.sampleSize(option)), fStorage(size_t(fSize) * count / 8 + 1) {
+        const unsigned* offsets = engine.fieldOffsetTable(option);
+        for (unsigned i = 0; i < count; ++i) {
+            auto* s = reinterpret_cast<Tsample*>(reinterpret_cast<std::byte*>(fStorage.data()) +
+                                                 size_t(i) * fSize);
+            s->initialize(nullptr, nullptr, offsets);
+            s->setUvCoord((float(i) + 0.5f) / float(count), 1.0f - float(i) / float(count));
+            fSamples.push_back(s);
+        }
+    }
+    Tsample** samples() { return fSamples.data(); }
+    Tsample& operator[](size_t i) { return *fSamples[i]; }
+
+private:
+    unsigned fSize;
+    std::vector<uint64_t> fStorage;
+    std::vector<Tsample*> fSamples;
+};
+
+class ShadingEngine : public ::testing::Test {
+protected:
+    void load(const std::string& scene) {
+        std::ostringstream out;
+        qsl::Interpreter(graph, out).runText(scene, "scene.qsl");
+        engine = dynamic_cast<TDNshadingEngine*>(graph.findNode("sg"));
+        ASSERT_NE(engine, nullptr);
+    }
+    void TearDown() override { TrenderThreadBase::deleteAllOpuses(); }
+
+    TdependGraph graph;
+    TDNshadingEngine* engine = nullptr;
+};
+
+TEST_F(ShadingEngine, AVaryingNetworkShadesABatchToTheRightValues) {
+    load("node testUvColor uv\nnode reverse rev\nnode shadingEngine sg\n"
+         "set uv.gain 0.25\n"
+         "connect uv.outColor rev.input\n"
+         "node testUvColor out\n"
+         "connect rev.output out.transparency\n"
+         "connect out.outColor sg.surfaceShader\n");
+    TbitField64 provided;
+    ASSERT_TRUE(engine->analyse(0, &provided));
+    EXPECT_TRUE(provided.test(TsampleFields::outColor));
+    EXPECT_TRUE(provided.test(TsampleFields::outTransparency));
+    EXPECT_FALSE(provided.test(TsampleFields::outGlowColor)); // nothing serves it
+    EXPECT_TRUE(engine->needs(0, TsampleFields::uvCoord));
+    EXPECT_FALSE(engine->surfaceIsOpaque()); // transparency varies
+
+    Batch batch(*engine, 0, 64);
+    engine->controlBlock(0)->shade(64, batch.samples());
+    for (unsigned i : {0u, 13u, 63u}) {
+        const float u = (float(i) + 0.5f) / 64.0f, v = 1.0f - float(i) / 64.0f;
+        // out.outColor is its own UV and gain 0 ...
+        EXPECT_EQ(batch[i].outColor()->x, u);
+        EXPECT_EQ(batch[i].outColor()->y, v);
+        EXPECT_EQ(batch[i].outColor()->z, 0.0f);
+        // ... and its transparency is 1 - (u, v, 0.25) through the reverse.
+        EXPECT_EQ(batch[i].outTransparency()->x, 1.0f - u);
+        EXPECT_EQ(batch[i].outTransparency()->z, 0.75f);
+        EXPECT_TRUE(batch[i].isSet(TsampleFields::outColor));
+    }
+}
+
+TEST_F(ShadingEngine, ConstantTransparencyDecidesOpacity) {
+    load("node testUvColor a\nnode shadingEngine sg\nconnect a.outColor sg.surfaceShader\n");
+    TbitField64 provided;
+    ASSERT_TRUE(engine->analyse(0, &provided));
+    EXPECT_TRUE(engine->surfaceIsOpaque()); // constant zero
+
+    TdependGraph other;
+    std::ostringstream out;
+    qsl::Interpreter(other, out)
+        .runText("node testUvColor a\nnode shadingEngine sg\nset a.transparency 0.5 0.5 0.5\n"
+                 "connect a.outColor sg.surfaceShader\n",
+                 "half.qsl");
+    auto* half = dynamic_cast<TDNshadingEngine*>(other.findNode("sg"));
+    ASSERT_TRUE(half->analyse(0, &provided));
+    EXPECT_FALSE(half->surfaceIsOpaque());
+    Batch batch(*half, 0, 3);
+    half->controlBlock(0)->shade(3, batch.samples());
+    EXPECT_EQ(batch[2].outTransparency()->y, 0.5f); // a captured constant reaches every sample
+}
+
+TEST_F(ShadingEngine, AShaderWithoutOutColorLeavesTheFieldUnprovided) {
+    load("node reverse r\nnode shadingEngine sg\nconnect r.output sg.surfaceShader\n");
+    TbitField64 provided;
+    EXPECT_FALSE(engine->analyse(0, &provided));
+    EXPECT_FALSE(provided.test(TsampleFields::outColor));
+    EXPECT_EQ(engine->controlBlock(0), nullptr);
+}
+
+TEST_F(ShadingEngine, ANodeReadByTwoConsumersRunsOnDemand) {
+    load("node testUvColor shared\nnode reverse a\nnode reverse b\nnode testUvColor out\n"
+         "node shadingEngine sg\n"
+         "connect shared.outColor a.input\nconnect shared.outColor b.input\n"
+         "connect a.outputX out.gain\nconnect b.output out.transparency\n"
+         "connect out.outColor sg.surfaceShader\n");
+    ASSERT_TRUE(engine->analyse(0, nullptr));
+    std::ostringstream report;
+    engine->compileReport(report, 0, false);
+    EXPECT_NE(report.str().find("node shared (testUvColor), block 2, on demand"), std::string::npos)
+        << report.str();
+    EXPECT_EQ(engine->controlBlock(0)->numberOfSegments(), 2u) << report.str();
+
+    TdnTestUvColor::sComputes = 0;
+    Batch batch(*engine, 0, 8);
+    engine->controlBlock(0)->shade(8, batch.samples());
+    // shared runs once for each consumer that reads it; out once.
+    EXPECT_EQ(TdnTestUvColor::sComputes.load(), 3);
+    const float u = 0.5f / 8.0f;
+    EXPECT_EQ(batch[0].outColor()->z, 1.0f - u);        // gain = 1 - shared.u
+    EXPECT_EQ(batch[0].outTransparency()->x, 1.0f - u); // 1 - shared.outColor
+}
+
+TEST_F(ShadingEngine, AFeedbackLoopCompilesWithoutRecursingForever) {
+    load("node testUvColor uv\nnode reverse r1\nnode reverse r2\nnode testUvColor out\n"
+         "node shadingEngine sg\n"
+         "connect r2.output r1.input\nconnect r1.output r2.input\n"
+         "connect uv.outColorR r1.inputX\n"
+         "connect r1.output out.transparency\n"
+         "connect out.outColor sg.surfaceShader\n");
+    ASSERT_TRUE(engine->analyse(0, nullptr));
+    Batch batch(*engine, 0, 4);
+    engine->controlBlock(0)->shade(4, batch.samples());
+    // r1.inputX comes from uv: r1.outputX = 1 - u in every sample.
+    EXPECT_EQ(batch[1].outTransparency()->x, 1.0f - 1.5f / 4.0f);
+}
+
+TEST_F(ShadingEngine, ASecondAnalysisReusesTheOpus) {
+    load("node testUvColor a\nnode shadingEngine sg\nconnect a.outColor sg.surfaceShader\n");
+    ASSERT_TRUE(engine->analyse(0, nullptr));
+    TshadingOpus* first = engine->controlBlock(0);
+    ASSERT_TRUE(engine->analyse(0, nullptr));
+    EXPECT_EQ(engine->controlBlock(0), first);
+    EXPECT_EQ(TrenderThreadBase::opusReferences(engine, 0), 2u);
+    TrenderThreadBase::deleteOpus(engine, 0, false);
+    EXPECT_EQ(TrenderThreadBase::opusReferences(engine, 0), 1u);
+}
+
+TEST_F(ShadingEngine, TwoThreadsRunEachOnDemandOnce) {
+    load("node testUvColor a\nnode shadingEngine sg\nconnect a.outColor sg.surfaceShader\n");
+    ASSERT_TRUE(engine->analyse(0, nullptr));
+    TdnTestUvColor::sOnDemand = 0;
+    TshadingOpus* opus = engine->controlBlock(0);
+    auto work = [&] {
+        Batch batch(*engine, 0, 64);
+        for (int pass = 0; pass < 3; ++pass)
+            opus->shade(64, batch.samples());
+    };
+    std::thread t1(work), t2(work);
+    t1.join();
+    t2.join();
+    EXPECT_EQ(TdnTestUvColor::sOnDemand.load(), 1);
+}
+
+TEST_F(ShadingEngine, ShadeWithNoSamplesTouchesNothing) {
+    load("node testUvColor a\nnode shadingEngine sg\nconnect a.outColor sg.surfaceShader\n");
+    ASSERT_TRUE(engine->analyse(0, nullptr));
+    TdnTestUvColor::sComputes = 0;
+    engine->controlBlock(0)->shade(0, nullptr);
+    EXPECT_EQ(TdnTestUvColor::sComputes.load(), 0);
+}
+
+} // namespace

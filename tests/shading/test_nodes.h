@@ -1,0 +1,33 @@
+#pragma once
+
+// Node types made for the shading tests: a node whose colour is its UV, so
+// that values vary per sample in a way worked out by hand.
+
+#include <atomic>
+
+#include "host/node_pattern.h"
+
+#define ORVO_SCHEMA_TdnTestUvColor(A, C2, C3)                                                      \
+    C2(Tattribute2Float, UvCoord, "uvCoord", "uv", ORVO_UV, .implicitSample(), .implicitSample())  \
+    A(TattributeFloat, Gain, "gain", "gn", .input())                                               \
+    C3(Tattribute3Float, Transparency, "transparency", "it", ORVO_RGB,                             \
+       .inputParent().setNativeDefaultData(0, 0, 0), .input())                                     \
+    C3(Tattribute3Float, OutColor, "outColor", "oc", ORVO_RGB, .output(), .output())               \
+    C3(Tattribute3Float, OutTransparency, "outTransparency", "ot", ORVO_RGB, .output(), .output())
+
+ORVO_NODE(TdnTestUvColor, TshadingDependNode, "testUvColor", "TUVC", 9101, "kTestUvColor",
+          "test/uvColor", "n_testUvColor")
+
+class TdnTestUvColor : public TdnPattern<TdnTestUvColor, TshadingDependNode> {
+public:
+    bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first,
+                           unsigned count) override;
+    void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
+    // One compute writes both outputs.
+    void groupedAttrs(const Tattribute* attribute, TattributeArray& out) override;
+
+    // Counts across all nodes of the type, for the tests.
+    static std::atomic<int> sComputes; // vectorComputePlug calls
+    static std::atomic<int> sElements; // elements computed
+    static std::atomic<int> sOnDemand; // shadingNodeOnDemand calls
+};
