@@ -228,42 +228,67 @@ TEST_F(RenderSwap, AStaleFileIsReplacedAndTheFileGoesWithTheObject) {
     EXPECT_FALSE(fs::exists(name));
 }
 
-// Runs `child` in a forked process and returns its exit status.
+// A swap that is never destroyed, as when a render ends the process. Kept
+// in a global the compiler may not drop, so that the leak checker sees it is
+// still reachable when the child exits.
+TrenderSwap* volatile gLeftOpen = nullptr;
+
+// The children here end through exit(), so they must be new processes: a
+// forked copy of this one would wait at exit for threads that libraries
+// started in the parent and that do not exist in the copy. A threadsafe death
+// test runs this test again from the top in a fresh process, which finds the
+// folder in the environment.
+TEST(RenderSwapExit, TheFileIsDeletedWhenTheProcessExits) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    constexpr const char* kFolder = "ORVO_TEST_SWAP_EXIT_FOLDER";
+    fs::path dir;
+    if (const char* given = std::getenv(kFolder)) {
+        dir = given;
+    } else {
+        std::string pattern = (fs::temp_directory_path() / "orvo-swap-exit-XXXXXX").string();
+        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+        dir = pattern;
+        ::setenv(kFolder, pattern.c_str(), 1);
+    }
+    const std::string exits = (dir / "exit.iff").string();
+    const std::string abrupt = (dir / "abrupt.iff").string();
+
+    EXPECT_EXIT(
+        {
+            gLeftOpen = new TrenderSwap(exits.c_str());
+            if (gLeftOpen->append("data", 4) != 0 || !fs::exists(exits))
+                ::_exit(3);
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
+    EXPECT_FALSE(fs::exists(exits));
+
+    // Ending without the exit handlers leaves the file: the deletion above is
+    // the exit clean-up's doing.
+    EXPECT_EXIT(
+        {
+            gLeftOpen = new TrenderSwap(abrupt.c_str());
+            ::_exit(fs::exists(abrupt) ? 0 : 3);
+        },
+        ::testing::ExitedWithCode(0), "");
+    EXPECT_TRUE(fs::exists(abrupt));
+
+    ::unsetenv(kFolder);
+    fs::remove_all(dir);
+}
+
+// Runs `child` in a forked process, which must end with _exit, and returns
+// its exit status.
 int inChild(const std::function<void()>& child) {
     std::fflush(nullptr);
     const pid_t pid = ::fork();
     if (pid == 0) {
         child();
-        ::_exit(99); // the child decides how to end; reaching here is a fault
+        ::_exit(99);
     }
     int status = 0;
     ::waitpid(pid, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-// A swap that is never destroyed, as when a render ends the process.
-TrenderSwap* gLeftOpen = nullptr;
-
-TEST_F(RenderSwap, TheFileIsDeletedWhenTheProcessExits) {
-    const std::string exits = path("exit.iff");
-    const int status = inChild([&] {
-        gLeftOpen = new TrenderSwap(exits.c_str());
-        if (gLeftOpen->append("data", 4) != 0 || !fs::exists(exits))
-            ::_exit(3);
-        std::exit(0);
-    });
-    EXPECT_EQ(status, 0);
-    EXPECT_FALSE(fs::exists(exits));
-
-    // The same child ending without the exit handlers leaves the file: the
-    // deletion above is the exit clean-up's doing.
-    const std::string abrupt = path("abrupt.iff");
-    EXPECT_EQ(inChild([&] {
-                  gLeftOpen = new TrenderSwap(abrupt.c_str());
-                  ::_exit(0);
-              }),
-              0);
-    EXPECT_TRUE(fs::exists(abrupt));
 }
 
 TEST_F(RenderSwap, AFailedWriteWarnsOnceAndStoresNothing) {
