@@ -69,7 +69,7 @@ int Tcache::lock(TcacheProxy& proxy, void* context) {
     for (;;) {
         switch (proxy.state()) {
         case TcacheEntry::kOut: {
-            proxy.fLockCount.fetch_add(1, std::memory_order_relaxed);
+            proxy.addToLockCount(1);
             proxy.setState(TcacheEntry::kEntering);
             endMutex();
             const int result = proxy.enterCache(context);
@@ -81,7 +81,7 @@ int Tcache::lock(TcacheProxy& proxy, void* context) {
                 // The entry did not come in: this caller holds nothing, and a
                 // hold counted for it would keep the entry off the list for
                 // good once it does come in.
-                proxy.fLockCount.fetch_sub(1, std::memory_order_relaxed);
+                proxy.addToLockCount(-1);
                 proxy.setState(TcacheEntry::kOut);
             }
             if (isMoving(was))
@@ -96,13 +96,13 @@ int Tcache::lock(TcacheProxy& proxy, void* context) {
             wait();
             continue;
         case TcacheEntry::kLocked:
-            proxy.fLockCount.fetch_add(1, std::memory_order_relaxed);
+            proxy.addToLockCount(1);
             endMutex();
             return 0;
         case TcacheEntry::kUnlocked:
             remove(proxy);
-            fCount.fetch_sub(1, std::memory_order_relaxed);
-            proxy.fLockCount.fetch_add(1, std::memory_order_relaxed);
+            addToCount(-1);
+            proxy.addToLockCount(1);
             proxy.setState(TcacheEntry::kLocked);
             endMutex();
             return 0;
@@ -120,7 +120,7 @@ int Tcache::unlock(TcacheProxy& proxy, void* context) {
         endMutex();
         return 0;
     }
-    if (proxy.fLockCount.fetch_sub(1, std::memory_order_relaxed) - 1 != 0) {
+    if (proxy.addToLockCount(-1) != 0) {
         endMutex();
         return 0;
     }
@@ -129,7 +129,7 @@ int Tcache::unlock(TcacheProxy& proxy, void* context) {
     proxy.setState(TcacheEntry::kUnlocked);
     if (isMoving(was))
         broadcast();
-    const uint64_t entries = fCount.fetch_add(1, std::memory_order_relaxed) + 1;
+    const uint64_t entries = addToCount(1);
     if (entries >= maxEntries()) {
         unProtectedReclaim(lru(), context);
         return 0;
@@ -157,7 +157,7 @@ int Tcache::unProtectedReclaim(TcacheProxy* proxy, void* context) {
         return kNothingToReclaim;
     }
     remove(*proxy);
-    fCount.fetch_sub(1, std::memory_order_relaxed);
+    addToCount(-1);
     const TcacheEntry::eState was = proxy->state();
     proxy->setState(TcacheEntry::kLeaving);
     endMutex();
@@ -168,7 +168,7 @@ int Tcache::unProtectedReclaim(TcacheProxy* proxy, void* context) {
     beginMutex();
     if (result == TcacheEntry::kRefuse) {
         add(*proxy);
-        fCount.fetch_add(1, std::memory_order_relaxed);
+        addToCount(1);
         if (proxy->state() == TcacheEntry::kLeaving) {
             proxy->setState(was);
             if (!isMoving(was))

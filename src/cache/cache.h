@@ -65,6 +65,14 @@ private:
     friend class Tcache;
 
     void setState(eState state) { fState.store(state, std::memory_order_relaxed); }
+    // Counts change only inside the cache's critical section, so a plain load
+    // and store do; they are atomic only so that the queries may read them
+    // from outside. Returns the new count.
+    int32_t addToLockCount(int32_t delta) {
+        const int32_t count = fLockCount.load(std::memory_order_relaxed) + delta;
+        fLockCount.store(count, std::memory_order_relaxed);
+        return count;
+    }
 
     std::atomic<int32_t> fLockCount{0};
     std::atomic<eState> fState{kOut};
@@ -139,6 +147,13 @@ private:
     // Evicts `proxy` (which may be null); called holding the mutex, returns
     // having released it.
     int unProtectedReclaim(TcacheProxy* proxy, void* context);
+    // Under the mutex; see TcacheProxy::addToLockCount.
+    uint64_t addToCount(int delta) {
+        const uint64_t entries =
+            fCount.load(std::memory_order_relaxed) + static_cast<uint64_t>(delta);
+        fCount.store(entries, std::memory_order_relaxed);
+        return entries;
+    }
 
     std::atomic<uint64_t> fCount{0};
     std::atomic<uint64_t> fMaxEntries;
