@@ -1,7 +1,8 @@
 #include "cache/cache_warning.h"
 
-#include <cstdio>
 #include <mutex>
+
+#include "host/messages.h"
 
 namespace {
 
@@ -15,22 +16,6 @@ WarningSinkHolder& warningSink() {
     return holder;
 }
 
-struct Message {
-    std::string_view id;
-    const char* text;
-};
-
-// The texts of the swap's messages. Each takes the file name; the open and
-// write errors also the reason the file layer gave.
-constexpr Message kMessages[] = {
-    {"s_TrenderSwapStrings.rSwapOpenErrorStr",
-     "Cannot open the render swap file {}: {}. Rendering goes on without swapping."},
-    {"s_TrenderSwapStrings.rSwapLimitErrorStr",
-     "The render swap file {} has reached its size limit; further data is kept in memory "
-     "or dropped."},
-    {"s_TrenderSwapStrings.rSwapWriteErrorStr", "Cannot write to the render swap file {}: {}."},
-};
-
 } // namespace
 
 void cacheWarning(const std::string& text) {
@@ -40,7 +25,7 @@ void cacheWarning(const std::string& text) {
         holder.sink(text);
         return;
     }
-    std::fprintf(stderr, "Warning: %s\n", text.c_str());
+    TcommandEngine::displayWarning(text);
 }
 
 TcacheWarningSink setCacheWarningSink(TcacheWarningSink sink) {
@@ -52,9 +37,5 @@ TcacheWarningSink setCacheWarningSink(TcacheWarningSink sink) {
 }
 
 std::string cacheMessageText(std::string_view id) {
-    for (const Message& message : kMessages) {
-        if (message.id == id)
-            return message.text;
-    }
-    return std::string(id);
+    return TstringId(id).text();
 }

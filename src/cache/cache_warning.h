@@ -4,11 +4,8 @@
 #include <string>
 #include <string_view>
 
-// Warnings of the caches to the user. They go to a sink: by default standard
-// error, as "Warning: <text>"; tests put their own sink in place to see them.
-//
-// The command engine's displayWarning is where user messages belong; until the
-// caches reach it, this is the one place that decides where theirs go.
+// Warnings of the caches to the user. They go through the command engine's
+// displayWarning, unless a test has put a sink of its own in place.
 
 using TcacheWarningSink = std::function<void(const std::string&)>;
 
@@ -18,7 +15,7 @@ void cacheWarning(const std::string& text);
 // one that was in place.
 TcacheWarningSink setCacheWarningSink(TcacheWarningSink sink);
 
-// The text of a cache message, by its identifier (such as
-// "s_TrenderSwapStrings.rSwapLimitErrorStr"), with {} standing for its
-// arguments. An unknown identifier gives the identifier itself.
+// The text of a cache message from the string catalogue, by its identifier
+// (such as "s_TrenderSwapStrings.rSwapLimitErrorStr"), with {} standing for
+// its arguments. An unknown identifier gives the identifier itself.
 std::string cacheMessageText(std::string_view id);

@@ -25,7 +25,7 @@
 // no lock themselves.
 class TrenderSwap {
 public:
-    static constexpr TiffTag kFormType = TiffMakeTag("Swap");
+    static constexpr TiffChunkId kFormType = TiffMakeTag("Swap");
     static constexpr uint32_t kNoLimit = 0xFFFFFFFFu;
 
     // Environment settings, read when the library loads.

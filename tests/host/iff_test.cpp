@@ -44,8 +44,8 @@ std::vector<unsigned char> bytes(std::string_view text) {
 TEST(IffTags, CharactersGoHighByteFirst) {
     EXPECT_EQ(kIffFOR4, 0x464F5234u);
     EXPECT_EQ(TiffMakeTag("Swap"), (83u << 24) | (119u << 16) | (97u << 8) | 112u);
-    EXPECT_EQ(TiffTagToString(TiffMakeTag("HEAD")), "HEAD");
-    EXPECT_EQ(TiffTagToString(0x41420043u), "AB\\x00C");
+    EXPECT_EQ(TiffChunkIdToString(TiffMakeTag("HEAD")), "HEAD");
+    EXPECT_EQ(TiffChunkIdToString(0x41420043u), "AB\\x00C");
     EXPECT_TRUE(TiffIsValidTag(TiffMakeTag("AB C")));
     EXPECT_FALSE(TiffIsValidTag(0x41420043u));
     EXPECT_TRUE(TiffIsGroupTag(kIffCAT4));

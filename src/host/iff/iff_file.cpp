@@ -35,7 +35,7 @@ int openTemporaryBeside(const std::string& path, std::string& temporary) {
 
 } // namespace
 
-bool TiffIsValidTag(TiffTag tag) {
+bool TiffIsValidTag(TiffChunkId tag) {
     for (int shift = 24; shift >= 0; shift -= 8) {
         const unsigned c = (tag >> shift) & 0xFF;
         if (c < 0x20 || c > 0x7E)
@@ -44,7 +44,7 @@ bool TiffIsValidTag(TiffTag tag) {
     return true;
 }
 
-std::string TiffTagToString(TiffTag tag) {
+std::string TiffChunkIdToString(TiffChunkId tag) {
     std::string text;
     for (int shift = 24; shift >= 0; shift -= 8) {
         const unsigned c = (tag >> shift) & 0xFF;
@@ -165,7 +165,7 @@ int TiffFile::requireWritable(const char* operation) {
     return 0;
 }
 
-int TiffFile::writeHeader(TiffTag id, const TiffTag* type) {
+int TiffFile::writeHeader(TiffChunkId id, const TiffChunkId* type) {
     if (seekEnd() < 0)
         return -1;
     const int64_t at = tell();
@@ -174,7 +174,7 @@ int TiffFile::writeHeader(TiffTag id, const TiffTag* type) {
     if (at % kIffAlignment != 0)
         return fail(fmt::format("cannot begin {} in {}: the file ends at {}, which is not a "
                                 "multiple of 4",
-                                TiffTagToString(id), fPath, at));
+                                TiffChunkIdToString(id), fPath, at));
     unsigned char header[kIffGroupHeaderSize] = {};
     putBigEndian32(header, id);
     size_t length = kIffChunkHeaderSize;
@@ -191,25 +191,25 @@ int TiffFile::writeHeader(TiffTag id, const TiffTag* type) {
     return 0;
 }
 
-int TiffFile::beginGroup(TiffTag group, TiffTag type) {
+int TiffFile::beginGroup(TiffChunkId group, TiffChunkId type) {
     if (requireWritable("begin a group") != 0)
         return -1;
     if (!TiffIsGroupTag(group))
         return fail(fmt::format("cannot begin a group {} in {}: a group is FOR4, CAT4, LIS4 or "
                                 "PRO4",
-                                TiffTagToString(group), fPath));
+                                TiffChunkIdToString(group), fPath));
     if (!TiffIsValidTag(type))
         return fail(fmt::format("cannot begin a group of type {} in {}: not a valid type",
-                                TiffTagToString(type), fPath));
+                                TiffChunkIdToString(type), fPath));
     return writeHeader(group, &type);
 }
 
-int TiffFile::beginChunk(TiffTag id) {
+int TiffFile::beginChunk(TiffChunkId id) {
     if (requireWritable("begin a chunk") != 0)
         return -1;
     if (TiffIsGroupTag(id) || !TiffIsValidTag(id))
         return fail(fmt::format("cannot begin a chunk {} in {}: not a chunk id",
-                                TiffTagToString(id), fPath));
+                                TiffChunkIdToString(id), fPath));
     return writeHeader(id, nullptr);
 }
 
@@ -256,7 +256,7 @@ int TiffFile::endChunk() {
     return endScope(false);
 }
 
-int TiffFile::writeChunk(TiffTag id, const void* data, uint32_t size) {
+int TiffFile::writeChunk(TiffChunkId id, const void* data, uint32_t size) {
     if (beginChunk(id) != 0)
         return -1;
     if (write(data, size) != size)

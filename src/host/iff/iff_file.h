@@ -12,33 +12,33 @@
 // chunks (and groups) they contain. Swap files and depth maps are IFF files.
 
 // A four-character code, first character in the high byte.
-using TiffTag = uint32_t;
+using TiffChunkId = uint32_t;
 
-constexpr TiffTag TiffMakeTag(const char (&text)[5]) {
-    return (static_cast<TiffTag>(static_cast<unsigned char>(text[0])) << 24) |
-           (static_cast<TiffTag>(static_cast<unsigned char>(text[1])) << 16) |
-           (static_cast<TiffTag>(static_cast<unsigned char>(text[2])) << 8) |
-           static_cast<TiffTag>(static_cast<unsigned char>(text[3]));
+constexpr TiffChunkId TiffMakeTag(const char (&text)[5]) {
+    return (static_cast<TiffChunkId>(static_cast<unsigned char>(text[0])) << 24) |
+           (static_cast<TiffChunkId>(static_cast<unsigned char>(text[1])) << 16) |
+           (static_cast<TiffChunkId>(static_cast<unsigned char>(text[2])) << 8) |
+           static_cast<TiffChunkId>(static_cast<unsigned char>(text[3]));
 }
 
-constexpr TiffTag kIffFOR4 = TiffMakeTag("FOR4");
-constexpr TiffTag kIffCAT4 = TiffMakeTag("CAT4");
-constexpr TiffTag kIffLIS4 = TiffMakeTag("LIS4");
-constexpr TiffTag kIffPRO4 = TiffMakeTag("PRO4");
+constexpr TiffChunkId kIffFOR4 = TiffMakeTag("FOR4");
+constexpr TiffChunkId kIffCAT4 = TiffMakeTag("CAT4");
+constexpr TiffChunkId kIffLIS4 = TiffMakeTag("LIS4");
+constexpr TiffChunkId kIffPRO4 = TiffMakeTag("PRO4");
 
 constexpr uint32_t kIffAlignment = 4;
 constexpr size_t kIffChunkHeaderSize = 8;
 constexpr size_t kIffGroupHeaderSize = 12;
 
-constexpr bool TiffIsGroupTag(TiffTag tag) {
+constexpr bool TiffIsGroupTag(TiffChunkId tag) {
     return tag == kIffFOR4 || tag == kIffCAT4 || tag == kIffLIS4 || tag == kIffPRO4;
 }
 
 // True when all four characters are printable ASCII, as ids and types must be.
-bool TiffIsValidTag(TiffTag tag);
+bool TiffIsValidTag(TiffChunkId tag);
 
 // The four characters, with anything unprintable shown as \xNN.
-std::string TiffTagToString(TiffTag tag);
+std::string TiffChunkIdToString(TiffChunkId tag);
 
 // An IFF file on disk, opened for reading or writing.
 //
@@ -78,11 +78,11 @@ public:
     const std::string& path() const { return fPath; }
 
     // Structure (write modes).
-    int beginGroup(TiffTag group, TiffTag type);
+    int beginGroup(TiffChunkId group, TiffChunkId type);
     int endGroup();
-    int beginChunk(TiffTag id);
+    int beginChunk(TiffChunkId id);
     int endChunk();
-    int writeChunk(TiffTag id, const void* data, uint32_t size);
+    int writeChunk(TiffChunkId id, const void* data, uint32_t size);
     // Number of groups and chunks begun and not yet ended.
     size_t openScopes() const { return fScopes.size(); }
 
@@ -115,7 +115,7 @@ private:
     int fail(const std::string& text);
     int failErrno(const char* what);
     int requireWritable(const char* operation);
-    int writeHeader(TiffTag id, const TiffTag* type);
+    int writeHeader(TiffChunkId id, const TiffChunkId* type);
     int patchSize(const Scope& scope, uint64_t end);
     int endScope(bool group);
     int finishScopes();

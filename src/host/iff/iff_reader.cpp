@@ -73,22 +73,22 @@ bool TiffReader::next(TiffItem& item) {
     found.size = bigEndian32(header + 4);
     found.offset = at;
     if (!TiffIsValidTag(found.id))
-        return fail(fmt::format("offset {}: {} is not a chunk id", at, TiffTagToString(found.id)));
+        return fail(fmt::format("offset {}: {} is not a chunk id", at, TiffChunkIdToString(found.id)));
     if (found.size > room - kIffChunkHeaderSize)
         return fail(fmt::format("{} at offset {}: its size {} runs past the end of {} ({} bytes "
                                 "left)",
-                                TiffTagToString(found.id), at, found.size, where,
+                                TiffChunkIdToString(found.id), at, found.size, where,
                                 room - kIffChunkHeaderSize));
     if (found.isGroup()) {
         if (found.size < 4)
             return fail(fmt::format("{} at offset {}: size {} leaves no room for the group type",
-                                    TiffTagToString(found.id), at, found.size));
+                                    TiffChunkIdToString(found.id), at, found.size));
         if (!readAt(at + kIffChunkHeaderSize, header + kIffChunkHeaderSize, 4))
             return false;
         found.type = bigEndian32(header + kIffChunkHeaderSize);
         if (!TiffIsValidTag(found.type))
             return fail(fmt::format("{} at offset {}: {} is not a group type",
-                                    TiffTagToString(found.id), at, TiffTagToString(found.type)));
+                                    TiffChunkIdToString(found.id), at, TiffChunkIdToString(found.type)));
         found.dataOffset = at + kIffGroupHeaderSize;
         found.dataSize = found.size - 4;
     } else {
@@ -133,7 +133,7 @@ bool TiffReader::readData(const TiffItem& item, void* data, uint32_t offset, uin
         return false;
     if (offset > item.dataSize || size > item.dataSize - offset)
         return fail(fmt::format("{} at offset {}: {} bytes from {} lie outside its {} bytes",
-                                TiffTagToString(item.id), item.offset, size, offset,
+                                TiffChunkIdToString(item.id), item.offset, size, offset,
                                 item.dataSize));
     return readAt(item.dataOffset + offset, data, size);
 }
