@@ -34,6 +34,7 @@ struct TSEconnection {
     int field = -1;                                   // sample field, for kinds 4, 5, 6, 8
     std::shared_ptr<std::vector<std::byte>> constant; // kinds 1 and 6
     uint16_t segment = 0;                             // the segment that computes the source
+    bool otherDB = false; // the consumer reads the producer's block in place
 };
 
 struct TSEnodeDescription {
@@ -101,6 +102,7 @@ private:
     std::shared_ptr<std::vector<std::byte>> capture(const Tplug& plug, bool& zero);
 
     // Emission.
+    void shortenChains(TSEnodeDescription& d);
     void layoutBlock(TSEnodeDescription& d, TSEopusLayout& layout);
     void fillConstants(TSEnodeDescription& d, TSEopusLayout& layout);
     void emit(TSEnodeDescription& d, const Tattribute& attribute, int segment, bool topLevel,

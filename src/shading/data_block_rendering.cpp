@@ -460,22 +460,25 @@ void TdataBlockRendering::evaluate(const Tattribute& a, unsigned first, unsigned
     }
 }
 
-TdataHandle TdataBlockRendering::otherBlockHandle(const Tattribute& a, unsigned element) {
+TdataHandle TdataBlockRendering::otherBlockHandle(const Tattribute& a, unsigned element,
+                                                  unsigned count) {
     const AttrInfo& info = fInfos[a.index()];
     const Tattribute& holder = info.type == kVarUseParentOtherDB ? rootOf(a) : a;
-    auto* pair = reinterpret_cast<OtherDBPair*>(fFirst + size_t(element) * fStride +
-                                                fInfos[holder.index()].offset);
     const AttrInfo& holderInfo = fInfos[holder.index()];
+    auto pairAt = [&](unsigned e) {
+        return reinterpret_cast<OtherDBPair*>(fFirst + size_t(e) * fStride + holderInfo.offset);
+    };
     if (holderInfo.thread && fEvaluator) {
-        pair->base = nullptr;
+        // One run of the producer's segment serves the whole run here.
         uint8_t* base = nullptr;
         TdataBlock* other = this;
         const unsigned index = currentIndex();
-        fEvaluator->computeValue(holderInfo.thread, holder, &base, &other, element, 1);
+        fEvaluator->computeValue(holderInfo.thread, holder, &base, &other, element, count);
         restoreCurrent(index);
-        pair->base = reinterpret_cast<std::byte*>(base);
-        pair->block = other;
+        for (unsigned e = element; e < element + count; ++e)
+            *pairAt(e) = OtherDBPair{reinterpret_cast<std::byte*>(base), other};
     }
+    const OtherDBPair* pair = pairAt(element);
     if (!pair->base)
         return {};
     const uint32_t extra = info.type == kVarUseParentOtherDB ? offsetWithin(a, holder) : 0u;
@@ -487,7 +490,7 @@ TdataHandle TdataBlockRendering::inputValue(const Tattribute& attribute) {
     const unsigned index = currentIndex();
     const AttrInfo& info = fInfos[attribute.index()];
     if (isOtherDB(info.type)) {
-        TdataHandle h = otherBlockHandle(attribute, index);
+        TdataHandle h = otherBlockHandle(attribute, index, 1);
         if (!h.isNull())
             return h;
     } else {
@@ -519,13 +522,10 @@ TvectorDataHandle TdataBlockRendering::vectorInputValue(const Tattribute& attrib
                                                         unsigned count) {
     const AttrInfo& info = fInfos[attribute.index()];
     if (isOtherDB(info.type)) {
-        TdataHandle h = otherBlockHandle(attribute, first);
-        if (!h.isNull()) {
-            // The producer ran the whole run: its elements follow by its stride.
-            for (unsigned e = first + 1; e < first + count; ++e)
-                otherBlockHandle(attribute, e);
+        // The producer runs the whole run: its elements follow by its stride.
+        TdataHandle h = otherBlockHandle(attribute, first, count);
+        if (!h.isNull())
             return TvectorDataHandle(h, h.block()->elementStride());
-        }
     } else {
         evaluate(attribute, first, count);
     }
@@ -536,6 +536,16 @@ TvectorDataHandle TdataBlockRendering::vectorInputValue(const Tattribute& attrib
 
 TvectorDataHandle TdataBlockRendering::vectorOutputValue(const Tattribute& attribute,
                                                          unsigned first) {
+    const AttrInfo& info = fInfos[attribute.index()];
+    if (isOtherDB(info.type)) {
+        // The value lives in the producer's block: walk it there.
+        const unsigned saved = currentIndex();
+        restoreCurrent(first);
+        const TdataHandle h = outputValue(attribute);
+        restoreCurrent(saved);
+        if (h.block() != this && !h.isNull())
+            return TvectorDataHandle(h, h.block()->elementStride());
+    }
     if (isVariable(fInfos[attribute.index()].type))
         return TvectorDataHandle(handleOf(attribute, first, TdataHandle::kIsVarying), fStride);
     return TvectorDataHandle(handleOf(attribute, first), 0);

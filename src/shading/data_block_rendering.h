@@ -163,7 +163,7 @@ private:
     void fetchDefault(const Tattribute& a, std::byte* address, unsigned first, unsigned count,
                       bool replicate);
     void assembleChildren(const Tattribute& compound, unsigned first, unsigned count);
-    TdataHandle otherBlockHandle(const Tattribute& a, unsigned element);
+    TdataHandle otherBlockHandle(const Tattribute& a, unsigned element, unsigned count);
     void restoreCurrent(unsigned index);
 
     // Multi path.

@@ -136,9 +136,20 @@ void TSEanalysis::emit(TSEnodeDescription& d, const Tattribute& attribute, int s
         switch (c.kind) {
         case kConnVarying:
             emit(*c.upstream, *c.source.attribute(), segment, false, layout);
-            if (!c.upstream->segmented)
+            if (c.upstream->segmented)
+                break; // the consumer's read runs the upstream's segment
+            if (c.otherDB) {
+                TSEinstruction link;
+                link.opcode = kOpLinkOtherDB;
+                link.link.attribute = c.destination;
+                link.link.destinationBlock = uint32_t(d.block);
+                link.link.sourceBlock = uint32_t(c.upstream->block);
+                link.link.sourceAttribute = c.source.attribute();
+                layout.instructions.push_back(link);
+            } else {
                 emitCopy(layout, blockHalf(*c.upstream, *c.source.attribute(), Tplug::kNoIndex),
                          blockHalf(d, *c.destination, c.logicalIndex));
+            }
             break;
         case kConnFieldRequest: {
             TSEdescriptorHalf field;
@@ -170,7 +181,36 @@ void TSEanalysis::emit(TSEnodeDescription& d, const Tattribute& attribute, int s
     layout.instructions.push_back(in);
 }
 
+void TSEanalysis::shortenChains(TSEnodeDescription& d) {
+    // A varying value that a consumer takes whole, unchanged, from a
+    // producer's output of the same class isn't copied: the consumer's slot
+    // points into the producer's block.
+    for (TSEconnection& c : d.connections) {
+        if (c.kind != kConnVarying || !c.upstream || !c.destination || c.upstream == &fRoot)
+            continue;
+        const Tattribute& to = *c.destination;
+        const Tattribute& from = *c.source.attribute();
+        if (to.parent() || to.isArray() || from.isArray() || from.isArrayDescendant() ||
+            c.logicalIndex != Tplug::kNoIndex || to.hasFlag(0x1000) ||
+            std::strcmp(to.className(), from.className()) != 0 ||
+            c.upstream->kind[from.index()] != kVarPresent || d.kind[to.index()] != kVarPresent)
+            continue;
+        // Children read on their own would find nothing in this block.
+        bool childFed = false;
+        for (const TSEconnection& other : d.connections)
+            if (other.destination && other.destination->isDescendentOf(to))
+                childFed = true;
+        if (childFed)
+            continue;
+        c.otherDB = true;
+        d.kind[to.index()] = kVarPresentOtherDB;
+        for (const Tattribute* child : to.children())
+            d.kind[child->index()] = kVarUseParentOtherDB;
+    }
+}
+
 void TSEanalysis::layoutBlock(TSEnodeDescription& d, TSEopusLayout& layout) {
+    shortenChains(d);
     const TattributeList& attributes = d.node->vsData()->attributes();
     const size_t n = attributes.size();
     d.block = int(layout.blockCount++);

@@ -8,6 +8,7 @@
 
 #include "host/dependnode.h"
 #include "host/shadingnode.h"
+#include "shading/dispatch_compute.h"
 #include "shading/sample.h"
 
 // ---------------------------------------------------------------- the frame
@@ -129,11 +130,20 @@ void TshadingOpus::Frame::computeNode(const TSEinstruction& in, unsigned first, 
     block.setCurrentIndex(first);
     if (c.shadingNode)
         c.shadingNode->ensureOnDemand(const_cast<Tplug&>(*c.plug), block);
+    auto run = [&] {
+        if (TDNdispatchCompute::dispatchCompute(c.node, *c.plug, block, first, count))
+            return;
+        // A type with only a scalar compute: one element at a time.
+        for (unsigned e = first; e < first + count; ++e) {
+            block.setCurrentIndex(e);
+            c.node->computePlug(*c.plug, block);
+        }
+    };
     if (locked && c.mutex) {
         std::lock_guard lock(*static_cast<std::recursive_mutex*>(c.mutex));
-        c.node->vectorComputePlug(*c.plug, block, first, count);
+        run();
     } else {
-        c.node->vectorComputePlug(*c.plug, block, first, count);
+        run();
     }
     block.setCurrentIndex(previous);
 }

@@ -363,6 +363,11 @@ void TDNshadingEngine::compileReport(std::ostream& out, TSEoption option, bool d
             text = fmt::format("copy {} -> {}", half(in.copy.descriptor->source),
                                half(in.copy.descriptor->destination));
             break;
+        case kOpLinkOtherDB:
+            text = fmt::format("link block {} {} -> block {} {} (read in place, no copy)",
+                               in.link.sourceBlock, in.link.sourceAttribute->longName(),
+                               in.link.destinationBlock, in.link.attribute->longName());
+            break;
         default:
             text = fmt::format("opcode {}", in.opcode);
         }

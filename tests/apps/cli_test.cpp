@@ -105,6 +105,23 @@ TEST(OrvoTool, EvalGivesTheUtilityEdgeCases) {
     EXPECT_EQ(r.err.rfind("Warning: div0", 0), 0u) << r.err;
 }
 
+TEST(OrvoTool, CompileReportsTheVaryingPartAndItsInstructions) {
+    const std::string scene = std::string(ORVO_EXAMPLES_DIR) + "/shading_group.qsl";
+    const ToolResult r = runTool({"compile", scene, "-g", "sg"});
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_NE(r.out.find("provides: outColor\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("node lum (surfaceLuminance), block 2"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("node md1 (multiplyDivide), constant"), std::string::npos);
+    EXPECT_NE(r.out.find("copy sample.normalCamera -> block 2 normalCamera"), std::string::npos);
+    EXPECT_NE(r.out.find("copy block 0 outColor -> sample.outColor"), std::string::npos);
+
+    const ToolResult notGroup = runTool({"compile", scene, "-g", "md1"});
+    EXPECT_EQ(notGroup.exitCode, 1);
+    EXPECT_EQ(countLines(notGroup.err), 1);
+    EXPECT_NE(notGroup.err.find("not a shading group"), std::string::npos);
+    EXPECT_EQ(runTool({"compile", scene, "-g", "sg", "--option", "12"}).exitCode, 1);
+}
+
 TEST(OrvoTool, NodesListsTypesAndDescribesOne) {
     const ToolResult all = runTool({"nodes"});
     EXPECT_EQ(all.exitCode, 0);

@@ -17,7 +17,6 @@ struct PendingCommand {
 constexpr PendingCommand kPendingCommands[] = {
     {"render", "Render a scene (the built-in default scene without one)"},
     {"shade", "Shade a grid of samples through a shading group"},
-    {"compile", "Print the compile report of a shading group"},
     {"names", "Preview the output file names of a render"},
     {"maketx", "Write a block-ordered texture from an image"},
     {"info", "Describe a block-ordered texture, depth map or image"},
@@ -27,10 +26,12 @@ constexpr PendingCommand kPendingCommands[] = {
 
 void addEvalCommand(CLI::App& app, CommandRun& run);
 void addNodesCommand(CLI::App& app, CommandRun& run);
+void addCompileCommand(CLI::App& app, CommandRun& run);
 
 void addCommands(CLI::App& app, CommandRun& run) {
     addEvalCommand(app, run);
     addNodesCommand(app, run);
+    addCompileCommand(app, run);
     for (const PendingCommand& command : kPendingCommands) {
         CLI::App* sub = app.add_subcommand(command.name, command.description);
         sub->allow_extras();
