@@ -260,6 +260,20 @@ void TdataBlockRendering::initializeConstant(TdependNode* node, AttrInfo* infos,
     });
 }
 
+void TdataBlockRendering::fetchConstantDefaults(TdependNode* node, AttrInfo* infos,
+                                                MultiInfo* multiInfos, const uint16_t* initList,
+                                                std::byte* constantBlock) {
+    TdataBlockRendering block;
+    block.initialize(node, infos, multiInfos, initList, constantBlock, 0, nullptr, 0, nullptr);
+    for (const Tattribute* a : attributesOf(node)) {
+        if (a->isArrayDescendant())
+            continue;
+        const uint32_t type = infos[a->index()].type;
+        if (type == kConstDefaultValue || type == kConstUseChild)
+            block.evaluate(*a, 0, 1);
+    }
+}
+
 void TdataBlockRendering::tearDownVariable() {
     if (!fNode)
         return;
@@ -402,7 +416,45 @@ void TdataBlockRendering::assembleChildren(const Tattribute& compound, unsigned 
     }
 }
 
+void TdataBlockRendering::evaluateArray(const Tattribute& array, unsigned first, unsigned count) {
+    AttrInfo& info = fInfos[array.index()];
+    if (!isVariable(info.type)) {
+        if (info.type == kConstDefaultValue) {
+            fetchDefault(array, addressOf(array, first), first, 1, false);
+            info.type = kConstPresent;
+        }
+        return;
+    }
+    if (!fMultis)
+        return;
+    // A varying array: each element as its record says, for the run.
+    const MultiInfo* header = fMultis + info.thread;
+    TordinaryDataBlock* own = fNode ? fNode->getDatablock() : nullptr;
+    for (int e = 0; e < header->numKids; ++e) {
+        const MultiInfo& record = header[1 + e];
+        const unsigned logicalIndex = record.logicalIndex();
+        if ((record.kind & 1u) && record.threadOrCOff) {
+            evaluateElement(array, logicalIndex, first, count);
+        } else if (record.kind == kConstDefaultValue && own) {
+            TmultiHandle from(
+                TdataHandle(own, &array, own->valueAddress(array, 0), TdataHandle::kIsArray));
+            if (!from.jumpToElement(logicalIndex))
+                continue;
+            for (unsigned el = first; el < first + count; ++el) {
+                TmultiHandle to(
+                    TdataHandle(this, &array, headerOf(array, el), TdataHandle::kIsArray));
+                if (to.jumpToElement(logicalIndex))
+                    array.copyValue(to.reference().address(), from.reference().address());
+            }
+        }
+    }
+}
+
 void TdataBlockRendering::evaluate(const Tattribute& a, unsigned first, unsigned count) {
+    if (a.isArray()) {
+        evaluateArray(a, first, count);
+        return;
+    }
     AttrInfo& info = fInfos[a.index()];
     switch (info.type) {
     case kConstDefaultValue:

@@ -106,6 +106,11 @@ public:
     // Bytes an array slot takes: its 48-byte header, then its elements.
     static uint32_t arraySlotSize(const Tattribute& array, const MultiInfo* header);
 
+    // Fetches every constant default of a laid-out node into its constant
+    // block, so that shading never writes the shared block or tables.
+    static void fetchConstantDefaults(TdependNode* node, AttrInfo* infos, MultiInfo* multiInfos,
+                                      const uint16_t* initList, std::byte* constantBlock);
+
     // ---- set-up and tear-down
     // The variable part, for `count` elements at `variableBase`.
     void initialize(TdependNode* node, AttrInfo* infos, MultiInfo* multiInfos,
@@ -159,6 +164,7 @@ private:
     TdataHandle handleOf(const Tattribute& a, unsigned element, uint32_t extraMode = 0) const;
     // Brings the value of `a` up to date for elements [first, first + count).
     void evaluate(const Tattribute& a, unsigned first, unsigned count);
+    void evaluateArray(const Tattribute& array, unsigned first, unsigned count);
     void compute(uint16_t segment, const Tattribute& a, unsigned first, unsigned count);
     void fetchDefault(const Tattribute& a, std::byte* address, unsigned first, unsigned count,
                       bool replicate);

@@ -237,6 +237,9 @@ void TSEanalysis::layoutBlock(TSEnodeDescription& d, TSEopusLayout& layout) {
     layout.initLists.push_back(std::move(initList));
     layout.constants.push_back(std::move(constant));
     fillConstants(d, layout);
+    TdataBlockRendering::fetchConstantDefaults(d.node, d.infos, d.multiTable,
+                                               layout.initLists.back().get(),
+                                               layout.constants.back().get());
 }
 
 void TSEanalysis::fillConstants(TSEnodeDescription& d, TSEopusLayout& layout) {

@@ -144,6 +144,24 @@ TEST_F(ShadingEngine, AFeedbackLoopCompilesWithoutRecursingForever) {
     EXPECT_EQ(batch[1].outTransparency()->x, 1.0f - 1.5f / 4.0f);
 }
 
+TEST_F(ShadingEngine, ArrayElementsMixVaryingAndConstantValues) {
+    load("node testUvColor uv\nnode plusMinusAverage sum\nnode testUvColor out\n"
+         "node shadingEngine sg\n"
+         "set sum.operation Sum\n"
+         "connect uv.outColor sum.input3D[0]\n"
+         "set sum.input3D[4] 0.25 0.5 0.75\n"
+         "connect sum.output3D out.transparency\n"
+         "connect out.outColor sg.surfaceShader\n");
+    ASSERT_TRUE(engine->analyse(0, nullptr));
+    Batch batch(*engine, 0, 4);
+    engine->controlBlock(0)->shade(4, batch.samples());
+    // input3D[0] is (u, v, 0) per sample, input3D[4] the constant set.
+    const float u = 2.5f / 4.0f, v = 1.0f - 2.0f / 4.0f;
+    EXPECT_EQ(batch[2].outTransparency()->x, u + 0.25f);
+    EXPECT_EQ(batch[2].outTransparency()->y, v + 0.5f);
+    EXPECT_EQ(batch[2].outTransparency()->z, 0.75f);
+}
+
 TEST_F(ShadingEngine, ASecondAnalysisReusesTheOpus) {
     load("node testUvColor a\nnode shadingEngine sg\nconnect a.outColor sg.surfaceShader\n");
     ASSERT_TRUE(engine->analyse(0, nullptr));
