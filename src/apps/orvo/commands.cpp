@@ -20,17 +20,18 @@ constexpr PendingCommand kPendingCommands[] = {
     {"compile", "Print the compile report of a shading group"},
     {"names", "Preview the output file names of a render"},
     {"maketx", "Write a block-ordered texture from an image"},
-    {"info", "Describe a block-ordered texture, depth map or image"},
 };
 
 } // namespace
 
 void addEvalCommand(CLI::App& app, CommandRun& run);
 void addNodesCommand(CLI::App& app, CommandRun& run);
+void addInfoCommand(CLI::App& app, CommandRun& run);
 
 void addCommands(CLI::App& app, CommandRun& run) {
     addEvalCommand(app, run);
     addNodesCommand(app, run);
+    addInfoCommand(app, run);
     for (const PendingCommand& command : kPendingCommands) {
         CLI::App* sub = app.add_subcommand(command.name, command.description);
         sub->allow_extras();
