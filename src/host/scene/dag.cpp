@@ -66,7 +66,7 @@ std::string TdagPath::partialPathName() const {
         return {};
     const TdagPathArray all = node()->getAllPaths();
     // Grow the tail until no other path of the node ends the same way.
-    for (size_t tail = 1; tail < fNodes.size(); ++tail) {
+    for (size_t tail = 1; tail <= fNodes.size(); ++tail) {
         bool unique = true;
         for (const TdagPath& other : all) {
             if (other == *this)

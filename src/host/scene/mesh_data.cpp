@@ -37,13 +37,14 @@ struct CornerHash {
 };
 
 void checkIndices(const std::vector<int64_t>& indices, size_t available, const char* kind,
-                  const std::vector<uint32_t>& faceCounts, const std::string& what) {
+                  const TpolygonSoup& soup, const std::string& what) {
     size_t corner = 0;
-    for (size_t face = 0; face < faceCounts.size(); ++face)
-        for (uint32_t c = 0; c < faceCounts[face]; ++c, ++corner)
+    for (size_t face = 0; face < soup.faceCounts.size(); ++face)
+        for (uint32_t c = 0; c < soup.faceCounts[face]; ++c, ++corner)
             if (indices[corner] < 0 || uint64_t(indices[corner]) >= available)
                 throw TmeshError(fmt::format("{}: face {} refers to {} {}, but there are {}", what,
-                                             face, kind, indices[corner], available));
+                                             face + size_t(soup.indexBase), kind,
+                                             indices[corner] + soup.indexBase, available));
 }
 
 } // namespace
@@ -53,7 +54,8 @@ TmeshData OrvoBuildMesh(const TpolygonSoup& soup, const std::string& what) {
     for (size_t face = 0; face < soup.faceCounts.size(); ++face) {
         if (soup.faceCounts[face] < 3)
             throw TmeshError(fmt::format("{}: face {} has {} corners; a face needs at least 3",
-                                         what, face, soup.faceCounts[face]));
+                                         what, face + size_t(soup.indexBase),
+                                         soup.faceCounts[face]));
         corners += soup.faceCounts[face];
     }
     if (corners != soup.pointIndices.size())
@@ -67,11 +69,11 @@ TmeshData OrvoBuildMesh(const TpolygonSoup& soup, const std::string& what) {
     if (hasUvs && soup.uvIndices.size() != corners)
         throw TmeshError(
             fmt::format("{}: {} UV indices for {} corners", what, soup.uvIndices.size(), corners));
-    checkIndices(soup.pointIndices, soup.points.size(), "point", soup.faceCounts, what);
+    checkIndices(soup.pointIndices, soup.points.size(), "point", soup, what);
     if (hasNormals)
-        checkIndices(soup.normalIndices, soup.normals.size(), "normal", soup.faceCounts, what);
+        checkIndices(soup.normalIndices, soup.normals.size(), "normal", soup, what);
     if (hasUvs)
-        checkIndices(soup.uvIndices, soup.uvs.size(), "UV", soup.faceCounts, what);
+        checkIndices(soup.uvIndices, soup.uvs.size(), "UV", soup, what);
     for (const T3Float& p : soup.points)
         if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z))
             throw TmeshError(fmt::format("{}: a point is not a finite number", what));
@@ -201,6 +203,7 @@ TpolygonSoup soupFromReader(const tinyobj::ObjReader& reader, const std::string&
                         oneLine(reader.Error().empty() ? "unreadable" : reader.Error())));
     const tinyobj::attrib_t& attrib = reader.GetAttrib();
     TpolygonSoup soup;
+    soup.indexBase = 1;
     for (size_t i = 0; i + 2 < attrib.vertices.size(); i += 3)
         soup.points.push_back({attrib.vertices[i], attrib.vertices[i + 1], attrib.vertices[i + 2]});
     for (size_t i = 0; i + 2 < attrib.normals.size(); i += 3)

@@ -45,6 +45,8 @@ struct TpolygonSoup {
     std::vector<int64_t> pointIndices;
     std::vector<int64_t> normalIndices;
     std::vector<int64_t> uvIndices;
+    // How messages count faces and indices: OBJ files count from 1.
+    int indexBase = 0;
 };
 
 // Checks the indices, triangulates each face as a fan from its first
