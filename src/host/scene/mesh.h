@@ -81,9 +81,9 @@ private:
     A(TattributeFloat, Height, "height", "h", .input().setNativeDefaultData(1.0f).range(0, 1e30))  \
     A(TattributeFloat, Depth, "depth", "d", .input().setNativeDefaultData(1.0f).range(0, 1e30))    \
     A(TattributeInt32, SegmentsU, "segmentsU", "sgu",                                              \
-      .input().setNativeDefaultData(20).range(1, 4096))                                            \
+      .input().setNativeDefaultData(20).range(1, 1024))                                            \
     A(TattributeInt32, SegmentsV, "segmentsV", "sgv",                                              \
-      .input().setNativeDefaultData(10).range(1, 4096))                                            \
+      .input().setNativeDefaultData(10).range(1, 1024))                                            \
     A(TattributeFloatArray, Points, "points", "pnts", .input())                                    \
     A(TattributeFloatArray, Uvs, "uvs", "uvs", .input())                                           \
     A(TattributeIntArray, FaceCounts, "faceCounts", "fc", .input())                                \
