@@ -2,17 +2,12 @@
 
 Tmetaclass* TDNdispatchCompute::sTypeof() {
     static Tmetaclass meta(nullptr, "dispatchCompute", sizeof(TDNdispatchCompute), nullptr, 0, 0,
-                           TdependNode::sTypeof());
+                           TobjectSet::sTypeof());
     return &meta;
 }
 
 void* TDNdispatchCompute::cast(Tmetaclass* meta) {
     if (meta && meta == sTypeof())
         return this;
-    return TdependNode::cast(meta);
-}
-
-TdependNodeVS* TDNdispatchCompute::sVsData() {
-    static TdependNodeVS vs;
-    return &vs;
+    return TobjectSet::cast(meta);
 }

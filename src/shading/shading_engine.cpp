@@ -25,7 +25,7 @@ TbitField64 fields(std::initializer_list<unsigned> list) {
 
 } // namespace
 
-TDNshadingEngine::TDNshadingEngine() = default;
+TDNshadingEngine::TDNshadingEngine() { setRestrictions(kRenderableOnly); }
 
 TDNshadingEngine::~TDNshadingEngine() {
     resetShadingEngine();

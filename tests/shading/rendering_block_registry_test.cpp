@@ -32,7 +32,9 @@ TEST(RenderingBlockRegistry, EveryTypeComputesTheSameAsThroughItsOrdinaryBlock) 
     std::mt19937 random(1234);
     int checked = 0;
     for (TdependNodeClass* c : TdependGraph::nodeTypes()) {
-        if (c->classification.rfind("test/", 0) == 0)
+        // Shading networks hold render-model nodes: the host's scene types
+        // and this binary's test types are not compiled into them.
+        if (c->classification.rfind("test/", 0) == 0 || c->classification.rfind("host/", 0) == 0)
             continue;
         SCOPED_TRACE(c->typeName());
         TdependGraph graph;
@@ -90,8 +92,12 @@ TEST(RenderingBlockRegistry, EveryTypeComputesTheSameAsThroughItsOrdinaryBlock) 
                     variableBase + size_t(e) * layout.variableSize + infos[out->index()].offset;
                 // Bit for bit: random inputs make NaNs (powers of negatives),
                 // which must come out the same too.
-                EXPECT_EQ(std::memcmp(r, ordinary.valueAddress(*out, e), out->dataSize()), 0)
-                    << out->longName() << " element " << e;
+                const void* o = ordinary.valueAddress(*out, e);
+                if (out->numericCount() > 0)
+                    EXPECT_EQ(std::memcmp(r, o, out->dataSize()), 0)
+                        << out->longName() << " element " << e;
+                else
+                    EXPECT_TRUE(out->equalValues(r, o)) << out->longName() << " element " << e;
             }
             ++checked;
         }

@@ -19,7 +19,6 @@ constexpr PendingCommand kPendingCommands[] = {
     {"shade", "Shade a grid of samples through a shading group"},
     {"names", "Preview the output file names of a render"},
     {"maketx", "Write a block-ordered texture from an image"},
-    {"info", "Describe a block-ordered texture, depth map or image"},
 };
 
 } // namespace
@@ -27,11 +26,13 @@ constexpr PendingCommand kPendingCommands[] = {
 void addEvalCommand(CLI::App& app, CommandRun& run);
 void addNodesCommand(CLI::App& app, CommandRun& run);
 void addCompileCommand(CLI::App& app, CommandRun& run);
+void addInfoCommand(CLI::App& app, CommandRun& run);
 
 void addCommands(CLI::App& app, CommandRun& run) {
     addEvalCommand(app, run);
     addNodesCommand(app, run);
     addCompileCommand(app, run);
+    addInfoCommand(app, run);
     for (const PendingCommand& command : kPendingCommands) {
         CLI::App* sub = app.add_subcommand(command.name, command.description);
         sub->allow_extras();

@@ -1,5 +1,6 @@
 #include "host/qsl/interpreter.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <sstream>
@@ -7,6 +8,10 @@
 #include <fmt/format.h>
 
 #include "host/graph.h"
+#include "host/scene/dag.h"
+#include "host/scene/object_set.h"
+#include "host/scene/render_layer.h"
+#include "host/scene/shape.h"
 
 namespace qsl {
 
@@ -44,18 +49,44 @@ Tplug plugAt(Interpreter::Context& c, size_t i) {
     }
 }
 
+// The DAG node an argument names, by name or by path.
+TdagObject* dagNodeAt(Interpreter::Context& c, size_t i) {
+    const Argument& a = expectName(c.statement, i, "a DAG node");
+    if (a.text.find('|') != std::string::npos) {
+        const std::vector<TdagPath> paths = TdagPath::pathsNamed(c.graph, a.text);
+        if (paths.empty())
+            Interpreter::fail(c.statement, int(i), fmt::format("no DAG path '{}'", a.text));
+        return paths.front().node();
+    }
+    TdependNode* node = c.graph.findNode(a.text);
+    if (!node)
+        Interpreter::fail(c.statement, int(i), fmt::format("no node named '{}'", a.text));
+    TdagObject* dag = TdagObject::fromNode(node);
+    if (!dag)
+        Interpreter::fail(c.statement, int(i),
+                          fmt::format("'{}' ({}) is not a DAG node", a.text, node->typeName()));
+    return dag;
+}
+
+// Shapes read files relative to the folder of the script that made or set them.
+void rememberSceneFolder(Interpreter::Context& c, TdependNode* node) {
+    if (Tshape* shape = Tshape::fromNode(node))
+        shape->setSceneFolder(
+            std::filesystem::path(c.interpreter.currentFile()).parent_path().string());
+}
+
 void commandNode(Interpreter::Context& c) {
     const Statement& s = c.statement;
     const Argument& type = expectName(s, 0, "a node type");
     std::string name;
-    std::string parent;
+    int parentArg = -1;
     for (size_t i = 1; i < s.args.size(); ++i) {
         const Argument& a = s.args[i];
         if (a.kind == ArgKind::Flag) {
             if (a.text != "parent")
                 Interpreter::fail(s, int(i), fmt::format("unknown option '-{}' of 'node'", a.text));
-            parent = expectName(s, i + 1, "a parent after -parent").text;
-            ++i;
+            expectName(s, i + 1, "a parent after -parent");
+            parentArg = int(++i);
             continue;
         }
         if (!name.empty())
@@ -67,15 +98,27 @@ void commandNode(Interpreter::Context& c) {
             Interpreter::fail(s, int(i), fmt::format("'{}' is not a valid node name", a.text));
         name = a.text;
     }
-    if (!parent.empty())
-        Interpreter::fail(s, -1,
-                          "'-parent' places a node in the DAG, which this host does not "
-                          "model yet");
+    TdependNode* node = nullptr;
     try {
-        c.command.newNodeToAdd(type.text, name);
+        node = c.command.newNodeToAdd(type.text, name);
     } catch (const TgraphError& e) {
         Interpreter::fail(s, e.what() == fmt::format("unknown node type '{}'", type.text) ? 0 : 1,
                           e.what());
+    }
+    c.interpreter.touched(s, node->name(), true);
+    rememberSceneFolder(c, node);
+    if (parentArg < 0)
+        return;
+    TdagObject* child = TdagObject::fromNode(node);
+    if (!child)
+        Interpreter::fail(
+            s, parentArg - 1,
+            fmt::format("'-parent' places DAG nodes, and '{}' is not a DAG node type", type.text));
+    TdagObject* above = dagNodeAt(c, size_t(parentArg));
+    try {
+        TdagEdit::addParent(c.command, *child, *above);
+    } catch (const TgraphError& e) {
+        Interpreter::fail(s, parentArg, e.what());
     }
 }
 
@@ -95,6 +138,8 @@ void commandSet(Interpreter::Context& c) {
     } catch (const TgraphError& e) {
         Interpreter::fail(s, words.empty() ? 0 : 1, e.what());
     }
+    c.interpreter.touched(s, plug.node()->name());
+    rememberSceneFolder(c, plug.node());
 }
 
 void commandConnect(Interpreter::Context& c, bool make) {
@@ -110,6 +155,8 @@ void commandConnect(Interpreter::Context& c, bool make) {
     } catch (const TgraphError& e) {
         Interpreter::fail(s, 1, e.what());
     }
+    c.interpreter.touched(s, source.node()->name());
+    c.interpreter.touched(s, destination.node()->name());
 }
 
 void commandPrint(Interpreter::Context& c) {
@@ -122,11 +169,112 @@ void commandPrint(Interpreter::Context& c) {
     c.out << line << '\n';
 }
 
-void commandNeedsSceneModel(Interpreter::Context& c) {
-    Interpreter::fail(c.statement, -1,
-                      fmt::format("'{}' works on DAG objects and sets, which this host does not "
-                                  "model yet",
-                                  c.statement.command));
+// The leading -flags of a statement, checked against the allowed ones.
+size_t leadingFlags(const Statement& s, std::initializer_list<const char*> allowed,
+                    std::vector<std::string>& found, const char* usage) {
+    size_t i = 0;
+    for (; i < s.args.size() && s.args[i].kind == ArgKind::Flag; ++i) {
+        const std::string& flag = s.args[i].text;
+        if (std::none_of(allowed.begin(), allowed.end(), [&](const char* a) { return flag == a; }))
+            Interpreter::fail(
+                s, int(i),
+                fmt::format("unknown option '-{}' of '{}' (usage: {})", flag, s.command, usage));
+        found.push_back(flag);
+    }
+    return i;
+}
+
+bool hasFlag(const std::vector<std::string>& flags, const char* name) {
+    return std::find(flags.begin(), flags.end(), name) != flags.end();
+}
+
+// parent CHILD PARENT: CHILD goes under PARENT alone; given as a path, only
+// that instance's parent is replaced. parent -add CHILD PARENT: one more
+// instance. parent -world CHILD: CHILD becomes a root.
+void commandParent(Interpreter::Context& c) {
+    const Statement& s = c.statement;
+    constexpr const char* kUsage = "parent [-add] CHILD PARENT, or parent -world CHILD";
+    std::vector<std::string> flags;
+    const size_t first = leadingFlags(s, {"add", "world"}, flags, kUsage);
+    const bool world = hasFlag(flags, "world");
+    if (world && hasFlag(flags, "add"))
+        Interpreter::fail(s, 0, "'-add' and '-world' cannot go together");
+    expectCount(s, first + (world ? 1 : 2), first + (world ? 1 : 2), kUsage);
+    TdagObject* child = dagNodeAt(c, first);
+    TdagObject* parent = world ? nullptr : dagNodeAt(c, first + 1);
+    const std::string& childWord = s.args[first].text;
+    try {
+        if (hasFlag(flags, "add")) {
+            TdagEdit::addParent(c.command, *child, *parent);
+        } else if (childWord.find('|') != std::string::npos && !world) {
+            // One instance moves: its own parent link is replaced.
+            const TdagPath path = TdagPath::pathsNamed(c.graph, childWord).front();
+            if (path.length() < 2) {
+                TdagEdit::setParent(c.command, *child, parent);
+            } else {
+                auto* old = static_cast<TdagObject*>(path.nodes()[path.length() - 2]);
+                if (old != parent) {
+                    TdagEdit::addParent(c.command, *child, *parent);
+                    TdagEdit::removeParent(c.command, *child, *old);
+                }
+            }
+        } else {
+            TdagEdit::setParent(c.command, *child, parent);
+        }
+    } catch (const TgraphError& e) {
+        Interpreter::fail(s, int(first) + (world ? 0 : 1), e.what());
+    }
+    c.interpreter.touched(s, child->name());
+}
+
+// member [-remove] SET OBJECT...: OBJECT is a node name (a DAG node with all
+// its instances) or a DAG path (that instance). SET is an object set (a
+// shading group is one) or a render layer.
+void commandMember(Interpreter::Context& c) {
+    const Statement& s = c.statement;
+    constexpr const char* kUsage = "member [-remove] SET OBJECT...";
+    std::vector<std::string> flags;
+    const size_t first = leadingFlags(s, {"remove"}, flags, kUsage);
+    const bool remove = hasFlag(flags, "remove");
+    expectCount(s, first + 2, ~size_t(0), kUsage);
+    const Argument& setWord = expectName(s, first, "a set");
+    TdependNode* target = c.graph.findNode(setWord.text);
+    if (!target)
+        Interpreter::fail(s, int(first), fmt::format("no node named '{}'", setWord.text));
+    auto* set = static_cast<TobjectSet*>(target->cast(TobjectSet::sTypeof()));
+    auto* layer = dynamic_cast<TdnRenderLayer*>(target);
+    if (!set && !layer)
+        Interpreter::fail(s, int(first),
+                          fmt::format("'{}' ({}) is neither an object set nor a render layer",
+                                      setWord.text, target->typeName()));
+    for (size_t i = first + 1; i < s.args.size(); ++i) {
+        const Argument& word = expectName(s, i, "an object");
+        TselectionList items;
+        if (word.text.find('|') != std::string::npos) {
+            for (const TdagPath& path : TdagPath::pathsNamed(c.graph, word.text))
+                items.add(path);
+            if (items.isEmpty())
+                Interpreter::fail(s, int(i), fmt::format("no DAG path '{}'", word.text));
+        } else {
+            TdependNode* node = c.graph.findNode(word.text);
+            if (!node)
+                Interpreter::fail(s, int(i), fmt::format("no node named '{}'", word.text));
+            items.add(node);
+        }
+        try {
+            if (set && remove)
+                set->removeMembers(items, c.command);
+            else if (set)
+                set->addMembers(items, c.command);
+            else if (remove)
+                layer->removeMembers({items[0].node()}, c.graph, c.command);
+            else
+                layer->addMembers({items[0].node()}, c.command);
+        } catch (const TgraphError& e) {
+            Interpreter::fail(s, int(i), e.what());
+        }
+    }
+    c.interpreter.touched(s, target->name());
 }
 
 } // namespace
@@ -146,8 +294,8 @@ Interpreter::Interpreter(TdependGraph& graph, std::ostream& out) : fGraph(graph)
     fCommands["source"] = [this](Context& c) {
         sourceFile(c);
     };
-    fCommands["member"] = commandNeedsSceneModel;
-    fCommands["parent"] = commandNeedsSceneModel;
+    fCommands["member"] = commandMember;
+    fCommands["parent"] = commandParent;
 }
 
 void Interpreter::addCommand(const std::string& name, Command command) {
@@ -199,31 +347,66 @@ void Interpreter::sourceFile(Context& c) {
 }
 
 void Interpreter::runFile(const std::string& path) {
-    const std::vector<Statement> statements = parseFile(path);
-    TDGcommand command(fGraph);
-    fSourcing.assign(1, std::filesystem::path(path).lexically_normal().string());
-    try {
-        runStatements(statements, command);
-    } catch (...) {
-        fSourcing.clear();
-        command.undoDG();
-        throw;
-    }
-    fSourcing.clear();
+    runTopLevel(parseFile(path), std::filesystem::path(path).lexically_normal().string());
 }
 
 void Interpreter::runText(std::string_view text, const std::string& fileName) {
-    const std::vector<Statement> statements = parse(text, fileName);
+    runTopLevel(parse(text, fileName), fileName);
+}
+
+void Interpreter::runTopLevel(const std::vector<Statement>& statements, const std::string& file) {
     TDGcommand command(fGraph);
-    fSourcing.assign(1, fileName);
+    fSourcing.assign(1, file);
+    fTouched.clear();
     try {
         runStatements(statements, command);
+        checkScene();
     } catch (...) {
         fSourcing.clear();
+        fTouched.clear();
         command.undoDG();
         throw;
     }
     fSourcing.clear();
+    fTouched.clear();
+}
+
+const std::string& Interpreter::currentFile() const {
+    static const std::string kNone;
+    return fSourcing.empty() ? kNone : fSourcing.back();
+}
+
+void Interpreter::touched(const Statement& statement, const std::string& node, bool created) {
+    Touch& t = fTouched[node];
+    t.lastChange = statement.where;
+    t.word = node;
+    if (created)
+        t.creation = statement.where;
+}
+
+void Interpreter::checkScene() {
+    for (const auto& [name, touch] : fTouched) {
+        TdependNode* node = fGraph.findNode(name);
+        if (!node)
+            continue;
+        if (Tshape* shape = Tshape::fromNode(node)) {
+            if (shape->parents().empty())
+                throw ScriptError(touch.creation.line ? touch.creation : touch.lastChange,
+                                  fmt::format("shape '{}' ({}) has no transform parent: make it "
+                                              "with 'node {} {} -parent TRANSFORM' or use "
+                                              "'parent {} TRANSFORM'",
+                                              name, node->typeName(), node->typeName(), name, name),
+                                  touch.word);
+            try {
+                shape->checkInputs();
+            } catch (const TgraphError& e) {
+                throw ScriptError(touch.lastChange, e.what(), touch.word);
+            }
+        }
+        if (const auto* layer = dynamic_cast<const TdnRenderLayer*>(node))
+            if (const std::string error = layer->checkAdjustments(); !error.empty())
+                throw ScriptError(touch.lastChange, error, touch.word);
+    }
 }
 
 // ---------------------------------------------------------------- writing
@@ -250,7 +433,7 @@ bool isDefaultValue(const Tattribute& a, const void* value) {
 // True when the attribute or anything in its value tree takes a connection,
 // or it has no value a scene can write.
 bool skipValue(const TdependGraph& graph, TdependNode* node, const Tattribute& a) {
-    if (!a.isStorable() || a.isComputed() || a.wordCount() <= 0)
+    if (!a.isStorable() || a.isComputed() || a.wordCount() == 0)
         return true;
     return !graph.sourceOf(Tplug(node, &a)).isNull();
 }
@@ -275,7 +458,7 @@ std::string writeScene(const TdependGraph& graph) {
                 for (unsigned i = 0; mh.jumpToArrayElement(i); ++i) {
                     Tplug plug(node, root);
                     plug.setMultiIndex(root, mh.elementIndex());
-                    if (!graph.sourceOf(plug).isNull() || root->wordCount() <= 0)
+                    if (!graph.sourceOf(plug).isNull() || root->wordCount() == 0)
                         continue;
                     std::vector<std::string> words;
                     root->formatValue(mh.reference().address(), words);

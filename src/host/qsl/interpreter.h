@@ -48,14 +48,32 @@ public:
     // statement when `arg` is -1), naming the offending word.
     [[noreturn]] static void fail(const Statement& statement, int arg, const std::string& message);
 
+    // The script file being run (the innermost one while sourcing).
+    const std::string& currentFile() const;
+    // For command implementations: the statement made (`created`) or
+    // changed a node. Once the whole script has run, what it made and
+    // changed is checked as a scene: shapes need a transform parent, shape
+    // inputs (mesh files and arrays) must build, layer adjustments must fit
+    // their plugs. A failure is reported at the statement that last touched
+    // the node, and the script is undone.
+    void touched(const Statement& statement, const std::string& node, bool created = false);
+
 private:
+    struct Touch {
+        SourceLocation lastChange;
+        SourceLocation creation; // line 0 when the script did not make the node
+        std::string word;
+    };
     void runStatements(const std::vector<Statement>& statements, TDGcommand& command);
+    void runTopLevel(const std::vector<Statement>& statements, const std::string& file);
+    void checkScene();
     void sourceFile(Context& context);
 
     TdependGraph& fGraph;
     std::ostream& fOut;
     std::map<std::string, Command> fCommands;
-    std::vector<std::string> fSourcing; // files being run, outermost first
+    std::vector<std::string> fSourcing;    // files being run, outermost first
+    std::map<std::string, Touch> fTouched; // node name -> where the script touched it
 };
 
 // Writes the graph as a Qsl scene: nodes in creation order, the values that
