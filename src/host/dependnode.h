@@ -215,6 +215,9 @@ public:
     virtual Tstring defaultName() const;
     // Called by the graph right after the factory made the node.
     virtual void finishCreation(Tmetaclass* meta);
+    // Non-zero when computes of this node must not run in parallel: a
+    // compiled network then computes it under the node's own mutex.
+    virtual int schedulingType() const { return 0; }
 
     const Tstring& name() const { return fName; }
     TdependGraph* graph() const { return fGraph; }

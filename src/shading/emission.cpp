@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include "host/graph.h"
+#include "host/node_mutex.h"
 #include "host/shadingnode.h"
 #include "shading/analysis_pvt.h"
 
@@ -178,6 +179,12 @@ void TSEanalysis::emit(TSEnodeDescription& d, const Tattribute& attribute, int s
     in.compute.block = uint32_t(d.block);
     in.compute.shadingNode = shading;
     in.compute.mutex = nullptr;
+    if (d.node->schedulingType() != 0) {
+        // The mutex is obtained once here and returned with the opus.
+        in.opcode = kOpComputeLocked;
+        in.compute.mutex = TdepNodeMutexMgr::obtainNodeMutex(d.node);
+        layout.mutexNodes.push_back(d.node);
+    }
     layout.instructions.push_back(in);
 }
 

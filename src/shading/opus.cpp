@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "host/dependnode.h"
+#include "host/node_mutex.h"
 #include "host/shadingnode.h"
 #include "shading/dispatch_compute.h"
 #include "shading/sample.h"
@@ -29,6 +30,8 @@ public:
         fMade = reinterpret_cast<uint8_t*>(at);
         at += OrvoAlignUp(opus.fLayout.blockCount + 1, 16);
         std::memset(fMade, 0, opus.fLayout.blockCount + 1);
+        fStacks = at;
+        at += OrvoAlignUp(opus.fLayout.fieldStackBytes, 16);
         fVariable = at;
     }
     ~Frame() override { tearDown(); }
@@ -37,7 +40,8 @@ public:
     static size_t bytesFor(const TshadingOpus& opus, unsigned count) {
         size_t bytes = sizeof(TdataBlockRendering) * opus.fLayout.blockCount +
                        OrvoAlignUp(opus.fLayout.segments.size() + 1, 16) +
-                       OrvoAlignUp(opus.fLayout.blockCount + 1, 16);
+                       OrvoAlignUp(opus.fLayout.blockCount + 1, 16) +
+                       OrvoAlignUp(opus.fLayout.fieldStackBytes, 16);
         for (uint32_t stride : opus.fLayout.blockStrides)
             bytes += OrvoAlignUp(size_t(stride) * count, 16);
         return bytes + 16;
@@ -47,7 +51,10 @@ public:
         const auto& table = fOpus.fLayout.segments;
         if (segment == 0 || segment >= table.size())
             return;
+        const uint16_t outer = fSegment;
+        fSegment = segment;
         run(table[segment - 1u], table[segment], first, count);
+        fSegment = outer;
     }
 
     void computeValue(uint16_t segment, const Tattribute& attribute, uint8_t** value,
@@ -60,6 +67,21 @@ private:
     void computeNode(const TSEinstruction& in, unsigned first, unsigned count, bool locked);
     void copy(const TSEinstruction& in, unsigned first, unsigned count);
     void link(const TSEinstruction& in, unsigned first, unsigned count);
+    // Field stacks: a header (top entry offset, capacity) and 24-byte entries.
+    struct StackEntry {
+        uint8_t key[12];
+        uint32_t repeat;
+        const void* pointer;
+    };
+    static_assert(sizeof(StackEntry) == 24, "field stack entries are 24 bytes");
+    uint32_t* stackHeader(uint32_t stack) { return reinterpret_cast<uint32_t*>(fStacks + stack); }
+    StackEntry* stackTop(uint32_t stack) {
+        return reinterpret_cast<StackEntry*>(fStacks + stack + stackHeader(stack)[0]);
+    }
+    bool reentered() const { return fSegment && fSegmentFlags[fSegment]; }
+    void resetStack(const TSEinstruction& in);
+    void pushField(const TSEinstruction& in);
+    void popField(const TSEinstruction& in);
     std::byte* address(const TSEdescriptorHalf& half, unsigned element, bool write);
     void tearDown() {
         for (unsigned b = fBlocksMade; b-- > 0;) {
@@ -76,8 +98,10 @@ private:
     unsigned fCount;
     TdataBlockRendering* fBlocks;
     uint8_t* fSegmentFlags;
+    std::byte* fStacks;
     std::byte* fVariable;
     size_t fVariableUsed = 0;
+    uint16_t fSegment = 0;
     unsigned fBlocksMade = 0;
     uint8_t* fMade; // which blocks have been set up, for the tear-down
 };
@@ -100,10 +124,19 @@ void TshadingOpus::Frame::run(uint32_t begin, uint32_t end, unsigned first, unsi
         case kOpCopyFromStack:
             copy(in, first, count);
             break;
+        case kOpPushField:
+            pushField(in);
+            break;
+        case kOpPopField:
+            popField(in);
+            break;
+        case kOpResetStack:
+            resetStack(in);
+            break;
         case kOpLinkOtherDB:
             link(in, first, count);
             break;
-        default: // field stacks are not emitted by any node type yet; others are no-ops
+        default: // 8, 9 and anything above 10 do nothing
             break;
         }
     }
@@ -176,13 +209,57 @@ void TshadingOpus::Frame::copy(const TSEinstruction& in, unsigned first, unsigne
     TSEconnectionDescriptor d = *in.copy.descriptor; // the run range lives on the stack
     d.first = first;
     d.last = first + count - 1;
+    const void* fromStack =
+        in.opcode == kOpCopyFromStack ? stackTop(in.copy.stack)->pointer : nullptr;
     for (unsigned e = d.first; e <= d.last; ++e) {
         std::byte* destination = address(d.destination, e, true);
         if (!destination)
             continue; // a sample without a slot for this field
-        in.copy.function(address(d.source, e, false), destination, d.source.attribute,
-                         d.destination.attribute);
+        const void* source = fromStack ? fromStack : address(d.source, e, false);
+        in.copy.function(source, destination, d.source.attribute, d.destination.attribute);
     }
+}
+
+void TshadingOpus::Frame::resetStack(const TSEinstruction& in) {
+    uint32_t* header = stackHeader(in.stack.stack);
+    header[0] = 8;
+    header[1] = in.stack.capacity;
+    StackEntry* entry = stackTop(in.stack.stack);
+    std::memcpy(entry->key, in.stack.key, sizeof entry->key);
+    entry->repeat = 0;
+    entry->pointer = in.stack.pointer;
+}
+
+void TshadingOpus::Frame::pushField(const TSEinstruction& in) {
+    if (reentered())
+        return; // a segment run on demand keeps the stack its caller has
+    uint32_t* header = stackHeader(in.stack.stack);
+    StackEntry* top = stackTop(in.stack.stack);
+    if (std::memcmp(top->key, in.stack.key, sizeof top->key) == 0 &&
+        top->pointer == in.stack.pointer) {
+        ++top->repeat;
+        return;
+    }
+    if (header[0] + 2 * sizeof(StackEntry) > 8 + sizeof(StackEntry) * (header[1] + 1)) {
+        ++top->repeat; // full: the top stands for the push as well
+        return;
+    }
+    header[0] += sizeof(StackEntry);
+    StackEntry* entry = stackTop(in.stack.stack);
+    std::memcpy(entry->key, in.stack.key, sizeof entry->key);
+    entry->repeat = 0;
+    entry->pointer = in.stack.pointer;
+}
+
+void TshadingOpus::Frame::popField(const TSEinstruction& in) {
+    if (reentered())
+        return;
+    uint32_t* header = stackHeader(in.stack.stack);
+    StackEntry* top = stackTop(in.stack.stack);
+    if (top->repeat)
+        --top->repeat;
+    else if (header[0] > 8)
+        header[0] -= sizeof(StackEntry);
 }
 
 void TshadingOpus::Frame::link(const TSEinstruction& in, unsigned first, unsigned count) {
@@ -242,6 +319,8 @@ TshadingOpus::TshadingOpus(TdependNode* node, unsigned option)
     : fNode(node), fOwner(nullptr), fOption(option) {}
 
 TshadingOpus::~TshadingOpus() {
+    for (TdependNode* node : fLayout.mutexNodes)
+        TdepNodeMutexMgr::returnMutex(node);
     // Constant blocks hold constructed values (strings, arrays).
     for (size_t b = 0; b < fLayout.blockNodes.size(); ++b)
         if (fLayout.blockNodes[b] && b < fLayout.constantBlocks.size() && fLayout.constantBlocks[b])

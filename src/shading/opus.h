@@ -65,6 +65,7 @@ struct TSEopusLayout {
     std::vector<std::unique_ptr<uint16_t[]>> initLists;
     std::vector<const std::byte*> constantBlocks; // by block, for tear-down
     std::vector<TdependNode*> blockNodes;
+    std::vector<TdependNode*> mutexNodes; // nodes whose mutex the list holds
 };
 
 class TshadingOpus {

@@ -25,7 +25,9 @@ TbitField64 fields(std::initializer_list<unsigned> list) {
 
 } // namespace
 
-TDNshadingEngine::TDNshadingEngine() { setRestrictions(kRenderableOnly); }
+TDNshadingEngine::TDNshadingEngine() {
+    setRestrictions(kRenderableOnly);
+}
 
 TDNshadingEngine::~TDNshadingEngine() {
     resetShadingEngine();
@@ -286,6 +288,35 @@ unsigned TDNshadingEngine::defineUserSampleData(TSEnodeDescription* description,
         description->connections.push_back(std::move(c));
     }
     return field;
+}
+
+unsigned TDNshadingEngine::merge(TDGcommand& command, TdependNode* other) {
+    auto* group = other ? static_cast<TDNshadingEngine*>(other->cast(sTypeof())) : nullptr;
+    if (!group || group == this)
+        return ~0u;
+    TselectionList members;
+    group->completeGroupedMembers(members);
+    TobjectSet_utility::moveItemsToSet(members, group, *this, command);
+    return 0;
+}
+
+void TDNshadingEngine::aboutToDuplicate(std::vector<TdependNode*>& out) const {
+    TplugArray destinations;
+    Tplug(this, &aMessage).getAllDestinations(destinations);
+    for (const Tplug& d : destinations)
+        if (d.node() && d.node()->typeName() == "materialInfo") {
+            out.push_back(d.node());
+            return;
+        }
+}
+
+bool TDNshadingEngine::sIsUsedOnVisibleShape(const TDNshadingEngine& engine) {
+    TselectionList members;
+    engine.completeGroupedMembers(members);
+    for (const TdagSelectionItem& item : members)
+        if (item.isDag() && TdagPathUtils::isObjectVisibleToRenderer(item.path()))
+            return true;
+    return false;
 }
 
 unsigned TDNshadingEngine::numberOfLights(TSEoption option) const {

@@ -11,6 +11,7 @@
 #include <iosfwd>
 #include <vector>
 
+#include "host/graph.h"
 #include "host/node_pattern.h"
 #include "shading/dispatch_compute.h"
 #include "shading/opus.h"
@@ -178,6 +179,16 @@ public:
     unsigned fenceNode() const {
         return 0;
     }
+    // Takes over the members of another shading group. Answers 0, or all
+    // ones when `other` is not a shading group.
+    unsigned merge(TDGcommand& command, TdependNode* other);
+    // Nodes fed by the group's message plug that travel with a duplicate.
+    void aboutToDuplicate(std::vector<TdependNode*>& out) const;
+    void performResetOnFileNewOrFileOpen() {
+        resetShadingEngine();
+    }
+    // True when a member of the group is a shape the renderer sees.
+    static bool sIsUsedOnVisibleShape(const TDNshadingEngine& engine);
     unsigned numberOfLights(TSEoption option) const;
 
     // The compile report of an option: nodes and attribute states, segments,

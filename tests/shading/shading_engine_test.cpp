@@ -189,6 +189,22 @@ TEST_F(ShadingEngine, TwoThreadsRunEachOnDemandOnce) {
     EXPECT_EQ(TdnTestUvColor::sOnDemand.load(), 1);
 }
 
+TEST_F(ShadingEngine, MergingTakesTheOtherGroupsMembersAndVisibilityFollowsThem) {
+    load("node transform t\nnode mesh ball -parent t\nset ball.primitive sphere\n"
+         "node transform hidden\nset hidden.visibility false\n"
+         "node mesh ghost -parent hidden\nset ghost.primitive sphere\n"
+         "node shadingEngine sg\nnode shadingEngine other\n"
+         "member other ball\nmember sg ghost\n");
+    EXPECT_FALSE(TDNshadingEngine::sIsUsedOnVisibleShape(*engine)); // only a hidden shape
+    auto* other = dynamic_cast<TDNshadingEngine*>(graph.findNode("other"));
+    TDGcommand command(graph);
+    EXPECT_EQ(engine->merge(command, graph.findNode("t")), ~0u); // not a shading group
+    EXPECT_EQ(engine->merge(command, other), 0u);
+    EXPECT_EQ(other->memberCount(), 0u);
+    EXPECT_EQ(engine->memberCount(), 2u);
+    EXPECT_TRUE(TDNshadingEngine::sIsUsedOnVisibleShape(*engine));
+}
+
 TEST_F(ShadingEngine, ShadeWithNoSamplesTouchesNothing) {
     load("node testUvColor a\nnode shadingEngine sg\nconnect a.outColor sg.surfaceShader\n");
     ASSERT_TRUE(engine->analyse(0, nullptr));
