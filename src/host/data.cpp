@@ -2,33 +2,9 @@
 
 #include "host/env.h"
 #include "host/metaclass.h"
+#include "host/qsl/parser.h"
 
 const Tdata Tdata::fsNULL;
-
-namespace {
-
-// Writes `text` as a quoted scene-language string.
-std::string quoteText(const std::string& text) {
-    std::string out = "\"";
-    for (char c : text) {
-        switch (c) {
-        case '"':
-            out += "\\\"";
-            break;
-        case '\\':
-            out += "\\\\";
-            break;
-        case '\n':
-            out += "\\n";
-            break;
-        default:
-            out.push_back(c);
-        }
-    }
-    out.push_back('"');
-    return out;
-}
-} // namespace
 
 Tmetaclass* TdataString::sTypeof() {
     static Tmetaclass meta(nullptr, "string", sizeof(TdataString), nullptr, 0, 0);
@@ -40,7 +16,7 @@ double TdataString::doubleValue() const {
 }
 
 std::string TdataString::text() const {
-    return quoteText(fValue);
+    return qsl::quote(fValue);
 }
 
 bool TdataString::equals(const TdataLetter& other) const {
