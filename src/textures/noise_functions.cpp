@@ -59,9 +59,9 @@ struct Cell {
 inline Cell reduce(float x) {
     if (x > 1e9f)
         x = 0.0f;
-    const float g = (x - std::floor(x)) * float(Tnoise::kCubeSide);
-    const float fi = std::floor(g);
-    return {int(fi), g - fi};
+    const float g = (x - Tnoise::fastFloor(x)) * float(Tnoise::kCubeSide);
+    const int i = int(g); // g is in 0 .. 32
+    return {i, g - float(i)};
 }
 
 // The noise2 form: past 1e9 a coordinate holds at 1e9.
@@ -101,6 +101,10 @@ float reduce3(const Cell& cx, const Cell& cy, const Cell& cz, Tap&& tap) {
 } // namespace
 
 // ---------------------------------------------------------------- tables
+
+float Tnoise::floorLarge(float x) {
+    return std::floor(x);
+}
 
 const float* Tnoise::newTable() {
     return kOrvoNewNoiseTable;
@@ -228,9 +232,9 @@ void Tnoise::initNoiseState() {
 float Tnoise::noise1(float x) {
     if (x > 1e9f)
         x = 0.0f;
-    const float g = (x - std::floor(x)) * float(kCubeSide);
+    const float g = (x - fastFloor(x)) * float(kCubeSide);
     // The first cell borrows the second's taps, so t runs from -1 there.
-    const int i = std::max(1, int(std::floor(g)));
+    const int i = std::max(1, int(g));
     const float t = g - float(i);
     const float* tab = fsTable;
     return spline(tab[(i - 1) % kTableSize], tab[i % kTableSize], tab[(i + 1) % kTableSize], t) *
@@ -302,8 +306,8 @@ float Tnoise::noise3(float x, float y, float z) {
 float Tnoise::noise4(float x, float y, float z, float t, int steps) {
     if (t > 1e9f)
         t = 0.0f;
-    const float g = (t - std::floor(t)) * float(steps);
-    const float fk = std::floor(g);
+    const float g = (t - fastFloor(t)) * float(steps);
+    const float fk = fastFloor(g);
     const float s = g - fk;
     // Time steps past the table's end wrap, as every other table index does.
     int k = int(fk) % kTableSize;
@@ -332,10 +336,14 @@ float Tnoise::gNoise3(float x, float y, float z) {
     auto cell = [](float c, int& i, float& f) {
         if (c > 1e9f)
             c = 0.0f;
-        const float fl = std::floor(c);
+        const float fl = fastFloor(c);
         f = c - fl;
-        const float wrapped = fl - 256.0f * std::floor(fl / 256.0f);
-        i = int(wrapped) & 255;
+        if (fl > -1e9f && fl < 1e9f) {
+            i = int(fl) & 255;
+        } else {
+            const float wrapped = fl - 256.0f * fastFloor(fl / 256.0f);
+            i = int(wrapped) & 255;
+        }
     };
     int ix, iy, iz;
     float fx, fy, fz;

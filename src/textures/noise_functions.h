@@ -44,6 +44,15 @@ public:
     // textures/tools/noise_table_generator.h).
     static constexpr uint64_t kNewTableSeed = 10421;
 
+    // floor(x) without a library call (on baseline x86-64 floorf is one):
+    // exact for every float, through an integer below 1e9 in size.
+    static float fastFloor(float x) {
+        if (!(x > -1e9f && x < 1e9f))
+            return floorLarge(x);
+        const float t = float(int(x));
+        return t > x ? t - 1.0f : t;
+    }
+
     // ---- lattice noise: quadratic B-spline over the table, 32 cells per unit
     static float noise1(float x);
     static float noise2(float u, float v);
@@ -103,6 +112,8 @@ public:
     static void initNoiseTable();
     // The lattice noise3 itself, the default of pfNoise3Compute.
     static float latticeNoise3(float x, float y, float z);
+
+    static float floorLarge(float x);
 
     // Guards the lazily built tables.
     static std::mutex fsCS;

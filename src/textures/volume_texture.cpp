@@ -1,6 +1,7 @@
 #include "textures/volume_texture.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "textures/noise_functions.h"
@@ -145,15 +146,42 @@ float TvolumeTexture::getValue2(float u, float v, float time) const {
 
 // ---------------------------------------------------------------- TperlinTexture
 
-T3Float TperlinTexture::octaveDirection(int octave) {
+namespace {
+
+// The first triple from entry octave * 10 on that has a length, normalised.
+T3Float directionFromTable(const float* table, int octave) {
+    auto at = [table](int k) {
+        return table[(k < 0 ? 0u - unsigned(k) : unsigned(k)) % unsigned(Tnoise::kTableSize)];
+    };
     int i = octave * 10;
     for (;;) {
-        const float a = tableAt(i), b = tableAt(i + 1), c = tableAt(i + 2);
+        const float a = at(i), b = at(i + 1), c = at(i + 2);
         i += 3;
         const float length = std::sqrt(a * a + b * b + c * c);
         if (length > 0.0f)
             return {a / length, b / length, c / length};
     }
+}
+
+// The directions of the first octaves over the shipped table, made once:
+// every octave of every sample asks for one.
+constexpr int kCachedOctaves = 64;
+const T3Float* shippedTableDirections() {
+    static const auto directions = [] {
+        std::array<T3Float, kCachedOctaves> d;
+        for (int o = 0; o < kCachedOctaves; ++o)
+            d[size_t(o)] = directionFromTable(Tnoise::newTable(), o);
+        return d;
+    }();
+    return directions.data();
+}
+
+} // namespace
+
+T3Float TperlinTexture::octaveDirection(int octave) {
+    if (Tnoise::fsTable == Tnoise::newTable() && octave >= 0 && octave < kCachedOctaves)
+        return shippedTableDirections()[octave];
+    return directionFromTable(Tnoise::fsTable, octave);
 }
 
 float TperlinTexture::getNoise(float x, float y, float z, float time, int octave) const {
@@ -269,10 +297,10 @@ float TbillowTexture::blob(float e, float sizeTerm, float spotTerm) const {
 namespace {
 // The cell of a coordinate on the 20-cell grid, with the fraction inside it.
 inline void gridCell(float x, int& i, float& f) {
-    const float g = (x - std::floor(x)) * float(TbillowTexture::kGrid);
-    const float fi = std::floor(g);
-    i = int(fi) % TbillowTexture::kGrid;
-    f = g - fi;
+    const float g = (x - Tnoise::fastFloor(x)) * float(TbillowTexture::kGrid);
+    const int cell = int(g); // g is in 0 .. 20
+    i = cell % TbillowTexture::kGrid;
+    f = g - float(cell);
 }
 inline int wrapGrid(int i) {
     return i < 0 ? i + TbillowTexture::kGrid
