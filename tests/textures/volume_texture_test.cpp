@@ -126,19 +126,6 @@ TEST(PerlinTexture, DriftsAlongTheOctaveDirection) {
     EXPECT_EQ(p.getNoise(0.1f, 0.2f, 0.3f, 0.4f, 0), Tnoise::noise4(0.1f, 0.2f, 0.3f, 0.4f, 10));
 }
 
-TEST(PerlinTexture, SmearMovesTheCallersPoint) {
-    TperlinTexture p;
-    float x = 0.3f, y = 0.6f, z = 0.1f;
-    const T3Float d = TperlinTexture::octaveDirection(1);
-    // m = 0 * 0.3 * 0.0625 + 1 * 0.5 = 0.5.
-    const float n =
-        Tnoise::noise3(0.5f * d.x + 0.03f, 0.5f * d.y + 0.06f, 0.5f * d.z + 0.01f) * 0.3125f;
-    const float value = p.getSmearNoise(x, y, z, 0.0f, 0.0f, 0.0f, 0.0f, 1);
-    EXPECT_NEAR(x, 0.3f + 0.5f * n * d.x, 1e-6f);
-    EXPECT_NEAR(y, 0.6f + 0.5f * n * d.y, 1e-6f);
-    EXPECT_NEAR(value, Tnoise::noise3(0.3f + n * d.x, 0.6f + n * d.y, 0.1f + n * d.z), 1e-6f);
-}
-
 TEST(BillowTexture, BlobsWorkedByHand) {
     ScopedNoiseTable table; // centres at 0.5 when randomness is 0
     TbillowTexture b;
