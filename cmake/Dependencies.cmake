@@ -9,6 +9,7 @@
 #   Threads        - render threads
 #   GTest          - unit tests
 #   benchmark      - Google Benchmark programs in bench/
+#   stb, libnoise  - peers of the noise benchmark (bench/noise.cpp only)
 # Some Debian package files name include folders that are not there:
 # OpenImageIO lists /usr/include/opencv4 without depending on OpenCV, and
 # OpenColorIO, installed into /usr/share/cmake, works out its prefix as /.
@@ -45,4 +46,9 @@ if(ORVO_TESTS)
 endif()
 if(ORVO_BENCH)
     find_package(benchmark REQUIRED)
+    # The peers of bench/noise.cpp, which times our noise beside two widely
+    # used noise libraries: stb_perlin.h from libstb-dev and libnoise from
+    # libnoise-dev. Benchmarks only; the render model uses neither.
+    find_path(ORVO_STB_INCLUDE_DIR stb/stb_perlin.h REQUIRED)
+    find_library(ORVO_LIBNOISE_LIBRARY noise REQUIRED)
 endif()
