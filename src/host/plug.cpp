@@ -1,6 +1,9 @@
 #include "host/plug.h"
 
 #include <algorithm>
+#include <iterator>
+
+#include <fmt/format.h>
 
 #include "host/attribute.h"
 #include "host/dependnode.h"
@@ -186,6 +189,9 @@ bool Tplug::isChildSource() const {
 std::string Tplug::partialName(bool useLongNames) const {
     if (!fAttribute)
         return {};
+    // A child of a compound that is not inside an array is named on its own.
+    if (!fAttribute->arrayAncestor())
+        return useLongNames ? fAttribute->longName() : fAttribute->shortName();
     std::vector<const Tattribute*> chain;
     fAttribute->parentPath(chain);
     chain.push_back(fAttribute);
@@ -194,16 +200,13 @@ std::string Tplug::partialName(bool useLongNames) const {
     for (const Tattribute* a : chain) {
         if (!out.empty())
             out.push_back('.');
-        out += useLongNames ? a->longName() : a->shortName();
+        out.append(useLongNames ? a->longName() : a->shortName());
         if (a->isArray()) {
             if (level < kMaxArrayLevels && fIndices[level] != kNoIndex)
-                out += "[" + std::to_string(fIndices[level]) + "]";
+                fmt::format_to(std::back_inserter(out), "[{}]", fIndices[level]);
             ++level;
         }
     }
-    // A child of a compound that is not inside an array is named on its own.
-    if (!fAttribute->arrayAncestor())
-        return useLongNames ? fAttribute->longName() : fAttribute->shortName();
     return out;
 }
 
