@@ -11,6 +11,7 @@
 #include "host/shadingnode.h"
 #include "shading/dispatch_compute.h"
 #include "shading/sample.h"
+#include "shading/shading_engine.h"
 
 // ---------------------------------------------------------------- the frame
 
@@ -316,7 +317,10 @@ void TshadingOpus::Frame::computeValue(uint16_t segment, const Tattribute& attri
 // ---------------------------------------------------------------- the opus
 
 TshadingOpus::TshadingOpus(TdependNode* node, unsigned option)
-    : fNode(node), fOwner(nullptr), fOption(option) {}
+    : fNode(node),
+      fOwner(node ? static_cast<TDNshadingEngine*>(node->cast(TDNshadingEngine::sTypeof()))
+                  : nullptr),
+      fOption(option) {}
 
 TshadingOpus::~TshadingOpus() {
     for (TdependNode* node : fLayout.mutexNodes)
@@ -392,6 +396,9 @@ void TshadingOpus::sampleLights(void* frame, unsigned first, unsigned count, uns
 }
 
 void TshadingOpus::releaseOpus() {
+    // The engine's slot must not keep an opus that is going away.
+    if (fOwner && fOwner->controlBlock(fOption) == this)
+        fOwner->releaseOpus(fOption);
     for (const TSEudSampleEntry& e : fUserTable)
         for (uint32_t i = 0; i < e.fillCount; ++i)
             if (e.fills && e.fills[i])

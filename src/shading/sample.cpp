@@ -1,5 +1,7 @@
 #include "shading/sample.h"
 
+#include "shading/sample_manager.h"
+
 #include <array>
 
 namespace {

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <vector>
 
 #include "host/attribute.h"
 #include "host/types.h"
@@ -16,6 +17,7 @@
 
 class TsampleManager;
 class TsampleBatch;
+class TrenderGroupBase;
 
 using TsampleObject = void*;
 using TlightDataPtr = TlightData*;
@@ -38,6 +40,20 @@ public:
     // ---- the tables
     // Field names, closed by an empty string.
     static const char* const* fieldNames();
+    // What a field holds, for tools that write fields from text.
+    enum class FieldKind : uint8_t {
+        Float3,
+        Float2,
+        Float,
+        Int32,
+        UInt32,
+        Int16,
+        Char,
+        Bool,
+        Matrix,
+        Other
+    };
+    static FieldKind fieldKind(unsigned i);
     static const unsigned* staticOffsets(); // 65 entries: the last is the total size
     static const unsigned* fieldSizes();
     // The field number of a name, or -1.
@@ -158,13 +174,60 @@ private:
 };
 static_assert(sizeof(Tsample) == Tsample::kHeaderSize, "the sample header is 40 bytes");
 
-// What a batch must tell its samples; the sample manager's batch derives
-// from it.
-class TsampleBatch {
+// Typed arrays of pointers to samples and to a renderer's records.
+template <class T>
+class TptrArray {
 public:
-    void* renderGroup() const { return fGroup; }
-    void setRenderGroup(void* group) { fGroup = group; }
+    explicit TptrArray(size_t capacity = 0) { fItems.reserve(capacity); }
+    T*& operator[](size_t i) { return fItems[i]; }
+    T* operator[](size_t i) const { return fItems[i]; }
+    T** data() { return fItems.data(); }
+    size_t size() const { return fItems.size(); }
+    bool empty() const { return fItems.empty(); }
+    T*& last() { return fItems.back(); }
+    auto begin() { return fItems.begin(); }
+    auto end() { return fItems.end(); }
+    auto cbegin() const { return fItems.cbegin(); }
+    auto cend() const { return fItems.cend(); }
+    void addLast(T* const& item) { fItems.push_back(item); }
+    void addLast(T* const* items, unsigned count) {
+        fItems.insert(fItems.end(), items, items + count);
+    }
+    void insert(T* const& item, unsigned at) { fItems.insert(fItems.begin() + at, item); }
+    void insert(T* const* items, unsigned count, unsigned at) {
+        fItems.insert(fItems.begin() + at, items, items + count);
+    }
+    // Makes the array `count` long, every entry `value`.
+    void createAndSet(unsigned count, T* value) { fItems.assign(count, value); }
+    // Position of the item, or -1.
+    int find(const T* item) const {
+        for (size_t i = 0; i < fItems.size(); ++i)
+            if (fItems[i] == item)
+                return int(i);
+        return -1;
+    }
+    void remove(unsigned at) { fItems.erase(fItems.begin() + at); }
+    void swap(TptrArray& other) { fItems.swap(other.fItems); }
+    void copy(const TptrArray& other) { fItems = other.fItems; }
+    void catenate(const TptrArray& other) {
+        fItems.insert(fItems.end(), other.fItems.begin(), other.fItems.end());
+    }
+    size_t footprint() const { return sizeof(*this) + fItems.capacity() * sizeof(T*); }
 
-protected:
-    void* fGroup = nullptr;
+private:
+    std::vector<T*> fItems;
 };
+
+class TsampleRecord;
+class TshadedRecord;
+class TgeomSampleRecord;
+class TgeomShadedRecord;
+class TvolumeSampleRecord;
+class TvolumeShadedRecord;
+using TsampleArray = TptrArray<Tsample>;
+using TsampleRecordArray = TptrArray<TsampleRecord>;
+using TshadedRecordArray = TptrArray<TshadedRecord>;
+using TgeomSampleRecordArray = TptrArray<TgeomSampleRecord>;
+using TgeomShadedRecordArray = TptrArray<TgeomShadedRecord>;
+using TvolumeSampleRecordArray = TptrArray<TvolumeSampleRecord>;
+using TvolumeShadedRecordArray = TptrArray<TvolumeShadedRecord>;
