@@ -80,6 +80,42 @@ const DefaultSample& defaults() {
 const char* const* Tsample::fieldNames() {
     return kNames;
 }
+
+namespace {
+template <class T>
+constexpr Tsample::FieldKind kindOf() {
+    using K = Tsample::FieldKind;
+    if constexpr (std::is_same_v<T, T3Float>)
+        return K::Float3;
+    else if constexpr (std::is_same_v<T, T2Float>)
+        return K::Float2;
+    else if constexpr (std::is_same_v<T, float>)
+        return K::Float;
+    else if constexpr (std::is_same_v<T, int32_t>)
+        return K::Int32;
+    else if constexpr (std::is_same_v<T, uint32_t>)
+        return K::UInt32;
+    else if constexpr (std::is_same_v<T, int16_t>)
+        return K::Int16;
+    else if constexpr (std::is_same_v<T, char>)
+        return K::Char;
+    else if constexpr (std::is_same_v<T, bool>)
+        return K::Bool;
+    else if constexpr (std::is_same_v<T, T4dFltMatrix>)
+        return K::Matrix;
+    else
+        return K::Other;
+}
+constexpr Tsample::FieldKind kKinds[64] = {
+#define ORVO_SAMPLE_KIND(n, name, Name, Type, offset, size) kindOf<Type>(),
+    ORVO_SAMPLE_FIELDS(ORVO_SAMPLE_KIND)
+#undef ORVO_SAMPLE_KIND
+};
+} // namespace
+
+Tsample::FieldKind Tsample::fieldKind(unsigned i) {
+    return i < 64 ? kKinds[i] : FieldKind::Other;
+}
 const unsigned* Tsample::staticOffsets() {
     return kOffsets;
 }

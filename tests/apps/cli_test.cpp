@@ -122,6 +122,40 @@ TEST(OrvoTool, CompileReportsTheVaryingPartAndItsInstructions) {
     EXPECT_EQ(runTool({"compile", scene, "-g", "sg", "--option", "12"}).exitCode, 1);
 }
 
+TEST_F(OrvoScene, ShadeRunsAGridThroughAShadingGroup) {
+    const std::string scene = std::string(ORVO_TEST_DATA_DIR) + "/scenes/checker_shade.qsl";
+    // uvCoord of sample (i, j) is ((i + 0.5) / 2, (j + 0.5) / 2). With no
+    // filter the checker is color1 (white) where u and v are on the same
+    // side of 0.5 and color2 (black) elsewhere; the reverse inverts it.
+    const ToolResult r = runTool({"shade", scene, "-g", "sg", "--res", "2", "2", "--json"});
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out, "{\"i\": 0, \"j\": 0, \"outColor\": [0, 0, 0]}\n"
+                     "{\"i\": 1, \"j\": 0, \"outColor\": [1, 1, 1]}\n"
+                     "{\"i\": 0, \"j\": 1, \"outColor\": [1, 1, 1]}\n"
+                     "{\"i\": 1, \"j\": 1, \"outColor\": [0, 0, 0]}\n");
+
+    // A field given for every sample, and an image written whole.
+    const std::string image = (dir / "grid.exr").string();
+    const ToolResult text = runTool({"shade", scene, "-g", "sg", "--res", "3", "3", "--print",
+                                     "outColor", "uvCoord", "-o", image});
+    EXPECT_EQ(text.exitCode, 0) << text.err;
+    // (5/6, 1/6): opposite sides, black, inverted; (1/2, 1/2) lies on the
+    // edges, where the two colours mix evenly.
+    EXPECT_NE(text.out.find("2 0  outColor = 1 1 1  uvCoord = 0.833333313 0.166666672\n"),
+              std::string::npos)
+        << text.out;
+    EXPECT_NE(text.out.find("1 1  outColor = 0.5 0.5 0.5  uvCoord = 0.5 0.5\n"), std::string::npos)
+        << text.out;
+    EXPECT_TRUE(std::filesystem::exists(image));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir),
+                            std::filesystem::directory_iterator()),
+              1); // no temporary left beside it
+
+    const ToolResult bad = runTool({"shade", scene, "-g", "sg", "--field", "normalCamera=1,2"});
+    EXPECT_EQ(bad.exitCode, 1);
+    EXPECT_NE(bad.err.find("takes 3 values, got 2"), std::string::npos) << bad.err;
+}
+
 TEST(OrvoTool, NodesListsTypesAndDescribesOne) {
     const ToolResult all = runTool({"nodes"});
     EXPECT_EQ(all.exitCode, 0);

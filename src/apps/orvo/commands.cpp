@@ -16,7 +16,6 @@ struct PendingCommand {
 // interface get the honest answer rather than a parse error.
 constexpr PendingCommand kPendingCommands[] = {
     {"render", "Render a scene (the built-in default scene without one)"},
-    {"shade", "Shade a grid of samples through a shading group"},
     {"names", "Preview the output file names of a render"},
     {"maketx", "Write a block-ordered texture from an image"},
 };
@@ -26,12 +25,14 @@ constexpr PendingCommand kPendingCommands[] = {
 void addEvalCommand(CLI::App& app, CommandRun& run);
 void addNodesCommand(CLI::App& app, CommandRun& run);
 void addCompileCommand(CLI::App& app, CommandRun& run);
+void addShadeCommand(CLI::App& app, CommandRun& run);
 void addInfoCommand(CLI::App& app, CommandRun& run);
 
 void addCommands(CLI::App& app, CommandRun& run) {
     addEvalCommand(app, run);
     addNodesCommand(app, run);
     addCompileCommand(app, run);
+    addShadeCommand(app, run);
     addInfoCommand(app, run);
     for (const PendingCommand& command : kPendingCommands) {
         CLI::App* sub = app.add_subcommand(command.name, command.description);

@@ -1,0 +1,343 @@
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+#include <fmt/printf.h>
+
+#include <OpenImageIO/imageio.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <unordered_map>
+
+#include "apps/orvo/cli.h"
+#include "apps/orvo/scene.h"
+#include "host/arena.h"
+#include "host/env.h"
+#include "host/graph.h"
+#include "shading/sample_manager.h"
+#include "shading/shading_engine.h"
+
+namespace orvo::cli {
+
+namespace {
+
+struct ShadeOptions {
+    std::string scene;
+    std::string group;
+    unsigned option = 0;
+    std::vector<unsigned> resolution{4, 4};
+    std::vector<std::string> fields;
+    std::vector<std::string> print;
+    bool json = false;
+    std::string image;
+};
+
+unsigned floatsOf(Tsample::FieldKind kind) {
+    using K = Tsample::FieldKind;
+    switch (kind) {
+    case K::Float3:
+        return 3;
+    case K::Float2:
+        return 2;
+    case K::Matrix:
+        return 16;
+    case K::Other:
+        return 0;
+    default:
+        return 1;
+    }
+}
+
+// The field's value as numbers.
+std::vector<double> readField(const Tsample& sample, unsigned field) {
+    using K = Tsample::FieldKind;
+    const void* p = sample.field(field);
+    switch (Tsample::fieldKind(field)) {
+    case K::Float3:
+    case K::Float2:
+    case K::Float:
+    case K::Matrix: {
+        const auto* f = static_cast<const float*>(p);
+        return std::vector<double>(f, f + floatsOf(Tsample::fieldKind(field)));
+    }
+    case K::Int32:
+        return {double(*static_cast<const int32_t*>(p))};
+    case K::UInt32:
+        return {double(*static_cast<const uint32_t*>(p))};
+    case K::Int16:
+        return {double(*static_cast<const int16_t*>(p))};
+    case K::Char:
+        return {double(*static_cast<const char*>(p))};
+    case K::Bool:
+        return {*static_cast<const bool*>(p) ? 1.0 : 0.0};
+    default:
+        return {};
+    }
+}
+
+// A field given as NAME=v,v,v: the number and the bytes to write.
+struct FieldValue {
+    unsigned field;
+    std::vector<std::byte> bytes;
+};
+
+FieldValue parseField(const std::string& text) {
+    const size_t eq = text.find('=');
+    if (eq == std::string::npos || eq == 0)
+        throw UserError(fmt::format("orvo shade: --field '{}' is not NAME=v,v,v", text));
+    const std::string name = text.substr(0, eq);
+    const int field = Tsample::fieldNumber(name.c_str());
+    if (field < 0)
+        throw UserError(fmt::format("orvo shade: --field: no sample field named '{}'", name));
+    const Tsample::FieldKind kind = Tsample::fieldKind(unsigned(field));
+    const unsigned expected = floatsOf(kind);
+    if (expected == 0)
+        throw UserError(
+            fmt::format("orvo shade: --field: '{}' cannot be given on the command line", name));
+    std::vector<double> values;
+    std::string rest = text.substr(eq + 1);
+    size_t start = 0;
+    while (start <= rest.size()) {
+        const size_t comma = rest.find(',', start);
+        const std::string word =
+            rest.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
+        const auto v = OrvoParseDouble(word);
+        if (!v)
+            throw UserError(
+                fmt::format("orvo shade: --field {}: '{}' is not a number", name, word));
+        values.push_back(*v);
+        if (comma == std::string::npos)
+            break;
+        start = comma + 1;
+    }
+    if (values.size() != expected)
+        throw UserError(fmt::format("orvo shade: --field {} takes {} value{}, got {}", name,
+                                    expected, expected == 1 ? "" : "s", values.size()));
+    FieldValue out{unsigned(field), std::vector<std::byte>(Tsample::fieldSizes()[field])};
+    using K = Tsample::FieldKind;
+    auto* at = out.bytes.data();
+    for (size_t i = 0; i < values.size(); ++i) {
+        switch (kind) {
+        case K::Int32:
+            *reinterpret_cast<int32_t*>(at) = int32_t(values[i]);
+            break;
+        case K::UInt32:
+            *reinterpret_cast<uint32_t*>(at) = uint32_t(values[i]);
+            break;
+        case K::Int16:
+            *reinterpret_cast<int16_t*>(at) = int16_t(values[i]);
+            break;
+        case K::Char:
+            *reinterpret_cast<char*>(at) = char(values[i]);
+            break;
+        case K::Bool:
+            *reinterpret_cast<bool*>(at) = values[i] != 0.0;
+            break;
+        default:
+            reinterpret_cast<float*>(at)[i] = float(values[i]);
+        }
+    }
+    return out;
+}
+
+// The group every sample of the grid belongs to: it keeps the results.
+class GridGroup : public TrenderGroupBase {
+public:
+    std::unordered_map<const Tsample*, unsigned> cellOf;
+    std::vector<unsigned> printed;
+    std::vector<std::vector<std::vector<double>>> values; // cell, printed field, numbers
+
+    Completion completion() const override { return &GridGroup::done; }
+    void* completionData() const override { return const_cast<GridGroup*>(this); }
+
+private:
+    static void done(unsigned, TrenderGroupBase*, Tsample** samples, unsigned count, void* user) {
+        auto* self = static_cast<GridGroup*>(user);
+        for (unsigned s = 0; s < count; ++s) {
+            auto& cell = self->values[self->cellOf.at(samples[s])];
+            cell.clear();
+            for (unsigned field : self->printed)
+                cell.push_back(readField(*samples[s], field));
+        }
+    }
+};
+
+void writeImage(const std::string& path, unsigned width, unsigned height, const GridGroup& grid) {
+    // outColor and the opacity of outTransparency, RGBA.
+    int color = -1, transparency = -1;
+    for (size_t f = 0; f < grid.printed.size(); ++f) {
+        if (grid.printed[f] == TsampleFields::outColor)
+            color = int(f);
+        if (grid.printed[f] == TsampleFields::outTransparency)
+            transparency = int(f);
+    }
+    if (color < 0)
+        throw UserError("orvo shade: -o writes outColor, which is not printed");
+    std::vector<float> pixels(size_t(width) * height * 4, 0.0f);
+    for (size_t cell = 0; cell < size_t(width) * height; ++cell) {
+        const auto& c = grid.values[cell][size_t(color)];
+        float alpha = 1.0f;
+        if (transparency >= 0) {
+            const auto& t = grid.values[cell][size_t(transparency)];
+            alpha = 1.0f - float(0.3 * t[0] + 0.59 * t[1] + 0.11 * t[2]);
+        }
+        for (int k = 0; k < 3; ++k)
+            pixels[cell * 4 + size_t(k)] = float(c[size_t(k)]);
+        pixels[cell * 4 + 3] = alpha;
+    }
+    // Written beside its name and renamed into place: no half-written file.
+    const std::filesystem::path target(path);
+    const std::filesystem::path temporary =
+        target.parent_path() /
+        ("." + target.filename().string() + ".tmp" + target.extension().string());
+    auto out = OIIO::ImageOutput::create(path);
+    if (!out)
+        throw UserError(fmt::format("orvo shade: {}: cannot write this image format", path));
+    OIIO::ImageSpec spec(int(width), int(height), 4, OIIO::TypeDesc::FLOAT);
+    if (!out->open(temporary.string(), spec) ||
+        !out->write_image(OIIO::TypeDesc::FLOAT, pixels.data()) || !out->close()) {
+        std::error_code ec;
+        std::filesystem::remove(temporary, ec);
+        throw UserError(fmt::format("orvo shade: {}: {}", path, out->geterror()));
+    }
+    std::error_code ec;
+    std::filesystem::rename(temporary, target, ec);
+    if (ec) {
+        std::filesystem::remove(temporary, ec);
+        throw UserError(fmt::format("orvo shade: {}: {}", path, ec.message()));
+    }
+}
+
+int runShade(const ShadeOptions& options) {
+    if (options.resolution.size() != 2 || options.resolution[0] == 0 || options.resolution[1] == 0)
+        throw UserError("orvo shade: --res takes a width and a height above 0");
+    const unsigned width = options.resolution[0], height = options.resolution[1];
+    std::vector<FieldValue> given;
+    for (const std::string& f : options.fields)
+        given.push_back(parseField(f));
+
+    auto graph = loadScene(options.scene);
+    TdependNode* node = graph->findNode(options.group);
+    if (!node)
+        throw UserError(
+            fmt::format("orvo shade: {}: no node named '{}'", options.scene, options.group));
+    auto* engine = static_cast<TDNshadingEngine*>(node->cast(TDNshadingEngine::sTypeof()));
+    if (!engine)
+        throw UserError(fmt::format("orvo shade: {}: '{}' is a {}, not a shading group "
+                                    "(shadingEngine)",
+                                    options.scene, options.group, node->typeName()));
+
+    // Drive the library as a renderer does.
+    TstackArena frameArena(theMallocAllocator(), 4096, "orvo shade frame");
+    TframeConstants frame(frameArena);
+    TrenderThreadBase thread(frame);
+    GridGroup grid;
+    thread.initShadingGroup(engine);
+    const TbitField64 provided = thread.startSampling(engine, options.option, &grid);
+    if (!provided.any()) {
+        TrenderThreadBase::resetShadingGroups();
+        throw UserError(fmt::format("orvo shade: '{}' serves none of the fields option {} asks for",
+                                    options.group, options.option));
+    }
+    if (options.print.empty()) {
+        for (unsigned f = 0; f < 64; ++f)
+            if (provided.test(f) && Tsample::fieldKind(f) != Tsample::FieldKind::Other)
+                grid.printed.push_back(f);
+    } else {
+        for (const std::string& name : options.print) {
+            const int f = Tsample::fieldNumber(name.c_str());
+            if (f < 0)
+                throw UserError(
+                    fmt::format("orvo shade: --print: no sample field named '{}'", name));
+            grid.printed.push_back(unsigned(f));
+        }
+    }
+    grid.values.resize(size_t(width) * height);
+
+    TsampleManager& manager = *thread.sampleManager();
+    std::vector<Tsample*> all;
+    const unsigned cells = width * height;
+    for (unsigned start = 0; start < cells; start += manager.batchSize()) {
+        const unsigned count = std::min(manager.batchSize(), cells - start);
+        std::vector<Tsample*> samples(count, nullptr);
+        if (manager.allocateSamples(engine, options.option, &grid, count, samples.data()) != count)
+            throw std::runtime_error("cannot allocate samples");
+        for (unsigned s = 0; s < count; ++s) {
+            const unsigned cell = start + s;
+            const unsigned i = cell % width, j = cell / width;
+            Tsample& sample = *samples[s];
+            sample.setUvCoord((float(i) + 0.5f) / float(width), (float(j) + 0.5f) / float(height));
+            for (const FieldValue& v : given)
+                sample.setField(v.field, v.bytes.data(), v.bytes.size());
+            grid.cellOf[&sample] = cell;
+        }
+        manager.dispatchSamples(count, samples.data());
+        all.insert(all.end(), samples.begin(), samples.end());
+    }
+    manager.flushDispatchedSamples();
+    manager.releaseSamples(unsigned(all.size()), all.data());
+    thread.endSampling(engine, options.option, &grid);
+    TrenderThreadBase::resetShadingGroups();
+
+    const char* const* names = Tsample::fieldNames();
+    std::string out;
+    for (unsigned cell = 0; cell < cells; ++cell) {
+        const unsigned i = cell % width, j = cell / width;
+        if (options.json) {
+            out += fmt::format("{{\"i\": {}, \"j\": {}", i, j);
+            for (size_t f = 0; f < grid.printed.size(); ++f) {
+                const auto& v = grid.values[cell][f];
+                out += fmt::format(", {}: ", jsonString(names[grid.printed[f]]));
+                if (v.size() == 1) {
+                    out += jsonValue(fmt::sprintf("%.9g", v[0]));
+                } else {
+                    out += "[";
+                    for (size_t k = 0; k < v.size(); ++k)
+                        out += (k ? ", " : "") + jsonValue(fmt::sprintf("%.9g", v[k]));
+                    out += "]";
+                }
+            }
+            out += "}\n";
+        } else {
+            out += fmt::format("{} {}", i, j);
+            for (size_t f = 0; f < grid.printed.size(); ++f) {
+                out += fmt::format("  {} =", names[grid.printed[f]]);
+                for (double x : grid.values[cell][f])
+                    out += " " + fmt::sprintf("%.9g", x);
+            }
+            out += "\n";
+        }
+    }
+    if (!options.image.empty())
+        writeImage(options.image, width, height, grid);
+    std::fputs(out.c_str(), stdout);
+    return kExitSuccess;
+}
+
+} // namespace
+
+void addShadeCommand(CLI::App& app, CommandRun& run) {
+    auto options = std::make_shared<ShadeOptions>();
+    CLI::App* sub = app.add_subcommand("shade", "Shade a grid of samples through a shading group");
+    sub->add_option("scene", options->scene, "Scene file (.qsl)")->required();
+    sub->add_option("-g,--group", options->group, "The shading group (a shadingEngine node)")
+        ->required();
+    sub->add_option("--option", options->option, "What to shade for, 0 to 11 (0: surface)")
+        ->check(CLI::Range(0u, kTSEoptionCount - 1));
+    sub->add_option("--res", options->resolution, "Grid width and height (default 4 4)")
+        ->expected(2);
+    sub->add_option("--field", options->fields,
+                    "A sample field for every sample, NAME=v,v,v (repeatable)");
+    sub->add_option("--print", options->print,
+                    "Fields to print (default: every field the group provides)");
+    sub->add_flag("--json", options->json, "One JSON object per sample");
+    sub->add_option("-o,--output", options->image,
+                    "Write outColor (and the opacity of outTransparency) as an image");
+    sub->callback([&run, options] {
+        run = [options] {
+            return runShade(*options);
+        };
+    });
+}
+
+} // namespace orvo::cli
