@@ -16,9 +16,12 @@ struct Registry {
     std::unordered_map<std::string, TdependNodeClass*> byName;
 };
 
+// Never destroyed: node types unregister from exit handlers, whose order
+// against static destructors differs between runtimes (sanitizers run
+// atexit handlers apart from the destructors).
 Registry& registry() {
-    static Registry r;
-    return r;
+    static Registry* r = new Registry;
+    return *r;
 }
 
 bool validNodeName(std::string_view name) {
