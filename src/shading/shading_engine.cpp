@@ -97,9 +97,11 @@ bool TDNshadingEngine::analyse(TSEoption option, TbitField64* provided, TframeSa
     OptionSlot& slot = fOptions[option];
     TshadingOpus** record = nullptr;
     if (TrenderThreadBase::getOpus(record, this, option)) {
-        if (slot.opus && slot.opus != *record)
+        TshadingOpus* held = slot.opus.load();
+        if (held && held != *record)
             std::fprintf(stderr, "analysis error 1 opt=%d\n", int(option));
-        slot.opus = *record;
+        if (held != *record)
+            slot.opus.store(*record, std::memory_order_release);
         if (provided)
             *provided = slot.provided;
         return slot.provided.any();
@@ -130,8 +132,9 @@ bool TDNshadingEngine::analyse(TSEoption option, TbitField64* provided, TframeSa
     if (!fUserTable.empty())
         opus->addUserSampleData(std::move(fUserTable));
     fUserTable.clear();
-    slot.opus = opus.release();
-    *record = slot.opus;
+    TshadingOpus* made = opus.release();
+    *record = made;
+    slot.opus.store(made, std::memory_order_release);
     if (provided)
         *provided = served;
     return true;
@@ -139,7 +142,7 @@ bool TDNshadingEngine::analyse(TSEoption option, TbitField64* provided, TframeSa
 
 void TDNshadingEngine::releaseOpus(TSEoption option) {
     OptionSlot& slot = fOptions[option];
-    slot.opus = nullptr;
+    slot.opus.store(nullptr, std::memory_order_release);
     slot.offsets.clear();
     slot.sampleSize = Tsample::kStaticSize;
     slot.needed = TbitField64();
@@ -207,7 +210,7 @@ void TDNshadingEngine::resetShadingEngine() {
     if (!fInitialized) {
         // Opuses may exist without a render set-up (a compile from a tool).
         for (TSEoption option = 0; option < kTSEoptionCount; ++option)
-            if (fOptions[option].opus) {
+            if (fOptions[option].opus.load()) {
                 TrenderThreadBase::deleteOpus(this, option, true);
                 releaseOpus(option);
             }
@@ -216,7 +219,7 @@ void TDNshadingEngine::resetShadingEngine() {
     fSurfaceIsOpaque = fVolumeIsOpaque = false;
     fSurfaceIsRefracting = fSurfaceIsUseBackground = false;
     for (TSEoption option = 0; option < kTSEoptionCount; ++option)
-        if (fOptions[option].opus) {
+        if (fOptions[option].opus.load()) {
             TrenderThreadBase::deleteOpus(this, option, true);
             releaseOpus(option);
         }
@@ -320,7 +323,8 @@ bool TDNshadingEngine::sIsUsedOnVisibleShape(const TDNshadingEngine& engine) {
 }
 
 unsigned TDNshadingEngine::numberOfLights(TSEoption option) const {
-    return fOptions[option].opus ? fOptions[option].opus->numberOfLights() : 0;
+    const TshadingOpus* opus = fOptions[option].opus.load();
+    return opus ? opus->numberOfLights() : 0;
 }
 
 bool TDNshadingEngine::computePlug(const Tplug& plug, TdataBlock& block) {
@@ -329,7 +333,7 @@ bool TDNshadingEngine::computePlug(const Tplug& plug, TdataBlock& block) {
 
 void TDNshadingEngine::compileReport(std::ostream& out, TSEoption option, bool dumps) const {
     const OptionSlot& slot = fOptions[option];
-    const TshadingOpus* opus = slot.opus;
+    const TshadingOpus* opus = slot.opus.load();
     out << "shading group " << name() << ", option " << option << '\n';
     if (!opus) {
         out << "  nothing to shade: no requested field is served\n";

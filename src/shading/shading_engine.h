@@ -97,10 +97,10 @@ public:
     static TSEsampleType sampleTypeOf(TSEoption option);
 
     TshadingOpus* controlBlock(TSEoption option) const {
-        return fOptions[option].opus;
+        return fOptions[option].opus.load(std::memory_order_acquire);
     }
     bool initRequired(TSEoption option) const {
-        return !fOptions[option].opus;
+        return !fOptions[option].opus.load(std::memory_order_acquire);
     }
     const unsigned* fieldOffsetTable(TSEoption option) const;
     unsigned sampleSize(TSEoption option) const {
@@ -200,7 +200,8 @@ public:
 private:
     friend class TSEanalysis;
     struct OptionSlot {
-        TshadingOpus* opus = nullptr;
+        // Read by render threads outside the analysis lock.
+        std::atomic<TshadingOpus*> opus{nullptr};
         std::vector<unsigned> offsets; // empty: the static layout
         unsigned sampleSize = Tsample::kStaticSize;
         TbitField64 needed;
