@@ -215,14 +215,9 @@ float TperlinTexture::getSmearNoise(float& x, float& y, float& z, float ox, floa
     return Tnoise::noise3(a[0], a[1], a[2]);
 }
 
-float TperlinTexture::getValue(float x, float y, float z, float time) const {
-    x -= offset.x;
-    y -= offset.y;
-    z -= offset.z;
-    applyRotate(x, y, z);
-    applyImplode(x, y, z);
-    float q[3] = {frequency * x / scale.x + origin.x, frequency * y / scale.y + origin.y,
-                  frequency * z / scale.z + origin.z};
+// The harmonics at point q, each octave scaled up from the last; a smear
+// may move q as it goes.
+float TperlinTexture::harmonicSum(float (&q)[3], float time) const {
     const float m = octaveFactor();
     const float timeFactor = std::sqrt(m);
     float amp = gain, sum = 0.0f;
@@ -240,6 +235,17 @@ float TperlinTexture::getValue(float x, float y, float z, float time) const {
     return finishSum(sum, absolute, threshold);
 }
 
+float TperlinTexture::getValue(float x, float y, float z, float time) const {
+    x -= offset.x;
+    y -= offset.y;
+    z -= offset.z;
+    applyRotate(x, y, z);
+    applyImplode(x, y, z);
+    float q[3] = {frequency * x / scale.x + origin.x, frequency * y / scale.y + origin.y,
+                  frequency * z / scale.z + origin.z};
+    return harmonicSum(q, time);
+}
+
 float TperlinTexture::getValue2(float u, float v, float time) const {
     u -= offset.x;
     v -= offset.y;
@@ -247,21 +253,7 @@ float TperlinTexture::getValue2(float u, float v, float time) const {
     applyImplode2(u, v);
     // The plane z = 0; a smear may push the point off it, and the push stays.
     float q[3] = {frequency * u / scale.x + origin.x, frequency * v / scale.y + origin.y, 0.0f};
-    const float m = octaveFactor();
-    const float timeFactor = std::sqrt(m);
-    float amp = gain, sum = 0.0f;
-    for (int h = 0; h < harmonics; ++h) {
-        float n = doSmear ? getSmearNoise(q[0], q[1], q[2], 0.0f, 0.0f, 0.0f, time, h)
-                          : TperlinTexture::getNoise(q[0], q[1], q[2], time, h);
-        if (absolute)
-            n = std::fabs(n);
-        sum += n * amp;
-        amp *= ampRatio;
-        for (float& c : q)
-            c *= m;
-        time *= timeFactor;
-    }
-    return finishSum(sum, absolute, threshold);
+    return harmonicSum(q, time);
 }
 
 // ---------------------------------------------------------------- TbillowTexture

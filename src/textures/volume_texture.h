@@ -89,6 +89,9 @@ public:
 
     // The unit direction an octave drifts along.
     static T3Float octaveDirection(int octave);
+
+private:
+    float harmonicSum(float (&q)[3], float time) const;
 };
 
 class TbillowTexture : public TvolumeTexture {

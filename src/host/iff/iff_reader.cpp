@@ -73,7 +73,8 @@ bool TiffReader::next(TiffItem& item) {
     found.size = bigEndian32(header + 4);
     found.offset = at;
     if (!TiffIsValidTag(found.id))
-        return fail(fmt::format("offset {}: {} is not a chunk id", at, TiffChunkIdToString(found.id)));
+        return fail(
+            fmt::format("offset {}: {} is not a chunk id", at, TiffChunkIdToString(found.id)));
     if (found.size > room - kIffChunkHeaderSize)
         return fail(fmt::format("{} at offset {}: its size {} runs past the end of {} ({} bytes "
                                 "left)",
@@ -88,7 +89,8 @@ bool TiffReader::next(TiffItem& item) {
         found.type = bigEndian32(header + kIffChunkHeaderSize);
         if (!TiffIsValidTag(found.type))
             return fail(fmt::format("{} at offset {}: {} is not a group type",
-                                    TiffChunkIdToString(found.id), at, TiffChunkIdToString(found.type)));
+                                    TiffChunkIdToString(found.id), at,
+                                    TiffChunkIdToString(found.type)));
         found.dataOffset = at + kIffGroupHeaderSize;
         found.dataSize = found.size - 4;
     } else {

@@ -10,7 +10,7 @@
 // One chunk or group header as found in a file.
 struct TiffItem {
     TiffChunkId id = 0;
-    TiffChunkId type = 0;        // a group's type; 0 for a chunk
+    TiffChunkId type = 0;    // a group's type; 0 for a chunk
     uint32_t size = 0;       // the size field: for a group, its type and contents
     uint64_t offset = 0;     // where the header starts
     uint64_t dataOffset = 0; // a chunk's data, or a group's first contained chunk

@@ -3,7 +3,9 @@
 ORVO_REGISTER_NODE(TdnReverse)
 
 // inputX to outputX and so on, then input to output.
-ORVO_DEPENDENCIES(TdnReverse) { affectsPaired(m, Input, Output); }
+ORVO_DEPENDENCIES(TdnReverse) {
+    affectsPaired(m, Input, Output);
+}
 
 bool TdnReverse::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first,
                                    unsigned count) {
