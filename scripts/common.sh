@@ -2,6 +2,10 @@
 # build folder. Sourced, not run.
 ORVO_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 ORVO_JOBS=${ORVO_JOBS:-$(nproc)}
+# Let ccache share objects between checkouts of the tree (CI builds a fresh
+# clone each time): paths relative to the tree, the build folder not hashed.
+export CCACHE_BASEDIR="$ORVO_ROOT"
+export CCACHE_NOHASHDIR=true
 
 # orvo_configure BUILD_DIR [cmake args...]: configure once with Ninja; later
 # calls only re-run cmake when the arguments change.

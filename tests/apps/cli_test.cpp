@@ -1,3 +1,4 @@
+#include "test_paths.h"
 #include <gtest/gtest.h>
 
 #include <filesystem>

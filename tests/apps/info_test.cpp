@@ -1,5 +1,6 @@
 // orvo info on scenes, run as a user runs it.
 
+#include "test_paths.h"
 #include <gtest/gtest.h>
 
 #include "support/run_tool.h"

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "test_paths.h"
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>

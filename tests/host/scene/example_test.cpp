@@ -4,6 +4,7 @@
 #include "host/scene/object_set.h"
 #include "host/scene/render_layer.h"
 #include "scene_test_support.h"
+#include "test_paths.h"
 
 namespace {
 

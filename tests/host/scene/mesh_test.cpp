@@ -3,6 +3,7 @@
 // file and leave the scene as it was.
 
 #include "host/scene/mesh.h"
+#include "test_paths.h"
 
 #include <cmath>
 
