@@ -409,7 +409,8 @@ uint8_t TSEanalysis::processArray(TSEnodeDescription& d, const Tattribute& array
 void TSEanalysis::buildSampleDataOffsets(TbitField64 request, TbitField64 provided) {
     const char* const* names = Tsample::fieldNames();
     const unsigned* sizes = Tsample::fieldSizes();
-    fOffsets.assign(65, 0);
+    const size_t userFields = fEngine.fUserTable.size();
+    fOffsets.assign(65 + (userFields ? userFields + 1 : 0), 0);
     size_t at = Tsample::kHeaderSize;
     for (unsigned i = 0; i < 64; ++i) {
         const std::string name = names[i];
@@ -429,5 +430,14 @@ void TSEanalysis::buildSampleDataOffsets(TbitField64 request, TbitField64 provid
         fOffsets[i] = unsigned(at);
         at += (sizes[i] + 3) & ~3u;
     }
-    fOffsets[64] = unsigned(OrvoAlignUp(at, 8));
+    // The user part: a 36-byte position record, then each user field.
+    if (userFields) {
+        fOffsets[64] = unsigned(at);
+        at += 36;
+        for (size_t u = 0; u < userFields; ++u) {
+            fOffsets[65 + u] = unsigned(at);
+            at += (fEngine.fUserTable[u].size + 3) & ~3u;
+        }
+    }
+    fOffsets.back() = unsigned(OrvoAlignUp(at, 8));
 }

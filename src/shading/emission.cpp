@@ -394,5 +394,5 @@ void TSEanalysis::distribute(TshadingOpus& opus) {
             fReport.push_back(line);
         }
     }
-    opus.initialize(std::move(layout), fNeeded, fOffsets.data());
+    opus.initialize(std::move(layout), fNeeded, fOffsets.data(), fOffsets.size());
 }

@@ -335,10 +335,10 @@ TshadingOpus::~TshadingOpus() {
 }
 
 void TshadingOpus::initialize(TSEopusLayout&& layout, TbitField64 needs,
-                              const unsigned* fieldOffsets) {
+                              const unsigned* fieldOffsets, size_t offsetCount) {
     fLayout = std::move(layout);
     fNeeds = needs;
-    fFieldOffsets.assign(fieldOffsets, fieldOffsets + 65);
+    fFieldOffsets.assign(fieldOffsets, fieldOffsets + offsetCount);
     fFrameSize =
         unsigned(sizeof(TdataBlockRendering) * fLayout.blockCount +
                  OrvoAlignUp(fLayout.segments.size() + 1, 16) + fLayout.fieldStackBytes + 12);

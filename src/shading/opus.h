@@ -76,7 +76,8 @@ public:
     TshadingOpus& operator=(const TshadingOpus&) = delete;
 
     // Takes the compiled network and works out the frame and sample sizes.
-    void initialize(TSEopusLayout&& layout, TbitField64 needs, const unsigned* fieldOffsets);
+    void initialize(TSEopusLayout&& layout, TbitField64 needs, const unsigned* fieldOffsets,
+                    size_t offsetCount = 65);
 
     TdependNode* node() const { return fNode; }
     TDNshadingEngine* owner() const { return fOwner; }

@@ -1,5 +1,6 @@
 #include "shading/sample.h"
 
+#include "shading/opus.h"
 #include "shading/sample_manager.h"
 
 #include <array>
@@ -169,4 +170,41 @@ void Tsample::fillFromDeepRaster(const unsigned* offsets, const char* src, unsig
         if (void* s = slot(i))
             std::memcpy(s, src + offsets[i], (kSizes[i] + 3) & ~3u);
     }
+}
+
+bool Tsample::hasUserSampleData() const {
+    return fBatch && fBatch->opus() && fBatch->opus()->userSampleData();
+}
+
+void Tsample::setUserSamplePosition(const T2Float* vector, T2Float position, int index) {
+    if (!hasUserSampleData() || !fOffsets[64])
+        return;
+    std::byte* at = reinterpret_cast<std::byte*>(this) + fOffsets[64];
+    if (vector)
+        std::memcpy(at, vector, 24);
+    std::memcpy(at + 24, &position, sizeof position);
+    std::memcpy(at + 32, &index, sizeof index);
+}
+
+bool Tsample::userSamplePosition(T2Float* vector, T2Float& position, int& index) const {
+    if (!hasUserSampleData() || !fOffsets[64])
+        return false;
+    const std::byte* at = reinterpret_cast<const std::byte*>(this) + fOffsets[64];
+    if (vector)
+        std::memcpy(vector, at, 24);
+    std::memcpy(&position, at + 24, sizeof position);
+    std::memcpy(&index, at + 32, sizeof index);
+    return true;
+}
+
+void Tsample::setUserSampleData(unsigned field, unsigned size, const void* value) {
+    if (void* slot = userSampleSlot(field))
+        std::memcpy(slot, value, size);
+}
+
+void Tsample::copyUserSampleData(unsigned destinationField, unsigned size, unsigned sourceField) {
+    void* to = userSampleSlot(destinationField);
+    const void* from = userSampleSlot(sourceField);
+    if (to && from && to != from)
+        std::memmove(to, from, size);
 }

@@ -151,6 +151,18 @@ public:
         setUvFilterSize(T2Float{u, v});
     }
 
+    // ---- user sample data: after the fixed fields, a 36-byte position
+    // record at table entry 64, then the user fields by their numbers.
+    bool hasUserSampleData() const;
+    void setUserSamplePosition(const T2Float* vector, T2Float position, int index);
+    // The position record's parts; false when the sample has no user part.
+    bool userSamplePosition(T2Float* vector, T2Float& position, int& index) const;
+    void setUserSampleData(unsigned field, unsigned size, const void* value);
+    void copyUserSampleData(unsigned destinationField, unsigned size, unsigned sourceField);
+    void* userSampleSlot(unsigned field) {
+        return fOffsets[field] ? reinterpret_cast<std::byte*>(this) + fOffsets[field] : nullptr;
+    }
+
     // For each field in `fields` that has a slot and no value yet, copies the
     // default into the slot.
     void confirmSet(TbitField64 fields);

@@ -143,6 +143,44 @@ TEST_F(SampleManagerTest, TwoThreadsShareTheOpusThroughTheTable) {
     EXPECT_EQ(engine->controlBlock(0), nullptr); // the engine's slot follows
 }
 
+TEST(SampleUserData, AUserFieldFollowsThePositionRecord) {
+    TdependGraph graph;
+    std::ostringstream out;
+    qsl::Interpreter(graph, out)
+        .runText(
+            "node testUserData u\nnode shadingEngine sg\nconnect u.outColor sg.surfaceShader\n",
+            "scene.qsl");
+    auto* engine = dynamic_cast<TDNshadingEngine*>(graph.findNode("sg"));
+    TrenderThreadBase thread;
+    thread.initShadingGroup(engine);
+    thread.startSampling(engine, 0, nullptr);
+    const unsigned* offsets = engine->fieldOffsetTable(0);
+    // The fixed fields end where the 36-byte record begins; the 12-byte user
+    // field (number 65) follows it; the last entry is the total.
+    ASSERT_GT(offsets[64], 0u);
+    EXPECT_EQ(offsets[65], offsets[64] + 36);
+    EXPECT_EQ(offsets[66], (offsets[65] + 12 + 7) & ~7u);
+    EXPECT_EQ(engine->sampleSize(0), offsets[66]);
+
+    Tsample* sample = nullptr;
+    thread.sampleManager()->allocateSamples(engine, 0, nullptr, 1, &sample);
+    ASSERT_TRUE(sample->hasUserSampleData());
+    const T2Float corners[3] = {{0, 1}, {2, 3}, {4, 5}};
+    sample->setUserSamplePosition(corners, T2Float{0.5f, 0.25f}, 7);
+    T2Float back[3];
+    T2Float position;
+    int index = 0;
+    ASSERT_TRUE(sample->userSamplePosition(back, position, index));
+    EXPECT_EQ(back[2].y, 5.0f);
+    EXPECT_EQ(position.y, 0.25f);
+    EXPECT_EQ(index, 7);
+    const float value[3] = {1, 2, 3};
+    sample->setUserSampleData(65, sizeof value, value);
+    EXPECT_EQ(static_cast<float*>(sample->userSampleSlot(65))[2], 3.0f);
+    thread.endSampling(engine, 0, nullptr);
+    TrenderThreadBase::resetShadingGroups();
+}
+
 TEST_F(SampleManagerTest, ReferenceCountedGroupsResetWithTheLastReference) {
     TrenderThreadBase thread;
     EXPECT_TRUE(thread.refInitShadingGroup(engine));

@@ -1,5 +1,7 @@
 #include "test_nodes.h"
 
+#include "shading/shading_engine.h"
+
 #include <chrono>
 #include <thread>
 
@@ -43,4 +45,15 @@ void TdnTestUvColor::shadingNodeOnDemand(Tplug&, TdataBlock&) {
 
 void TdnTestUvColor::groupedAttrs(const Tattribute*, TattributeArray& out) {
     out = {&aOutColor, &aOutTransparency};
+}
+
+ORVO_REGISTER_NODE(TdnTestUserData)
+ORVO_DEPENDENCIES(TdnTestUserData) {
+    affects(m, OutColor, OutColor);
+}
+
+void TdnTestUserData::analyse(TDNshadingEngine* engine, TSEnodeDescription* description,
+                              void* option, TbitField64& fields) {
+    TshadingDependNode::analyse(engine, description, option, fields);
+    engine->defineUserSampleData(description, &aOutColor, 0, 0, nullptr, 0);
 }

@@ -31,3 +31,16 @@ public:
     static std::atomic<int> sElements; // elements computed
     static std::atomic<int> sOnDemand; // shadingNodeOnDemand calls
 };
+
+// A node that asks the shading group for a user sample field of its own.
+#define ORVO_SCHEMA_TdnTestUserData(A, C2, C3)                                                     \
+    C3(Tattribute3Float, OutColor, "outColor", "oc", ORVO_RGB, .output(), .output())
+
+ORVO_NODE(TdnTestUserData, TshadingDependNode, "testUserData", "TUSD", 9102, "kTestUserData",
+          "test/userData", "n_testUserData")
+
+class TdnTestUserData : public TdnPattern<TdnTestUserData, TshadingDependNode> {
+public:
+    void analyse(TDNshadingEngine* engine, TSEnodeDescription* description, void* option,
+                 TbitField64& fields) override;
+};
