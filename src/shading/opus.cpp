@@ -366,6 +366,23 @@ void TshadingOpus::fillUserSampleData(TrenderGroupBase*, unsigned count, Tsample
                 std::memcpy(to, samples[s]->field(e.sourceField), e.size);
 }
 
+unsigned TshadingOpus::illuminationSlots(unsigned count, Tsample* const* samples, uint16_t* slotOf,
+                                         uint16_t* representative) {
+    unsigned slots = 0;
+    long previous = 0;
+    for (unsigned s = 0; s < count; ++s) {
+        const int16_t index = *samples[s]->illuminationIndex();
+        const long key = index < 0 ? long(s) + 0x10000 : long(index);
+        if (s == 0 || key != previous) {
+            representative[slots] = uint16_t(s);
+            ++slots;
+        }
+        slotOf[s] = uint16_t(slots - 1);
+        previous = key;
+    }
+    return slots;
+}
+
 void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     if (count == 0 || !samples)
         return;

@@ -103,6 +103,14 @@ public:
     }
     void fillUserSampleData(TrenderGroupBase* group, unsigned count, Tsample** samples) const;
 
+    // Groups a batch for illumination: samples next to each other with the
+    // same illuminationIndex share a slot (a negative index counts as the
+    // sample's own position, so each such sample has a slot of its own).
+    // Writes each sample's slot and each slot's first sample; returns the
+    // number of slots.
+    static unsigned illuminationSlots(unsigned count, Tsample* const* samples, uint16_t* slotOf,
+                                      uint16_t* representative);
+
     // Runs the network over a batch of samples. Exceptions from nodes pass.
     void shade(unsigned count, Tsample** samples) const;
 

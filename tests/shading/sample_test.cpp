@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "shading/opus.h"
 #include "shading/sample.h"
 
 namespace {
@@ -87,6 +88,37 @@ TEST(SampleAccess, ConfirmSetFillsOnlyWhatIsMissing) {
     s.sample.confirmSet(fields);
     EXPECT_EQ(s.sample.outColor()->x, 0.0f); // the default replaced the garbage
     EXPECT_EQ(s.sample.uvCoord()->x, 0.5f);  // a set field is left alone
+}
+
+TEST(SampleAccess, IlluminationSlotsGroupNeighboursWithTheSameIndex) {
+    // Five samples with illuminationIndex 3, 3, -1, -1, 3: the first two
+    // share a slot, each -1 has its own, and the last 3 is a new slot since
+    // only neighbours share.
+    SmallSample s[5];
+    unsigned offsets[65] = {};
+    offsets[TsampleFields::illuminationIndex] = 40;
+    offsets[64] = 48;
+    const int16_t index[5] = {3, 3, -1, -1, 3};
+    Tsample* samples[5];
+    for (int i = 0; i < 5; ++i) {
+        s[i].sample.initialize(nullptr, nullptr, offsets);
+        s[i].sample.setIlluminationIndex(index[i]);
+        samples[i] = &s[i].sample;
+    }
+    uint16_t slotOf[5], first[5];
+    EXPECT_EQ(TshadingOpus::illuminationSlots(5, samples, slotOf, first), 4u);
+    EXPECT_EQ(slotOf[1], 0);
+    EXPECT_EQ(slotOf[2], 1);
+    EXPECT_EQ(slotOf[3], 2);
+    EXPECT_EQ(slotOf[4], 3);
+    EXPECT_EQ(first[3], 4);
+
+    // With no field at all every sample reads the default -1: own slots.
+    unsigned none[65] = {};
+    none[64] = 40;
+    for (int i = 0; i < 5; ++i)
+        s[i].sample.initialize(nullptr, nullptr, none);
+    EXPECT_EQ(TshadingOpus::illuminationSlots(5, samples, slotOf, first), 5u);
 }
 
 TEST(SampleAccess, DeepRasterCopiesRoundTrip) {
