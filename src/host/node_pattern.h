@@ -414,6 +414,14 @@ private:
 
 template <class T, class Base>
 void TdnPattern<T, Base>::registerType() {
+    // Once, and after the parent type: the metaclass records the parent's
+    // metaclass, which must exist by then whatever the order of loading.
+    static bool registered = false;
+    if (registered)
+        return;
+    registered = true;
+    if constexpr (requires { Base::registerType(); })
+        Base::registerType();
     // 1. The descriptor storage starts empty, and forgets itself at exit.
     TdnAttr<T>::fsVsData.once = false;
     std::atexit(&clearOnceAtExit);

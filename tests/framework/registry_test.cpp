@@ -28,6 +28,9 @@ TEST(Registry, IdentitiesAreUniqueAndWellFormed) {
         EXPECT_EQ(c->apiTypeString.rfind('k', 0), 0u);
         EXPECT_FALSE(c->classification.empty());
         EXPECT_EQ(c->flags(), 32u);
+        // Every type knows its parent's metaclass, whatever the load order.
+        ASSERT_NE(c->metaclass()->parent(0), nullptr);
+        EXPECT_TRUE(c->metaclass()->istype(TdependNode::sTypeof()));
         EXPECT_EQ(TdependGraph::findNodeType(c->typeName()), c);
         EXPECT_EQ(TdependGraph::findNodeTypeByTag(c->iffTag()->value()), c);
     }
