@@ -21,8 +21,24 @@ TdependNodeVS& TdependNodeVS::operator=(const TdependNodeVS& other) {
 }
 TdependNodeVS::~TdependNodeVS() = default;
 
-bool TdependNodeVS::appendAttributes(TattributeList&) {
-    return true;
+namespace {
+TattributeMessage& baseMessage() {
+    // Made once and never destroyed: every type's list refers to it.
+    static auto* message = [] {
+        auto* a = new TattributeMessage("message", "msg");
+        a->flagsOn(TattrFlag::kHidden);
+        a->setNodeNameString("n_node");
+        a->ref();
+        return a;
+    }();
+    return *message;
+}
+} // namespace
+
+TattributeMessage& TdependNode::aMessage = baseMessage();
+
+bool TdependNodeVS::appendAttributes(TattributeList& list) {
+    return list.addAttribute(&baseMessage());
 }
 bool TdependNodeVS::setupDependencies(TdependencyMatrix&) {
     return true;

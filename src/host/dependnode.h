@@ -239,6 +239,10 @@ public:
 
     static TdependNodeVS* sVsData();
     static TdependNodeVS* sVsBaseData() { return sVsData(); }
+
+    // Every node has a message plug: connections that carry no value but a
+    // relation (set membership, light links, lists of render nodes).
+    static TattributeMessage& aMessage;
     static Tmetaclass* sTypeof();
 
 private:

@@ -62,8 +62,8 @@ struct TgenericRay {
     // The farthest hit that counts. The sampler replaces it by the distance
     // of the hit it found (left as it was when the ray hit nothing).
     float maxDistance = FLT_MAX;
-    int32_t depth = 0;     // the depth of the ray: the depth of its origin + 1
-    float medium = 1.0f;   // refractive index of the medium the ray travels in
+    int32_t depth = 0;   // the depth of the ray: the depth of its origin + 1
+    float medium = 1.0f; // refractive index of the medium the ray travels in
     int32_t primitiveId = 0;
     void* objectId = nullptr; // the surface the ray leaves, so it doesn't hit itself
     int32_t instance = 0;     // the ray's number in the low-discrepancy sequences

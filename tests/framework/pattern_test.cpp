@@ -50,15 +50,16 @@ TEST(NodePattern, RegistrationBuildsNoAttributeAndCleanupBuildsToTearDown) {
     EXPECT_FALSE(TdnAttr<TdnTestUnused>::fsVsData.once);
     // And it can be used afterwards.
     EXPECT_TRUE(TdnTestUnused::sInitializeClass());
-    EXPECT_EQ(TdnTestUnused::sVsData()->attributes().size(), 1u);
+    EXPECT_EQ(TdnTestUnused::sVsData()->attributes().size(), 2u); // message, then its own
 }
 
 TEST(NodePattern, AFailedAdditionDoesNotStopTheOthers) {
     TattributeList list;
     EXPECT_FALSE(TdnTestClash::sVsData()->appendAttributes(list));
-    ASSERT_EQ(list.size(), 2u);
-    EXPECT_EQ(list[0]->longName(), "first");
-    EXPECT_EQ(list[1]->longName(), "third");
+    ASSERT_EQ(list.size(), 3u);
+    EXPECT_EQ(list[0], &TdependNode::aMessage); // every node's, first
+    EXPECT_EQ(list[1]->longName(), "first");
+    EXPECT_EQ(list[2]->longName(), "third");
 }
 
 TEST(NodePattern, ConstructRefusesUnrelatedMetaclasses) {
@@ -89,9 +90,10 @@ TEST(NodePattern, CastFindsEachLevel) {
 TEST(NodePattern, DerivedTypesShareTheParentsAttributes) {
     TdnTestDerived::sInitializeClass();
     const TattributeList& list = TdnTestDerived::sVsData()->attributes();
-    ASSERT_EQ(list.size(), 9u); // reverse's eight, then gain
-    EXPECT_EQ(list[0], &TdnReverse::aInput);
-    EXPECT_EQ(list[8], &TdnTestDerived::aGain);
+    ASSERT_EQ(list.size(), 10u); // message, reverse's eight, then gain
+    EXPECT_EQ(list[0], &TdependNode::aMessage);
+    EXPECT_EQ(list[1], &TdnReverse::aInput);
+    EXPECT_EQ(list[9], &TdnTestDerived::aGain);
     EXPECT_EQ(TdnTestDerived::aGain.nodeNameString(), "n_testDerived");
     EXPECT_EQ(TdnReverse::aInput.nodeNameString(), "n_reverse");
 

@@ -46,6 +46,7 @@ struct ReverseBlock {
     std::vector<uint16_t> initList;
     std::vector<uint64_t> constant, variable; // zeroed, 8-aligned
     TdataBlockRendering::Layout layout;
+    AttrInfo* own = nullptr; // the records of reverse's own attributes, after message
     TdataBlockRendering block;
     FakeEvaluator evaluator;
 
@@ -53,11 +54,13 @@ struct ReverseBlock {
         const size_t n = node->vsData()->attributes().size();
         infos.resize(n);
         initList.resize(n + 1);
+        types.insert(types.begin(), kConstDefaultValue); // the message plug
         types.resize(n, kConstDefaultValue);
         layout = TdataBlockRendering::layout(*node, types.data(), infos.data(), nullptr,
                                              initList.data());
         constant.resize(layout.constantSize / 8 + 1);
         variable.resize(size_t(layout.variableSize) * count / 8 + 1);
+        own = infos.data() + 1;
         block.initialize(node, infos.data(), nullptr, initList.data(),
                          reinterpret_cast<std::byte*>(constant.data()), count,
                          reinterpret_cast<std::byte*>(variable.data()), layout.variableSize,
@@ -69,15 +72,16 @@ struct ReverseBlock {
     }
 };
 
-// Attribute indices of reverse: input 0, inputX..Z 1-3, output 4, outputX..Z 5-7.
+// Attribute indices of reverse, counted after message: input 0, inputX..Z 1-3, output 4, outputX..Z
+// 5-7.
 constexpr uint32_t C = kConstDefaultValue, P = kConstUseParent, V = kVarPresent, VP = kVarUseParent;
 
 TEST(RenderingBlockLayout, ConstantAndVariableBlocksHoldTheirAttributes) {
     ReverseBlock r({C, P, P, P, V, VP, VP, VP}, 4);
-    EXPECT_EQ(r.infos[0].offset, 0u);
-    EXPECT_EQ(r.infos[2].offset, 4u); // inputY inside input
-    EXPECT_EQ(r.infos[4].offset, 0u); // output first in the variable block
-    EXPECT_EQ(r.infos[7].offset, 8u);
+    EXPECT_EQ(r.own[0].offset, 0u);
+    EXPECT_EQ(r.own[2].offset, 4u); // inputY inside input
+    EXPECT_EQ(r.own[4].offset, 0u); // output first in the variable block
+    EXPECT_EQ(r.own[7].offset, 8u);
     EXPECT_EQ(r.layout.constantSize, 16u); // 12 rounded up to 8
     EXPECT_EQ(r.layout.variableSize, 16u);
     EXPECT_EQ(r.initList[0], 0u); // floats need no construction
@@ -88,11 +92,11 @@ TEST(RenderingBlockLayout, ConstantAndVariableBlocksHoldTheirAttributes) {
 TEST(RenderingBlockLayout, AConstantChildOfAVaryingCompoundHasItsOwnConstantSlot) {
     // input varies (assembled from children); inputY is constant.
     ReverseBlock r({kVarUseChild, VP, C, VP, V, VP, VP, VP}, 2);
-    EXPECT_EQ(r.infos[0].offset, 0u);
-    EXPECT_EQ(r.infos[1].offset, 0u);  // inputX inside input, in every element
-    EXPECT_EQ(r.infos[2].offset, 0u);  // inputY: first slot of the constant block
-    EXPECT_EQ(r.infos[3].offset, 8u);  // inputZ inside input
-    EXPECT_EQ(r.infos[4].offset, 12u); // output right after input: floats align at 4
+    EXPECT_EQ(r.own[0].offset, 0u);
+    EXPECT_EQ(r.own[1].offset, 0u);  // inputX inside input, in every element
+    EXPECT_EQ(r.own[2].offset, 0u);  // inputY: first slot of the constant block
+    EXPECT_EQ(r.own[3].offset, 8u);  // inputZ inside input
+    EXPECT_EQ(r.own[4].offset, 12u); // output right after input: floats align at 4
     EXPECT_EQ(r.layout.constantSize, 8u);
     EXPECT_EQ(r.layout.variableSize, 24u); // 24 bytes, already a multiple of 8
 }
@@ -103,7 +107,7 @@ TEST(RenderingBlockValues, ConstantsReadWithStrideZeroAndDefaultsAreFetchedOnce)
     const TvectorDataHandle in = r.block.vectorInputValue(TdnReverse::aInput, 0, 100);
     EXPECT_EQ(in.stride(), 0u);
     EXPECT_EQ(in[99].asFloat3()[1], 0.5f);
-    EXPECT_EQ(r.infos[0].type, uint32_t(kConstPresent));
+    EXPECT_EQ(r.own[0].type, uint32_t(kConstPresent));
 
     // A second read does not consult the node again.
     r.graph.setPlugValueFromWords(r.graph.findPlug("rev.input"), {"9", "9", "9"});
@@ -120,7 +124,7 @@ TEST(RenderingBlockValues, SegmentZeroComputesNothingAndOthersRunOnDemand) {
     EXPECT_EQ(r.block.inputValue(TdnReverse::aInput).asFloat3()[0], 0.75f);
     EXPECT_TRUE(r.evaluator.calls.empty());
 
-    r.infos[0].thread = 3;
+    r.own[0].thread = 3;
     r.evaluator.values = {{3, {0.5f, 0.5f, 0.5f}}};
     const TvectorDataHandle in = r.block.vectorInputValue(TdnReverse::aInput, 2, 4);
     ASSERT_EQ(r.evaluator.calls.size(), 1u);
@@ -134,8 +138,8 @@ TEST(RenderingBlockValues, SegmentZeroComputesNothingAndOthersRunOnDemand) {
 
 TEST(RenderingBlockValues, AChildConnectedInsideAVaryingCompoundOverridesAfterTheParent) {
     ReverseBlock r({kVarPreferChild, VP, V, VP, V, VP, VP, VP}, 2);
-    r.infos[0].thread = 1; // the compound's own source
-    r.infos[2].thread = 2; // inputY's own source
+    r.own[0].thread = 1; // the compound's own source
+    r.own[2].thread = 2; // inputY's own source
     r.evaluator.values = {{1, {1, 1, 1}}, {2, {5}}};
     const TdataHandle h = r.block.inputValue(TdnReverse::aInput);
     EXPECT_EQ(h.asFloat3()[0], 1.0f);
@@ -237,11 +241,12 @@ TEST(RenderingBlockDump, DeepDumpShowsBothBlocks) {
     const std::string& text = out.text();
     EXPECT_EQ(text.rfind("DataBlockRendering for Node:rev\n", 0), 0u) << text;
     EXPECT_NE(text.find("Constant Block\n--------------\nIndex : AttrName : Offset : Type [: "
-                        "Value]\n0 : input : 0 : kConstPresent : 0 0 0\n"),
+                        "Value]\n0 : message : 0 : kConstDefaultValue : \n1 : input : 0 : "
+                        "kConstPresent : 0 0 0\n"),
               std::string::npos)
         << text;
     EXPECT_NE(text.find("\nVariable Block\n"), std::string::npos);
-    EXPECT_NE(text.find("Vector Element 1\n4 : output : 0 : kVarPresent : 0.5 0 0\n"),
+    EXPECT_NE(text.find("Vector Element 1\n5 : output : 0 : kVarPresent : 0.5 0 0\n"),
               std::string::npos)
         << text;
     EXPECT_EQ(OrvoAttrInfoTypeName(99), std::string("*** INVALID VALUE ***"));

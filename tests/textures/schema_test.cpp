@@ -236,10 +236,12 @@ TEST_P(TextureSchema, AttributesInSchemaOrder) {
     TdependNodeVS* vs = TdependGraph::findNodeType(t.typeName)->vsData();
     ASSERT_TRUE(vs->initializeClass());
     const TattributeList& list = vs->attributes();
-    ASSERT_EQ(list.size(), t.attributes.size()) << t.typeName;
-    for (size_t i = 0; i < list.size(); ++i) {
+    // Every node's message plug comes first; the type's own follow.
+    ASSERT_EQ(list.size(), t.attributes.size() + 1) << t.typeName;
+    EXPECT_EQ(list[0], &TdependNode::aMessage);
+    for (size_t i = 0; i < t.attributes.size(); ++i) {
         const Attr& want = t.attributes[i];
-        const Tattribute& a = *list[i];
+        const Tattribute& a = *list[i + 1];
         const std::string where = t.typeName + "." + want.longName;
         EXPECT_EQ(a.longName(), want.longName) << t.typeName << " #" << i;
         EXPECT_EQ(a.shortName(), want.shortName) << where;

@@ -126,7 +126,6 @@ struct TdagPathUtils {
 // ---------------------------------------------------------------- dagNode
 
 #define ORVO_SCHEMA_TdagObject(A, C2, C3)                                                          \
-    A(TattributeMessage, Message, "message", "msg", .flagsOn(TattrFlag::kHidden))                  \
     A(TattributeBoolean, Visibility, "visibility", "v", .input().setNativeDefaultData(true))       \
     A(TattributeArrayOf<TattributeMessage>, InstObjGroups, "instObjGroups", "iog",                 \
       .flagsOn(TattrFlag::kHidden))

@@ -69,7 +69,6 @@ private:
 };
 
 #define ORVO_SCHEMA_TobjectSet(A, C2, C3)                                                          \
-    A(TattributeMessage, Message, "message", "msg", .flagsOn(TattrFlag::kHidden))                  \
     A(TattributeArrayOf<TattributeMessage>, DagSetMembers, "dagSetMembers", "dsm", .flagsOn(0))    \
     A(TattributeArrayOf<TattributeMessage>, DNSetMembers, "dnSetMembers", "dnsm", .flagsOn(0))     \
     A(TattributeMessage, Partition, "partition", "pa", .flagsOn(0))
@@ -132,7 +131,6 @@ private:
 };
 
 #define ORVO_SCHEMA_Tpartition(A, C2, C3)                                                          \
-    A(TattributeMessage, Message, "message", "msg", .flagsOn(TattrFlag::kHidden))                  \
     A(TattributeArrayOf<TattributeMessage>, Sets, "sets", "st", .flagsOn(0))
 ORVO_NODE(Tpartition, TdependNode, "partition", "PRTN", 2111, "kPartition", "host/set/partition",
           "n_partition")

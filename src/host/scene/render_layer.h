@@ -43,7 +43,6 @@ private:
 };
 
 #define ORVO_SCHEMA_TdnRenderLayer(A, C2, C3)                                                      \
-    A(TattributeMessage, Message, "message", "msg", .flagsOn(TattrFlag::kHidden))                  \
     A(TattributeInt32, Identification, "identification", "rlid", .input())                         \
     A(TattributeBoolean, Renderable, "renderable", "rndr", .input().setNativeDefaultData(true))    \
     A(TattributeInt32, DisplayOrder, "displayOrder", "do", .input())                               \
@@ -96,7 +95,6 @@ private:
 };
 
 #define ORVO_SCHEMA_TdnRenderLayerManager(A, C2, C3)                                               \
-    A(TattributeMessage, Message, "message", "msg", .flagsOn(TattrFlag::kHidden))                  \
     A(TattributeMessage, DefaultRenderLayer, "defaultRenderLayer", "drl", .flagsOn(0))             \
     A(TattributeMessage, CurrentRenderLayer, "currentRenderLayer", "crl", .flagsOn(0))
 ORVO_NODE(TdnRenderLayerManager, TdependNode, "renderLayerManager", "RLMN", 2121,

@@ -366,16 +366,18 @@ TEST_P(UtilitySchema, AttributesInSchemaOrder) {
     TdependNodeVS* vs = record->vsData();
     ASSERT_TRUE(vs->initializeClass());
     const TattributeList& list = vs->attributes();
-    ASSERT_EQ(list.size(), t.attributes.size()) << t.typeName;
-    for (size_t i = 0; i < list.size(); ++i) {
+    // Every node's message plug comes first; the type's own follow.
+    ASSERT_EQ(list.size(), t.attributes.size() + 1) << t.typeName;
+    EXPECT_EQ(list[0], &TdependNode::aMessage);
+    for (size_t i = 0; i < t.attributes.size(); ++i) {
         const Attr& want = t.attributes[i];
-        const Tattribute& a = *list[i];
+        const Tattribute& a = *list[i + 1];
         const std::string where = t.typeName + "." + want.longName;
         EXPECT_EQ(a.longName(), want.longName) << t.typeName << " #" << i;
         EXPECT_EQ(a.shortName(), want.shortName) << where;
         EXPECT_EQ(std::string(a.className()), want.className) << where;
         EXPECT_EQ(a.nodeNameString(), "n_" + t.typeName) << where;
-        EXPECT_EQ(a.index(), i) << where;
+        EXPECT_EQ(a.index(), i + 1) << where;
         if (want.shape == Shape::Record) {
             EXPECT_TRUE(a.isArrayDescendant()) << where;
         } else {
