@@ -63,7 +63,8 @@ public:
 
     void computeValue(uint16_t segment, const Tattribute& attribute, uint8_t** value,
                       TdataBlock** block, unsigned first, unsigned count) override;
-    void sampleLights(unsigned, unsigned, unsigned, T3Float*, TlightData**) override {}
+    void sampleLights(unsigned first, unsigned count, unsigned flags, T3Float* points,
+                      TlightData** table) override;
 
 private:
     void run(uint32_t begin, uint32_t end, unsigned first, unsigned count);
@@ -320,6 +321,53 @@ void TshadingOpus::Frame::computeValue(uint16_t segment, const Tattribute& attri
                      : producer.constantBlock()) +
             info.offset;
         fn(from, *value + size_t(e - first) * stride, output.attribute, &attribute);
+    }
+}
+
+// Light at arbitrary points (a volume marching through a shadow, say): each
+// point gets a copy of the sample at `first` moved there, and the lights
+// of the sample's object run over those copies. table[i][n] receives the
+// record of the n-th light at point i.
+void TshadingOpus::Frame::sampleLights(unsigned first, unsigned count, unsigned, T3Float* points,
+                                       TlightData** table) {
+    const TshadingOpus& opus = fOpus;
+    if (!opus.fLightCount || first >= fCount || opus.fFieldOffsets.empty())
+        return;
+    const size_t size = OrvoAlignUp(opus.fFieldOffsets.back(), 8);
+    auto* memory = static_cast<std::byte*>(alloca(size * count + 8));
+    memory = reinterpret_cast<std::byte*>(OrvoAlignUp(reinterpret_cast<uintptr_t>(memory), 8));
+    auto** copies = static_cast<Tsample**>(alloca(sizeof(Tsample*) * count));
+    for (unsigned i = 0; i < count; ++i) {
+        std::memcpy(memory + size * i, static_cast<const void*>(fSamples[first]), size);
+        copies[i] = reinterpret_cast<Tsample*>(memory + size * i);
+        copies[i]->setPointCamera(points[i]);
+    }
+    const TbitFieldFixedN* row = nullptr;
+    if (TsampleBatch* batch = fSamples[first]->batch())
+        if (auto* group = static_cast<TrenderGroupBase*>(batch->renderGroup())) {
+            const int index = group->objectIndex();
+            if (index >= 0 && size_t(index) < opus.fLitBy.size())
+                row = &opus.fLitBy[size_t(index)];
+        }
+    size_t frameBytes = 0;
+    for (const TshadingOpus* light : opus.fLightOpuses)
+        if (light)
+            frameBytes = std::max(frameBytes, bytesFor(*light, count));
+    void* lightMemory = alloca(frameBytes + 16);
+    unsigned done = 0;
+    for (unsigned l = 0; l < opus.fLightCount; ++l) {
+        const TshadingOpus* light = opus.fLightOpuses[l];
+        if (!light || (row && !row->test(l)))
+            continue;
+        {
+            Frame frame(*light, copies, count, lightMemory);
+            frame.runSegment(1, 0, count);
+        }
+        for (unsigned i = 0; i < count; ++i)
+            if (table[i])
+                table[i][done] =
+                    *static_cast<const TlightData*>(copies[i]->field(TsampleFields::lightData));
+        ++done;
     }
 }
 

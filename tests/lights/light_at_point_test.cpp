@@ -38,8 +38,8 @@ connect rig.message sg.linkedLights
         ASSERT_EQ(meter.lightAtPoint(T3Float{3.0f, 0.0f, -1.0f}, info), 2u);
         // The key: 0.5 1 0 times 4; the test light puts the point's x in
         // preShadowIntensity and itself in the blind data.
-        EXPECT_EQ(info[0].reference, reinterpret_cast<uint64_t>(
-                                         static_cast<void*>(graph.findNode("keyShape"))));
+        EXPECT_EQ(info[0].reference,
+                  reinterpret_cast<uint64_t>(static_cast<void*>(graph.findNode("keyShape"))));
         EXPECT_FLOAT_EQ(info[0].intensity[0], 2.0f);
         EXPECT_FLOAT_EQ(info[0].intensity[1], 4.0f);
         EXPECT_FLOAT_EQ(info[0].preShadowIntensity, 3.0f);

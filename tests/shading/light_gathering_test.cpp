@@ -156,6 +156,14 @@ TEST_F(LightGathering, AnObjectsRowSkipsTheLightsWithoutItsBit) {
     EXPECT_FLOAT_EQ(r[3].info[0], 2.0f);
 }
 
+TEST_F(LightGathering, SampleLightsRunsTheLightsAtOtherPoints) {
+    load("set sum.probe true\n");
+    const auto r = shade(3, {-1, -1, -1});
+    // Two lights at x + 100 and x + 200: 2 (2x + 300) for the sample at x.
+    for (unsigned i = 0; i < 3; ++i)
+        EXPECT_FLOAT_EQ(r[i].info[2], 2.0f * (2.0f * (10.0f + float(i)) + 300.0f)) << i;
+}
+
 TEST_F(LightGathering, TwoGroupsShareOneOpusPerLight) {
     load("node testLightSum sum2\nnode shadingEngine sg2\nconnect sum2.outColor sg2.surfaceShader\n"
          "connect keyLights.message sg2.linkedLights\n");

@@ -100,6 +100,8 @@ ORVO_REGISTER_NODE(TdnTestLightSum)
 ORVO_DEPENDENCIES(TdnTestLightSum) {
     affectsAll(m, LightDataArray, OutColor);
     affectsAll(m, LightDataArray, OutTransparency);
+    affectsAll(m, Probe, OutTransparency);
+    affectsAll(m, PointCamera, OutTransparency);
 }
 
 bool TdnTestLightSum::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first,
@@ -119,6 +121,18 @@ bool TdnTestLightSum::vectorComputePlug(const Tplug& plug, TdataBlock& block, un
                 sum[c] += record->intensity[c];
             info[1] += record->preShadowIntensity;
             info[2] += record->direction[0];
+        }
+        if (block.inputValue(aProbe).asBool()) {
+            const float x =
+                block.vectorInputValue(aPointCamera, first, count)[int(i)].asFloat3()[0];
+            T3Float points[2] = {{x + 100.0f, 0, 0}, {x + 200.0f, 0, 0}};
+            TlightData rows[2][4] = {};
+            TlightData* table[2] = {rows[0], rows[1]};
+            block.sampleLights(nullptr, first + i, 2, 0, points, table);
+            info[2] = 0.0f;
+            for (auto& row : rows)
+                for (const TlightData& l : row)
+                    info[2] += l.preShadowIntensity;
         }
         outColor[int(i)].set(3, sum);
         outTransparency[int(i)].set(3, info);

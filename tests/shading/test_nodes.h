@@ -65,10 +65,15 @@ public:
 
 // A material that sums what its lights give: outColor the sum of the
 // intensities, outTransparency (count of lights, sum of preShadowIntensity,
-// sum of x of the directions).
+// sum of x of the directions). With `probe` on, the third channel is
+// instead the sum of preShadowIntensity of the lights sampled at two
+// points, x + 100 and x + 200, through sampleLights.
 #define ORVO_SCHEMA_TdnTestLightSum(A, C2, C3)                                                     \
     A(TattributeArrayOf<TattributeLightData>, LightDataArray, "lightDataArray", "ltd",             \
       .implicitLight())                                                                            \
+    A(TattributeBoolean, Probe, "probe", "pr", .input())                                           \
+    C3(Tattribute3Float, PointCamera, "pointCamera", "p", ORVO_XYZ, .implicitSample(),             \
+       .implicitSample())                                                                          \
     C3(Tattribute3Float, OutColor, "outColor", "oc", ORVO_RGB, .output(), .output())               \
     C3(Tattribute3Float, OutTransparency, "outTransparency", "ot", ORVO_RGB, .output(), .output())
 
