@@ -1,0 +1,457 @@
+// The shading interpreter beside hand-fused C++ on the same inputs.
+//
+// A shading group's network is compiled into an instruction list and shaded
+// 64 samples at a time so that the interpreter's cost (instruction dispatch,
+// data block look-ups, copies between blocks and sample fields) is spread
+// over a batch. This program measures how much of that works: each network
+// is shaded three ways over the same samples,
+//   opus/64  through the sample manager, dispatched in batches of 64,
+//   opus/1   through the sample manager, one sample a batch (dispatch, flush),
+//   fused    one hand-written loop computing the same values from the same
+//            inputs, with the network's formulas written out inline,
+// and every output the renderer reads back must agree to a small tolerance
+// over all samples before anything is timed.
+//
+// Networks:
+//   chain K   a placement feeding K utility nodes in a chain (multiplyDivide,
+//             or plusMinusAverage), then a condition whose outColor is the
+//             group's surface shader; the cost per node per sample is the
+//             slope between K = 1 and K = 16.
+//
+// Timing: passes over all samples, the three ways interleaved so that a
+// change of machine load touches all of them alike; the median pass gives
+// ns per sample.
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "host/graph.h"
+#include "host/qsl/interpreter.h"
+#include "shading/opus.h"
+#include "shading/render_thread.h"
+#include "shading/sample.h"
+#include "shading/sample_manager.h"
+#include "shading/shading_engine.h"
+
+namespace {
+
+constexpr unsigned kWidth = 64;
+constexpr unsigned kHeight = 64;
+constexpr unsigned kSamples = kWidth * kHeight;
+constexpr int kPasses = 15;
+
+// ---------------------------------------------------------------- inputs and outputs
+
+// What a renderer knows of each sample; all three ways read these.
+struct Inputs {
+    std::vector<T2Float> uv, uvFilter;
+    std::vector<T3Float> point, normal, ray;
+};
+
+Inputs makeInputs() {
+    Inputs in;
+    for (unsigned j = 0; j < kHeight; ++j)
+        for (unsigned i = 0; i < kWidth; ++i) {
+            const float u = (float(i) + 0.5f) / float(kWidth);
+            const float v = (float(j) + 0.5f) / float(kHeight);
+            in.uv.push_back({u, v});
+            in.uvFilter.push_back({1.0f / float(kWidth), 1.0f / float(kHeight)});
+            // A sphere seen head on: the normal turns across the image.
+            const float x = 2.0f * u - 1.0f, y = 1.0f - 2.0f * v;
+            const float r2 = std::min(x * x + y * y, 0.98f);
+            const float z = std::sqrt(1.0f - r2);
+            const float length = std::sqrt(x * x + y * y + z * z);
+            in.normal.push_back({x / length, y / length, z / length});
+            in.point.push_back({x, y, z - 5.0f});
+            in.ray.push_back({0.0f, 0.0f, -1.0f});
+        }
+    return in;
+}
+
+// What the renderer reads back.
+struct Outputs {
+    std::vector<T3Float> color, transparency, glow, matte;
+    explicit Outputs(size_t n) : color(n), transparency(n), glow(n), matte(n) {}
+};
+
+enum OutputBits : unsigned { kColour = 1, kTransparency = 2, kGlow = 4, kMatte = 8 };
+
+// ---------------------------------------------------------------- the network side
+
+// A renderer's group: the completion callback copies the outputs of each
+// shaded batch into the output arrays, in the order the samples were
+// dispatched.
+class Group : public TrenderGroupBase {
+public:
+    Completion completion() const override { return &Group::done; }
+    void* completionData() const override { return const_cast<Group*>(this); }
+    bool receiveShadows() const override { return false; }
+
+    Outputs* out = nullptr;
+    unsigned next = 0;
+    unsigned outputs = kColour;
+
+private:
+    static void done(unsigned, TrenderGroupBase*, Tsample** samples, unsigned count, void* user) {
+        auto* self = static_cast<Group*>(user);
+        Outputs& o = *self->out;
+        for (unsigned i = 0; i < count; ++i, ++self->next) {
+            const Tsample& s = *samples[i];
+            o.color[self->next] = *s.outColor();
+            if (self->outputs & kTransparency)
+                o.transparency[self->next] = *s.outTransparency();
+            if (self->outputs & kGlow)
+                o.glow[self->next] = *s.outGlowColor();
+            if (self->outputs & kMatte)
+                o.matte[self->next] = *s.outMatteOpacity();
+        }
+    }
+};
+
+// One shading group loaded from scene text, compiled for option 0, with
+// samples allocated once and filled from the inputs.
+class Network {
+public:
+    Network(const std::string& scene, const Inputs& in) {
+        std::ostringstream out;
+        qsl::Interpreter(fGraph, out).runText(scene, "bench.qsl");
+        fEngine = dynamic_cast<TDNshadingEngine*>(fGraph.findNode("sg"));
+        if (!fEngine) {
+            std::fprintf(stderr, "shading_opus: the scene has no shading group sg\n");
+            std::exit(1);
+        }
+        fThread.initShadingGroup(fEngine);
+        const TbitField64 provided = fThread.startSampling(fEngine, 0, &fGroup);
+        fGroup.outputs = 0;
+        if (provided.test(TsampleFields::outColor))
+            fGroup.outputs |= kColour;
+        if (provided.test(TsampleFields::outTransparency))
+            fGroup.outputs |= kTransparency;
+        if (provided.test(TsampleFields::outGlowColor))
+            fGroup.outputs |= kGlow;
+        if (provided.test(TsampleFields::outMatteOpacity))
+            fGroup.outputs |= kMatte;
+        fSamples.assign(kSamples, nullptr);
+        manager().allocateSamples(fEngine, 0, &fGroup, kSamples, fSamples.data());
+        for (unsigned s = 0; s < kSamples; ++s) {
+            Tsample& sample = *fSamples[s];
+            sample.setUvCoord(in.uv[s]);
+            sample.setUvFilterSize(in.uvFilter[s]);
+            sample.setPointCamera(in.point[s]);
+            sample.setNormalCamera(in.normal[s]);
+            sample.setRayDirection(in.ray[s]);
+        }
+    }
+    ~Network() {
+        manager().releaseSamples(kSamples, fSamples.data());
+        fThread.endSampling(fEngine, 0, &fGroup);
+        fThread.destroyContents();
+        TrenderThreadBase::resetShadingGroups();
+    }
+    Network(const Network&) = delete;
+    Network& operator=(const Network&) = delete;
+
+    unsigned outputs() const { return fGroup.outputs; }
+    const TshadingOpus& opus() const { return *fEngine->controlBlock(0); }
+
+    // All samples in batches of 64: a full batch runs as it is dispatched.
+    void shade64(Outputs& out) {
+        begin(out);
+        manager().dispatchSamples(kSamples, fSamples.data());
+        manager().flushDispatchedSamples();
+    }
+    // One sample a batch: each dispatch is followed by a flush.
+    void shade1(Outputs& out) {
+        begin(out);
+        for (Tsample* s : fSamples) {
+            manager().dispatchSamples(1, &s);
+            manager().flushDispatchedSamples();
+        }
+    }
+    unsigned delivered() const { return fGroup.next; }
+
+private:
+    TsampleManager& manager() { return *fThread.sampleManager(); }
+    void begin(Outputs& out) {
+        fGroup.out = &out;
+        fGroup.next = 0;
+    }
+
+    TdependGraph fGraph;
+    TDNshadingEngine* fEngine = nullptr;
+    TrenderThreadBase fThread;
+    Group fGroup;
+    std::vector<Tsample*> fSamples;
+};
+
+// ---------------------------------------------------------------- agreement and timing
+
+bool agree(const char* what, const std::vector<T3Float>& a, const std::vector<T3Float>& b,
+           float tolerance) {
+    float worst = 0.0f;
+    size_t at = 0;
+    for (size_t s = 0; s < a.size(); ++s)
+        for (int c = 0; c < 3; ++c) {
+            const float x = a[s][c], y = b[s][c];
+            const float d = std::fabs(x - y) / std::max(1.0f, std::fabs(y));
+            if (!(d <= worst)) { // NaN counts as the worst
+                worst = std::isnan(d) ? INFINITY : d;
+                at = s;
+            }
+        }
+    if (worst <= tolerance)
+        return true;
+    std::printf("    %s differs: sample %zu (%u, %u): (%.9g %.9g %.9g) against (%.9g %.9g %.9g)\n",
+                what, at, unsigned(at % kWidth), unsigned(at / kWidth), double(a[at].x),
+                double(a[at].y), double(a[at].z), double(b[at].x), double(b[at].y),
+                double(b[at].z));
+    return false;
+}
+
+bool agreeAll(const char* way, const Outputs& got, const Outputs& fused, unsigned outputs) {
+    constexpr float kTolerance = 2e-6f;
+    bool ok = true;
+    std::string prefix = std::string(way) + " against fused: ";
+    if (outputs & kColour)
+        ok &= agree((prefix + "outColor").c_str(), got.color, fused.color, kTolerance);
+    if (outputs & kTransparency)
+        ok &= agree((prefix + "outTransparency").c_str(), got.transparency, fused.transparency,
+                    kTolerance);
+    if (outputs & kGlow)
+        ok &= agree((prefix + "outGlowColor").c_str(), got.glow, fused.glow, kTolerance);
+    if (outputs & kMatte)
+        ok &= agree((prefix + "outMatteOpacity").c_str(), got.matte, fused.matte, kTolerance);
+    return ok;
+}
+
+// The outputs must not be flat: a network that lost its inputs would agree
+// with a fused loop that lost them too.
+bool varies(const std::vector<T3Float>& values) {
+    float lo = values[0].x, hi = values[0].x;
+    for (const T3Float& c : values) {
+        lo = std::min(lo, c.x);
+        hi = std::max(hi, c.x);
+    }
+    return hi - lo > 1e-3f;
+}
+
+double median(std::vector<double> v) {
+    std::sort(v.begin(), v.end());
+    return v[v.size() / 2];
+}
+
+template <typename F>
+double nsOf(F&& f) {
+    const auto start = std::chrono::steady_clock::now();
+    f();
+    const auto end = std::chrono::steady_clock::now();
+    return std::chrono::duration<double, std::nano>(end - start).count();
+}
+
+struct Timing {
+    double opus64 = 0, opus1 = 0, fused = 0; // ns per sample
+};
+
+using FusedFn = std::function<void(const Inputs&, Outputs&)>;
+
+// Checks agreement, then times the three ways interleaved.
+bool measure(const char* name, const std::string& scene, const Inputs& in, const FusedFn& fused,
+             Timing& t) {
+    Network net(scene, in);
+    Outputs a(kSamples), b(kSamples), f(kSamples);
+    net.shade64(a);
+    const bool all64 = net.delivered() == kSamples;
+    net.shade1(b);
+    const bool all1 = net.delivered() == kSamples;
+    fused(in, f);
+    bool ok = all64 && all1;
+    if (!ok)
+        std::printf("    %s: %s samples came back\n", name,
+                    all64 ? "not all batch-1" : "not all batch-64");
+    ok &= agreeAll("opus/64", a, f, net.outputs());
+    ok &= agreeAll("opus/1", b, f, net.outputs());
+    if (!varies(f.color)) {
+        std::printf("    %s: outColor is flat over the image\n", name);
+        ok = false;
+    }
+    std::printf("  %-34s %s\n", name, ok ? "agree" : "DISAGREE");
+    if (!ok)
+        return false;
+
+    std::vector<double> t64, t1, tf;
+    volatile float sink = 0;
+    for (int pass = 0; pass < kPasses; ++pass) {
+        t64.push_back(nsOf([&] { net.shade64(a); }));
+        t1.push_back(nsOf([&] { net.shade1(b); }));
+        tf.push_back(nsOf([&] { fused(in, f); }));
+        sink = sink + a.color[pass].x + b.color[pass].x + f.color[pass].x;
+    }
+    t.opus64 = median(t64) / kSamples;
+    t.opus1 = median(t1) / kSamples;
+    t.fused = median(tf) / kSamples;
+    return true;
+}
+
+// ---------------------------------------------------------------- the placement, by hand
+
+// place2dTexture with its defaults (no rotation, noise or stagger; wrap on,
+// coverage and repeat 1): inside samples keep their coordinate, a 1.0
+// becomes 0.9999, and the filter size is scaled by repeat / coverage = 1.
+inline void placeDefault(float& u, float& v) {
+    if (u <= -1e7f && v <= -1e7f)
+        return;
+    if (u == 1.0f)
+        u = 0.9999f;
+    if (v == 1.0f)
+        v = 0.9999f;
+    // Coverage 1: x - translate (0); wrap on: x * repeat + offset.
+    u = (u - 0.0f) * 1.0f + 0.0f;
+    v = (v - 0.0f) * 1.0f + 0.0f;
+}
+
+// ---------------------------------------------------------------- B4b: utility chains
+
+// The factors of node k of a chain (k from 1).
+T3Float chainFactor(int k) {
+    return {1.0f + 0.01f * float(k), 1.0f - 0.01f * float(k), 1.0f + 0.005f * float(k)};
+}
+T3Float chainTerm(int k) {
+    return {0.01f * float(k), -0.02f * float(k), 0.03f};
+}
+
+std::string fmt3(const T3Float& c) {
+    char text[96];
+    std::snprintf(text, sizeof text, "%.9g %.9g %.9g", double(c.x), double(c.y), double(c.z));
+    return text;
+}
+
+// place2dTexture p feeds a head multiplyDivide (factors 1): outU to x and
+// z, outV to y. The K nodes of the chain follow the head, each fed whole by
+// the one before; the last goes through a condition that always picks
+// colorIfTrue, since the surface shader port wants an outColor. The head
+// and the condition are the same for every K and drop out of the slope.
+std::string chainScene(bool multiply, int k) {
+    std::ostringstream s;
+    s << "node place2dTexture p\nnode shadingEngine sg\n"
+         "node condition pick\nset pick.operation 0\n"
+         "connect pick.outColor sg.surfaceShader\n"
+         "node multiplyDivide head\nset head.operation 1\n"
+         "connect p.outU head.input1X\nconnect p.outV head.input1Y\n"
+         "connect p.outU head.input1Z\n";
+    std::string previous = "head.output";
+    for (int i = 1; i <= k; ++i) {
+        const std::string n = std::string("n").append(std::to_string(i));
+        if (multiply)
+            s << "node multiplyDivide " << n << "\nset " << n << ".operation 1\nset " << n
+              << ".input2 " << fmt3(chainFactor(i)) << "\nconnect " << previous << " " << n
+              << ".input1\n";
+        else
+            s << "node plusMinusAverage " << n << "\nset " << n << ".operation 1\nset " << n
+              << ".input3D[1] " << fmt3(chainTerm(i)) << "\nconnect " << previous << " " << n
+              << ".input3D[0]\n";
+        previous = n + (multiply ? ".output" : ".output3D");
+    }
+    s << "connect " << previous << " pick.colorIfTrue\n";
+    return s.str();
+}
+
+void fusedMultiplyChain(int k, const Inputs& in, Outputs& out) {
+    T3Float factors[16];
+    for (int i = 0; i < k; ++i)
+        factors[i] = chainFactor(i + 1);
+    for (unsigned s = 0; s < kSamples; ++s) {
+        float u = in.uv[s].x, v = in.uv[s].y;
+        placeDefault(u, v);
+        float x = u * 1.0f, y = v * 1.0f, z = u * 1.0f; // the head
+        for (int i = 0; i < k; ++i) {
+            x *= factors[i].x;
+            y *= factors[i].y;
+            z *= factors[i].z;
+        }
+        out.color[s] = {x, y, z};
+    }
+}
+
+void fusedSumChain(int k, const Inputs& in, Outputs& out) {
+    T3Float terms[16];
+    for (int i = 0; i < k; ++i)
+        terms[i] = chainTerm(i + 1);
+    for (unsigned s = 0; s < kSamples; ++s) {
+        float u = in.uv[s].x, v = in.uv[s].y;
+        placeDefault(u, v);
+        float x = u * 1.0f, y = v * 1.0f, z = u * 1.0f; // the head
+        // Each node sums its two elements from zero, in element order.
+        for (int i = 0; i < k; ++i) {
+            x = 0.0f + x + terms[i].x;
+            y = 0.0f + y + terms[i].y;
+            z = 0.0f + z + terms[i].z;
+        }
+        out.color[s] = {x, y, z};
+    }
+}
+
+void printHeader() {
+    std::printf("  %-34s %9s %9s %9s %10s %10s\n", "", "opus/64", "opus/1", "fused", "64/fused",
+                "1/64");
+}
+
+void printRow(const char* name, const Timing& t) {
+    std::printf("  %-34s %9.2f %9.2f %9.2f %10.2f %10.2f\n", name, t.opus64, t.opus1, t.fused,
+                t.opus64 / t.fused, t.opus1 / t.opus64);
+}
+
+bool runChains() {
+    std::printf("\nB4b: a chain of K utility nodes, ns per sample (median of %d passes over %u "
+                "samples)\n",
+                kPasses, kSamples);
+    bool ok = true;
+    for (bool multiply : {true, false}) {
+        const char* type = multiply ? "multiplyDivide" : "plusMinusAverage";
+        Timing first, last;
+        std::vector<std::pair<std::string, Timing>> rows;
+        for (int k : {1, 4, 16}) {
+            const std::string name = std::string(type) + ", K = " + std::to_string(k);
+            Timing t;
+            const FusedFn fused = [k, multiply](const Inputs& in, Outputs& out) {
+                multiply ? fusedMultiplyChain(k, in, out) : fusedSumChain(k, in, out);
+            };
+            if (!measure(name.c_str(), chainScene(multiply, k), makeInputs(), fused, t)) {
+                ok = false;
+                continue;
+            }
+            rows.emplace_back(name, t);
+            if (k == 1)
+                first = t;
+            if (k == 16)
+                last = t;
+        }
+        printHeader();
+        for (const auto& [name, t] : rows)
+            printRow(name.c_str(), t);
+        std::printf("  %-34s %9.2f %9.2f %9.3f  (ns per node per sample, K 1 to 16)\n",
+                    (std::string(type) + ", per node").c_str(), (last.opus64 - first.opus64) / 15,
+                    (last.opus1 - first.opus1) / 15, (last.fused - first.fused) / 15);
+    }
+    return ok;
+}
+
+} // namespace
+
+int main() {
+    std::printf("shading_opus: %u samples (%ux%u), option 0\n", kSamples, kWidth, kHeight);
+    bool ok = runChains();
+    if (!ok) {
+        std::fprintf(stderr, "shading_opus: the ways disagree\n");
+        return 1;
+    }
+    return 0;
+}
