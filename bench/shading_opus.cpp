@@ -263,9 +263,19 @@ struct Timing {
 
 using FusedFn = std::function<void(const Inputs&, Outputs&)>;
 
+// --profile NAME WAY PASSES: only the row NAME, only one way (64, 1 or
+// fused), many passes and no timing, for perf or callgrind.
+struct Profile {
+    std::string name;
+    std::string way;
+    int passes = 0;
+} gProfile;
+
 // Checks agreement, then times the three ways interleaved.
 bool measure(const char* name, const std::string& scene, const Inputs& in, const FusedFn& fused,
              Timing& t) {
+    if (gProfile.passes && gProfile.name != name)
+        return false;
     Network net(scene, in);
     Outputs a(kSamples), b(kSamples), f(kSamples);
     net.shade64(a);
@@ -286,6 +296,17 @@ bool measure(const char* name, const std::string& scene, const Inputs& in, const
     std::printf("  %-34s %s\n", name, ok ? "agree" : "DISAGREE");
     if (!ok)
         return false;
+    if (gProfile.passes) {
+        for (int pass = 0; pass < gProfile.passes; ++pass) {
+            if (gProfile.way == "64")
+                net.shade64(a);
+            else if (gProfile.way == "1")
+                net.shade1(b);
+            else
+                fused(in, f);
+        }
+        return true;
+    }
 
     std::vector<double> t64, t1, tf;
     volatile float sink = 0;
@@ -446,10 +467,15 @@ bool runChains() {
 
 } // namespace
 
-int main() {
+int main(int argc, char** argv) {
+    if (argc == 5 && std::string(argv[1]) == "--profile") {
+        gProfile.name = argv[2];
+        gProfile.way = argv[3];
+        gProfile.passes = std::atoi(argv[4]);
+    }
     std::printf("shading_opus: %u samples (%ux%u), option 0\n", kSamples, kWidth, kHeight);
     bool ok = runChains();
-    if (!ok) {
+    if (!ok && !gProfile.passes) {
         std::fprintf(stderr, "shading_opus: the ways disagree\n");
         return 1;
     }
