@@ -25,6 +25,22 @@ void TdnMultiplyDivide::shadingNodeOnDemand(Tplug&, TdataBlock&) {
     fWarnedDivideByZero = false;
 }
 
+namespace {
+
+// A run of float triples walked by pointer and stride; a constant input has
+// stride 0.
+struct Walk {
+    std::byte* at;
+    uint32_t stride;
+    explicit Walk(const TvectorDataHandle& h)
+        : at(static_cast<std::byte*>(h.first().address())), stride(h.stride()) {}
+    float* operator[](unsigned i) const {
+        return reinterpret_cast<float*>(at + size_t(i) * stride);
+    }
+};
+
+} // namespace
+
 bool TdnMultiplyDivide::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first,
                                           unsigned count) {
     if (!computesAttribute(plug.attribute()))
@@ -33,41 +49,61 @@ bool TdnMultiplyDivide::vectorComputePlug(const Tplug& plug, TdataBlock& block, 
     const TvectorDataHandle input1 = block.vectorInputValue(aInput1, first, count);
     const TvectorDataHandle input2 = block.vectorInputValue(aInput2, first, count);
     const TvectorDataHandle output = block.vectorOutputValue(aOutput, first);
-    for (unsigned i = 0; i < count; ++i) {
-        const int e = int(i);
-        const float* a = input1[e].asFloat3();
-        const float* b = input2[e].asFloat3();
-        float out[3];
-        switch (operation[e].asShort()) {
-        case kMultiply:
-            for (int c = 0; c < 3; ++c)
-                out[c] = a[c] * b[c];
-            break;
-        case kDivide:
-            for (int c = 0; c < 3; ++c) {
-                if (TrenderUtilities::isZero(b[c])) {
-                    out[c] = kDivideByZeroResult;
-                    if (!fWarnedDivideByZero) {
-                        fWarnedDivideByZero = true;
-                        TcommandEngine::displayWarning(
-                            TstringId("s_TdnMultiplyDivideStrings.rMultiplyDivideCmdDivideByZero")
-                                .format(name()));
-                    }
-                } else {
-                    out[c] = a[c] / b[c];
-                }
-            }
-            break;
-        case kPower:
-            for (int c = 0; c < 3; ++c)
-                out[c] = std::pow(a[c], b[c]);
-            break;
-        default:
-            for (int c = 0; c < 3; ++c)
-                out[c] = a[c];
-            break;
+    if (count == 0 || output.isNull() || input1.isNull() || input2.isNull() || operation.isNull())
+        return true;
+    const Walk a(input1), b(input2), out(output);
+    // The usual case, one operation for the run: a plain loop per operation.
+    if (operation.isConstant() && operation[0].asShort() == kMultiply) {
+        for (unsigned i = 0; i < count; ++i) {
+            const float *x = a[i], *y = b[i];
+            float* o = out[i];
+            const float r0 = x[0] * y[0], r1 = x[1] * y[1], r2 = x[2] * y[2];
+            o[0] = r0;
+            o[1] = r1;
+            o[2] = r2;
         }
-        output[e].set(3, out);
+    } else {
+        for (unsigned i = 0; i < count; ++i) {
+            const float* x = a[i];
+            const float* y = b[i];
+            float r[3];
+            switch (operation[int(i)].asShort()) {
+            case kMultiply:
+                for (int c = 0; c < 3; ++c)
+                    r[c] = x[c] * y[c];
+                break;
+            case kDivide:
+                for (int c = 0; c < 3; ++c) {
+                    if (TrenderUtilities::isZero(y[c])) {
+                        r[c] = kDivideByZeroResult;
+                        if (!fWarnedDivideByZero) {
+                            fWarnedDivideByZero = true;
+                            TcommandEngine::displayWarning(
+                                TstringId(
+                                    "s_TdnMultiplyDivideStrings.rMultiplyDivideCmdDivideByZero")
+                                    .format(name()));
+                        }
+                    } else {
+                        r[c] = x[c] / y[c];
+                    }
+                }
+                break;
+            case kPower:
+                for (int c = 0; c < 3; ++c)
+                    r[c] = std::pow(x[c], y[c]);
+                break;
+            default:
+                for (int c = 0; c < 3; ++c)
+                    r[c] = x[c];
+                break;
+            }
+            float* o = out[i];
+            o[0] = r[0];
+            o[1] = r[1];
+            o[2] = r[2];
+        }
     }
+    // Evaluated: what reads the output is valid for the whole run.
+    output[0].setClean();
     return true;
 }
