@@ -143,6 +143,14 @@ table(std::integer_sequence<int, From...>) {
 
 const auto kTable = table(std::make_integer_sequence<int, 17>());
 
+template <int... Code>
+constexpr std::array<uint32_t, sizeof...(Code)> byteSizes(std::integer_sequence<int, Code...>) {
+    return {uint32_t(sizeof(typename CodeType<Code>::T) * CodeType<Code>::N)...};
+}
+
+// The bytes a same-class convert copies with its memcpy.
+const auto kBytes = byteSizes(std::make_integer_sequence<int, 17>());
+
 } // namespace
 
 int OrvoCopyClassCode(const Tattribute& a) {
@@ -179,4 +187,10 @@ TSEcopyFn OrvoCopyFunction(const Tattribute& source, const Tattribute& destinati
     if (s < 0 || d < 0)
         return &exactCopy;
     return kTable[size_t(s)][size_t(d)];
+}
+
+uint32_t OrvoCopyBytes(const Tattribute& source, const Tattribute& destination) {
+    const int s = OrvoCopyClassCode(source);
+    const int d = OrvoCopyClassCode(destination);
+    return s >= 0 && s == d ? kBytes[size_t(s)] : 0u;
 }

@@ -99,6 +99,7 @@ void TSEanalysis::emitCopy(TSEopusLayout& layout, const TSEdescriptorHalf& sourc
     in.opcode = kOpCopy;
     in.copy.descriptor = &d;
     in.copy.function = OrvoCopyFunction(*from, *to);
+    in.copy.bytes = OrvoCopyBytes(*from, *to);
     layout.instructions.push_back(in);
 }
 
@@ -177,6 +178,7 @@ void TSEanalysis::emit(TSEnodeDescription& d, const Tattribute& attribute, int s
                                   const Tattribute*) {
                 std::memcpy(to, from, sizeof(TmultiHeader));
             };
+            in.copy.bytes = sizeof(TmultiHeader);
             layout.instructions.push_back(in);
             break;
         }

@@ -88,6 +88,9 @@ struct TSEinstruction {
             TSEconnectionDescriptor* descriptor;
             TSEcopyFn function;
             uint32_t stack;
+            // When the copy is an exact one of this many bytes, the run
+            // loop copies them itself; 0 calls the function.
+            uint32_t bytes;
         } copy;
         struct {
             uint32_t stack;
@@ -111,5 +114,8 @@ static_assert(sizeof(TSEinstruction) == 64, "instructions are 64 bytes");
 // The copy function for a pair of attribute classes: element-wise casts
 // between the numeric classes, an exact copy otherwise.
 TSEcopyFn OrvoCopyFunction(const Tattribute& source, const Tattribute& destination);
+// The bytes that the copy function of the pair copies unchanged, or 0 when
+// it converts (or copies a value of another kind).
+uint32_t OrvoCopyBytes(const Tattribute& source, const Tattribute& destination);
 // The class code of an attribute in the copy table (-1 outside it).
 int OrvoCopyClassCode(const Tattribute& attribute);

@@ -17,6 +17,10 @@
 
 // ---------------------------------------------------------------- the frame
 
+namespace {
+struct Strided;
+}
+
 // The state of one shade (or one light gathering) on the calling thread's
 // stack: the blocks of the network, their variable areas, the re-entrance
 // flags of the segments.
@@ -87,7 +91,9 @@ private:
     void resetStack(const TSEinstruction& in);
     void pushField(const TSEinstruction& in);
     void popField(const TSEinstruction& in);
-    std::byte* address(const TSEdescriptorHalf& half, unsigned element, bool write);
+    Strided strided(const TSEdescriptorHalf& half) const;
+    template <class To>
+    void copyTo(const To& to, const TSEinstruction& in, unsigned first, unsigned last);
     void tearDown() {
         for (unsigned b = fBlocksMade; b-- > 0;) {
             if (fMade[b]) {
@@ -188,46 +194,140 @@ void TshadingOpus::Frame::computeNode(const TSEinstruction& in, unsigned first, 
     block.setCurrentIndex(previous);
 }
 
-std::byte* TshadingOpus::Frame::address(const TSEdescriptorHalf& half, unsigned element,
-                                        bool write) {
-    switch (half.mode) {
-    case kDataInBlock: {
-        TdataBlockRendering& block = fBlocks[half.block];
-        const AttrInfo& info = block.attrInfos()[half.attributeIndex];
-        std::byte* base = (info.type & 1u)
-                              ? block.firstElement() + size_t(element) * block.elementStride()
-                              : block.constantBlock();
-        return base + info.offset + (half.depth ? half.arrayOffsets[0] : 0u);
+// The sides of a copy, resolved once for the run. A block value or a raw
+// address walks by a stride (0 for a constant); a sample field and the light
+// records are found per element. Each side gives the address of element e,
+// or null when there is nothing there.
+namespace {
+
+struct Strided {
+    std::byte* base;
+    size_t stride;
+    std::byte* operator()(unsigned e) const { return base + size_t(e) * stride; }
+};
+
+struct SampleRead {
+    Tsample* const* samples;
+    unsigned field;
+    std::byte* operator()(unsigned e) const {
+        return const_cast<std::byte*>(static_cast<const std::byte*>(samples[e]->field(field)));
     }
-    case kDataSampleField: {
-        Tsample* sample = fSamples[element];
-        if (write) {
-            sample->markSet(half.block);
-            return static_cast<std::byte*>(sample->slot(half.block));
-        }
-        return const_cast<std::byte*>(static_cast<const std::byte*>(sample->field(half.block)));
+};
+
+struct SampleWrite {
+    Tsample* const* samples;
+    unsigned field;
+    std::byte* operator()(unsigned e) const {
+        Tsample* sample = samples[e];
+        sample->markSet(field);
+        return static_cast<std::byte*>(sample->slot(field));
     }
-    case kDataLightBuilder:
-        return fLights ? reinterpret_cast<std::byte*>(fLights + fSlotOf[element]) : nullptr;
+};
+
+struct LightRecords {
+    TmultiHeader* lights;
+    const uint16_t* slotOf;
+    std::byte* operator()(unsigned e) const {
+        return lights ? reinterpret_cast<std::byte*>(lights + slotOf[e]) : nullptr;
+    }
+};
+
+template <uint32_t Bytes>
+struct Fixed {
+    void operator()(std::byte* to, const std::byte* from) const { std::memcpy(to, from, Bytes); }
+};
+
+struct Converted {
+    TSEcopyFn function;
+    uint32_t bytes;
+    const Tattribute* source;
+    const Tattribute* destination;
+    void operator()(std::byte* to, const std::byte* from) const {
+        if (bytes)
+            std::memcpy(to, from, bytes);
+        else
+            function(from, to, source, destination);
+    }
+};
+
+template <class To, class From, class Copy>
+void copyRun(const To& to, const From& from, const Copy& copy, unsigned first, unsigned last) {
+    for (unsigned e = first; e < last; ++e) {
+        std::byte* destination = to(e);
+        if (!destination)
+            continue; // a sample without a slot for this field
+        const std::byte* source = from(e);
+        if (source)
+            copy(destination, source);
+    }
+}
+
+template <class To, class From>
+void copyRun(const To& to, const From& from, const Converted& copy, unsigned first, unsigned last) {
+    switch (copy.bytes) {
+    case 8:
+        copyRun(to, from, Fixed<8>{}, first, last);
+        break;
+    case 12:
+        copyRun(to, from, Fixed<12>{}, first, last);
+        break;
     default:
-        return const_cast<std::byte*>(static_cast<const std::byte*>(half.raw));
+        copyRun<To, From, Converted>(to, from, copy, first, last);
+        break;
+    }
+}
+
+} // namespace
+
+Strided TshadingOpus::Frame::strided(const TSEdescriptorHalf& half) const {
+    if (half.mode != kDataInBlock)
+        return {const_cast<std::byte*>(static_cast<const std::byte*>(half.raw)), 0};
+    TdataBlockRendering& block = fBlocks[half.block];
+    const AttrInfo& info = block.attrInfos()[half.attributeIndex];
+    const bool varying = info.type & 1u;
+    std::byte* base = (varying ? block.firstElement() : block.constantBlock()) + info.offset +
+                      (half.depth ? half.arrayOffsets[0] : 0u);
+    return {base, varying ? size_t(block.elementStride()) : 0u};
+}
+
+template <class To>
+void TshadingOpus::Frame::copyTo(const To& to, const TSEinstruction& in, unsigned first,
+                                 unsigned last) {
+    const TSEconnectionDescriptor& d = *in.copy.descriptor;
+    const Converted copy{in.copy.function, in.copy.bytes, d.source.attribute,
+                         d.destination.attribute};
+    if (in.opcode == kOpCopyFromStack) {
+        std::byte* top =
+            const_cast<std::byte*>(static_cast<const std::byte*>(stackTop(in.copy.stack)->pointer));
+        copyRun(to, Strided{top, 0}, copy, first, last);
+        return;
+    }
+    switch (d.source.mode) {
+    case kDataSampleField:
+        copyRun(to, SampleRead{fSamples, d.source.block}, copy, first, last);
+        break;
+    case kDataLightBuilder:
+        copyRun(to, LightRecords{fLights, fSlotOf}, copy, first, last);
+        break;
+    default:
+        copyRun(to, strided(d.source), copy, first, last);
+        break;
     }
 }
 
 void TshadingOpus::Frame::copy(const TSEinstruction& in, unsigned first, unsigned count) {
-    TSEconnectionDescriptor d = *in.copy.descriptor; // the run range lives on the stack
-    d.first = first;
-    d.last = first + count - 1;
-    const void* fromStack =
-        in.opcode == kOpCopyFromStack ? stackTop(in.copy.stack)->pointer : nullptr;
-    for (unsigned e = d.first; e <= d.last; ++e) {
-        std::byte* destination = address(d.destination, e, true);
-        if (!destination)
-            continue; // a sample without a slot for this field
-        const void* source = fromStack ? fromStack : address(d.source, e, false);
-        if (!source)
-            continue;
-        in.copy.function(source, destination, d.source.attribute, d.destination.attribute);
+    const TSEdescriptorHalf& to = in.copy.descriptor->destination;
+    const unsigned last = first + count;
+    switch (to.mode) {
+    case kDataSampleField:
+        copyTo(SampleWrite{fSamples, to.block}, in, first, last);
+        break;
+    case kDataLightBuilder:
+        copyTo(LightRecords{fLights, fSlotOf}, in, first, last);
+        break;
+    default:
+        copyTo(strided(to), in, first, last);
+        break;
     }
 }
 
