@@ -141,11 +141,31 @@ const void* Tsample::defaultField(unsigned i) {
 
 void Tsample::confirmSet(TbitField64 fields) {
     uint64_t missing = fields.bits() & ~fSet;
+    if (!missing)
+        return;
+    // Runs once per sample and shade: the usual field sizes copy inline.
+    const std::byte* defaultStorage = defaults().storage;
     while (missing) {
         const unsigned i = unsigned(__builtin_ctzll(missing));
         missing &= missing - 1;
-        if (void* s = slot(i))
-            std::memcpy(s, defaultField(i), kSizes[i]);
+        void* s = slot(i);
+        if (!s)
+            continue;
+        const std::byte* from = defaultStorage + kOffsets[i];
+        switch (kSizes[i]) {
+        case 4:
+            std::memcpy(s, from, 4);
+            break;
+        case 8:
+            std::memcpy(s, from, 8);
+            break;
+        case 12:
+            std::memcpy(s, from, 12);
+            break;
+        default:
+            std::memcpy(s, from, kSizes[i]);
+            break;
+        }
     }
 }
 
