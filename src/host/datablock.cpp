@@ -12,14 +12,6 @@
 
 // ---------------------------------------------------------------- handles
 
-bool TdataHandle::set(int count, const float* values) {
-    if (!fAddress || count < 0)
-        return false;
-    std::memcpy(fAddress, values, size_t(count) * sizeof(float));
-    setClean();
-    return true;
-}
-
 bool TdataHandle::set(const Tdata& value, bool clean) {
     if (!fAddress || !fAttribute || fAttribute->kind() != TattrKind::Typed)
         return false;
@@ -27,11 +19,6 @@ bool TdataHandle::set(const Tdata& value, bool clean) {
     if (clean)
         setClean();
     return true;
-}
-
-void TdataHandle::setClean() {
-    if (fBlock && fAttribute)
-        fBlock->markClean(*fAttribute);
 }
 
 TdataHandle TdataHandle::child(const Tattribute& child) const {

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 
@@ -74,13 +75,33 @@ public:
         return *reinterpret_cast<T*>(fAddress);
     }
 
-    // Writes `count` floats and marks the value evaluated.
-    bool set(int count, const float* values);
+    // Writes `count` floats and marks the value evaluated. Inline: nodes
+    // write their outputs through it once per sample.
+    bool set(int count, const float* values) {
+        if (!fAddress || count < 0)
+            return false;
+        switch (count) {
+        case 1:
+            std::memcpy(fAddress, values, sizeof(float));
+            break;
+        case 2:
+            std::memcpy(fAddress, values, 2 * sizeof(float));
+            break;
+        case 3:
+            std::memcpy(fAddress, values, 3 * sizeof(float));
+            break;
+        default:
+            std::memcpy(fAddress, values, size_t(count) * sizeof(float));
+            break;
+        }
+        setClean();
+        return true;
+    }
     bool set(const T2Float& value) { return set(2, &value.x); }
     bool set(const T3Float& value) { return set(3, &value.x); }
     bool set(float value) { return set(1, &value); }
     bool set(const Tdata& value, bool clean = true);
-    void setClean();
+    inline void setClean();
     // The handle of a compound child of this value.
     TdataHandle child(const Tattribute& child) const;
     void vectorAdvance(uint32_t stride) { fAddress += stride; }
@@ -272,3 +293,8 @@ protected:
     std::byte* fCurrent = nullptr;
     uint32_t fMode = 0;
 };
+
+void TdataHandle::setClean() {
+    if (fBlock && fAttribute)
+        fBlock->markClean(*fAttribute);
+}
