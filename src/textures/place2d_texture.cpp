@@ -253,6 +253,36 @@ bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
     const Rotation uvOnce = Rotation::of(rotateUV[0].asDouble());
     const bool noiseOnce = noiseAt(0);
 
+    auto paramsAt = [&](int i) {
+        Params p;
+        const float* c = coverage[i].asFloats();
+        const float* t = translate[i].asFloats();
+        const float* r = repeat[i].asFloats();
+        const float* o = offset[i].asFloats();
+        const float* nz = noise[i].asFloats();
+        for (int a = 0; a < 2; ++a) {
+            p.coverage[a] = c[a];
+            p.translate[a] = t[a];
+            p.repeat[a] = r[a];
+            p.offset[a] = o[a];
+            p.noise[a] = nz[a];
+        }
+        p.wrap[0] = wrapU[i].asBool();
+        p.wrap[1] = wrapV[i].asBool();
+        p.mirror[0] = mirrorU[i].asBool();
+        p.mirror[1] = mirrorV[i].asBool();
+        p.stagger = stagger[i].asBool();
+        p.fast = fast[i].asBool();
+        return p;
+    };
+    // Placement attributes are rarely connected: then one record of them
+    // serves the batch.
+    const bool paramsConstant = coverage.isConstant() && translate.isConstant() &&
+                                repeat.isConstant() && offset.isConstant() && noise.isConstant() &&
+                                wrapU.isConstant() && wrapV.isConstant() && mirrorU.isConstant() &&
+                                mirrorV.isConstant() && stagger.isConstant() && fast.isConstant();
+    const Params paramsOnce = paramsAt(0);
+
     for (unsigned base = 0; base < count; base += kChunk) {
         const unsigned n = std::min(kChunk, count - base);
         if (!rotateFrame.isConstant())
@@ -264,29 +294,11 @@ bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
                 noiseRecords[j] = noiseAt(int(base + j));
         for (unsigned j = 0; j < n; ++j) {
             const int i = int(base + j);
-            Params p;
-            const float* c = coverage[i].asFloats();
-            const float* t = translate[i].asFloats();
-            const float* r = repeat[i].asFloats();
-            const float* o = offset[i].asFloats();
-            const float* nz = noise[i].asFloats();
-            for (int a = 0; a < 2; ++a) {
-                p.coverage[a] = c[a];
-                p.translate[a] = t[a];
-                p.repeat[a] = r[a];
-                p.offset[a] = o[a];
-                p.noise[a] = nz[a];
-            }
-            p.wrap[0] = wrapU[i].asBool();
-            p.wrap[1] = wrapV[i].asBool();
-            p.mirror[0] = mirrorU[i].asBool();
-            p.mirror[1] = mirrorV[i].asBool();
-            p.stagger = stagger[i].asBool();
-            p.fast = fast[i].asBool();
             const float* in = uv[i].asFloats();
             const float* fs = size[i].asFloats();
             float placed[2], scaled[2];
-            place(p, rotateFrame.isConstant() ? frameOnce : frameRecords[j],
+            place(paramsConstant ? paramsOnce : paramsAt(i),
+                  rotateFrame.isConstant() ? frameOnce : frameRecords[j],
                   rotateUV.isConstant() ? uvOnce : uvRecords[j],
                   noise.isConstant() ? noiseOnce : noiseRecords[j], fDoTransform, in[0], in[1],
                   fs[0], fs[1], placed, scaled);
