@@ -1,123 +1,94 @@
 #include <gtest/gtest.h>
 
 #include <cfloat>
-#include <cmath>
-#include <functional>
 
 #include "materials/lambert_test_support.h"
 
-// Refraction through the ray sampler: which samples make rays, the rays'
-// records, what comes back and how it is attenuated. Directions are worked
-// out with Snell's law for the incidence (0.6, 0, -0.8) on the normal
-// (0, 0, 1): cos i = 0.8, sin i = 0.6.
+// Refraction through the ray sampler. Directions follow Snell's law for the
+// incidence (0.6, 0, -0.8) on the normal (0, 0, 1): cos i = 0.8, sin i =
+// 0.6, sin t = 0.6 / n, and the ray is (sin t, 0, -cos t).
 
 namespace {
 
-using lambert_test::expectColour;
-using lambert_test::OneLambert;
-using lambert_test::RecordingSampler;
-using lambert_test::SampleRun;
+using namespace lambert_test;
 
-constexpr float kTol = 1e-5f;
-
-// A lambert that refracts: black itself, half transparent, glass of 1.5 in
-// air, seen at the incidence above, with the sampler plugged in.
-struct Glass : OneLambert {
+// Black, half transparent glass of 1.5 in air; it shows only what the ray
+// brings back, times 0.5.
+struct Glass : Lambert {
     RecordingSampler sampler;
-
-    Glass() {
-        set("color", {0, 0, 0});
-        set("transparency", {0.5, 0.5, 0.5});
-        setWords("refractions", {"true"});
-        set("refractiveIndex", {1.5});
-        set("rayDirection", {0.6, 0, -0.8});
-        set("normalCamera", {0, 0, 1});
+    explicit Glass(const std::string& scene = "")
+        : Lambert("set l.color 0 0 0\nset l.transparency 0.5 0.5 0.5\nset l.refractions true\n"
+                  "set l.refractiveIndex 1.5\nset l.rayDirection 0.6 0 -0.8\n"
+                  "set l.normalCamera 0 0 1\n" +
+                  scene) {
         setPointer("raySampler", static_cast<TraySampler*>(&sampler));
-        sampler.colours[0] = Tspectrum(0.8f, 0.6f, 0.4f);
     }
 };
 
-void expectDirection(const TgenericRay& ray, float x, float y, float z, const std::string& what) {
-    EXPECT_NEAR(ray.direction[0], x, kTol) << what;
-    EXPECT_NEAR(ray.direction[1], y, kTol) << what;
-    EXPECT_NEAR(ray.direction[2], z, kTol) << what;
-}
-
-TEST(LambertRefraction, OneRayWithItsRecordFilledIn) {
-    Glass l;
-    int object = 0;
-    l.set("pointCamera", {1, 2, 3});
-    l.set("rayDepth", {2});
-    l.set("primitiveId", {7});
-    l.set("rayInstance", {11});
-    l.setPointer("objectId", &object);
-    l.set("glowIntensity", {1});
-
-    // The refracted light times transparency: (0.8, 0.6, 0.4) * 0.5.
-    expectColour(l.compute(TdnLambert::aOutColor, 0), 0.4f, 0.3f, 0.2f, kTol, "colour");
-    expectColour(l.value(TdnLambert::aOutGlowColor), 0, 0, 0, kTol, "refraction doesn't glow");
-    ASSERT_EQ(l.sampler.traceCalls, 1);
-    ASSERT_EQ(l.sampler.rayCount, 1u);
-    EXPECT_EQ(l.sampler.lastNode, l.node);
-    const TgenericRay& ray = l.sampler.rays[0];
-    // eta = 1 / 1.5: sin t = 0.4, cos t = sqrt(1 - 0.16).
-    expectDirection(ray, 0.4f, 0.0f, -0.9165151f, "direction");
-    EXPECT_EQ(ray.origin[0], 1.0f);
-    EXPECT_EQ(ray.origin[1], 2.0f);
-    EXPECT_EQ(ray.origin[2], 3.0f);
-    EXPECT_EQ(ray.maxDistance, FLT_MAX);
-    EXPECT_EQ(ray.depth, 3);
-    EXPECT_FLOAT_EQ(ray.medium, 1.5f);
-    EXPECT_EQ(ray.primitiveId, 7);
-    EXPECT_EQ(ray.objectId, &object);
-    EXPECT_EQ(ray.instance, 11);
-}
-
-TEST(LambertRefraction, NoRayUnlessTheSampleCanRefract) {
-    auto raysWith = [](const std::function<void(Glass&)>& change) {
-        Glass l;
-        change(l);
-        l.compute(TdnLambert::aOutColor, 0);
-        return l.sampler.rayCount;
+TEST(LambertRefraction, WhichRaysAreMade) {
+    struct Case {
+        const char* what;
+        std::string scene;
+        unsigned rays;
+        float medium[3];
+        T3Float direction[3];
     };
-    EXPECT_EQ(raysWith([](Glass&) {}), 1u);
-    EXPECT_EQ(raysWith([](Glass& l) { l.setWords("refractions", {"false"}); }), 0u);
-    EXPECT_EQ(raysWith([](Glass& l) { l.setWords("hideSource", {"true"}); }), 0u);
-    // An unknown medium, and within 0.001 of the marker.
-    EXPECT_EQ(raysWith([](Glass& l) { l.set("mediumRefractiveIndex", {-1234.567}); }), 0u);
-    EXPECT_EQ(raysWith([](Glass& l) { l.set("mediumRefractiveIndex", {-1234.5665}); }), 0u);
-    EXPECT_EQ(raysWith([](Glass& l) { l.set("mediumRefractiveIndex", {-1234.565}); }), 1u);
-    // The depth limit: refractionLimit 6 by default.
-    EXPECT_EQ(raysWith([](Glass& l) { l.set("rayDepth", {6}); }), 0u);
-    EXPECT_EQ(raysWith([](Glass& l) { l.set("rayDepth", {5}); }), 1u);
-    EXPECT_EQ(raysWith([](Glass& l) { l.set("refractionLimit", {0}); }), 0u);
-    // Some channel must let more than 1e-5 through.
-    EXPECT_EQ(raysWith([](Glass& l) { l.set("transparency", {1e-5, 1e-5, 1e-5}); }), 0u);
-    EXPECT_EQ(raysWith([](Glass& l) { l.set("transparency", {0, 0, 2e-5}); }), 1u);
+    const Case cases[] = {
+        {"glass from air", "", 1, {1.5f}, {{0.4f, 0, -0.9165151f}}},
+        // Leaving a medium of the same index: n2 = 1, sin t = 0.9.
+        {"back to air", "set l.mediumRefractiveIndex 1.5", 1, {1.0f}, {{0.9f, 0, -0.4358899f}}},
+        // sin t would be 1.2: the mirror I + 2 cos i N, in refractiveIndex.
+        {"total internal reflection",
+         "set l.mediumRefractiveIndex 1.5\nset l.rayDirection 0.8 0 -0.6",
+         1,
+         {1.5f},
+         {{0.8f, 0, 0.6f}}},
+        {"chromatic aberration",
+         "set l.chromaticAberration true",
+         3,
+         {1.5f, 1.56f, 1.62f},
+         {{0.4f, 0, -0.9165151f}, {0.3846154f, 0, -0.9230769f}, {0.3703704f, 0, -0.9288842f}}},
+        // c = -0.8, b = 0.2: n2 = 1 + 0.5 * (2 * 0.04 * 0.5 + 0.5) = 1.27.
+        {"thin shell", "set l.surfaceThickness 0.5", 1, {1.27f}, {{0.4724409f, 0, -0.8813624f}}},
+        // b = 0: n2 = 1 + 0.5 * 0.5.
+        {"thin shell head on",
+         "set l.surfaceThickness 0.5\nset l.rayDirection 0 0 -1",
+         1,
+         {1.25f},
+         {{0, 0, -1}}},
+        // b = 1: 1 + 2 * (2 + 1) = 7, clamped to 3; cos i = 0, sin t = 1 / 3.
+        {"thin shell grazing",
+         "set l.surfaceThickness 1\nset l.refractiveIndex 3\nset l.rayDirection 1 0 0",
+         1,
+         {3.0f},
+         {{0.3333333f, 0, -0.9428090f}}},
+        {"refractions off", "set l.refractions false", 0, {}, {}},
+        {"hidden", "set l.hideSource true", 0, {}, {}},
+        {"medium unknown", "set l.mediumRefractiveIndex -1234.567", 0, {}, {}},
+        {"medium within 0.001 of unknown", "set l.mediumRefractiveIndex -1234.5665", 0, {}, {}},
+        {"medium 0.002 from unknown", "set l.mediumRefractiveIndex -1234.565", 1, {}, {}},
+        {"at the depth limit 6", "set l.rayDepth 6", 0, {}, {}},
+        {"below the depth limit", "set l.rayDepth 5", 1, {}, {}},
+        {"limit 0", "set l.refractionLimit 0", 0, {}, {}},
+        {"opaque to 1e-5", "set l.transparency 1e-5 1e-5 1e-5", 0, {}, {}},
+        {"one channel through", "set l.transparency 0 0 2e-5", 1, {}, {}},
+    };
+    for (const Case& c : cases) {
+        Glass l(c.scene);
+        l.compute(TdnLambert::aOutColor);
+        ASSERT_EQ(l.sampler.rayCount, c.rays) << c.what;
+        for (unsigned k = 0; k < c.rays && c.medium[0] != 0.0f; ++k) {
+            EXPECT_NEAR(l.sampler.rays[k].medium, c.medium[k], 1e-6f) << c.what;
+            expect3(l.sampler.rays[k].direction, c.direction[k], c.what);
+        }
+    }
 }
 
-TEST(LambertRefraction, AMediumOfTheSameIndexIsLeftForAir) {
-    Glass l;
-    l.set("mediumRefractiveIndex", {1.5});
-    // n2 = 1: eta = 1.5, sin t = 0.9, cos t = sqrt(0.19).
-    l.compute(TdnLambert::aOutColor, 0);
-    ASSERT_EQ(l.sampler.rayCount, 1u);
-    expectDirection(l.sampler.rays[0], 0.9f, 0.0f, -0.4358899f, "direction");
-    EXPECT_FLOAT_EQ(l.sampler.rays[0].medium, 1.0f);
-
-    // At (0.8, 0, -0.6) sin t would be 1.2: total internal reflection. The
-    // mirror direction I + 2 cos i N, in the medium of refractiveIndex.
-    l.set("rayDirection", {0.8, 0, -0.6});
-    l.compute(TdnLambert::aOutColor, 0);
-    ASSERT_EQ(l.sampler.rayCount, 2u);
-    expectDirection(l.sampler.rays[1], 0.8f, 0.0f, 0.6f, "mirror");
-    EXPECT_FLOAT_EQ(l.sampler.rays[1].medium, 1.5f);
-}
-
-TEST(LambertRefraction, ChromaticAberrationSplitsTheRayInThree) {
-    Glass l;
-    l.setWords("chromaticAberration", {"true"});
-    l.set("rayDepth", {1});
+TEST(LambertRefraction, RayRecordsAndWhatTheyBringBack) {
+    Glass l("set l.pointCamera 1 2 3\nset l.rayDepth 2\nset l.primitiveId 7\n"
+            "set l.rayInstance 11\nset l.glowIntensity 1\nset l.chromaticAberration true\n");
+    int object = 0;
+    l.setPointer("objectId", &object);
     l.sampler.tail = 24;
     l.sampler.answers = 3;
     l.sampler.colours[0] = Tspectrum(1.0f, 0.9f, 0.9f);
@@ -127,160 +98,111 @@ TEST(LambertRefraction, ChromaticAberrationSplitsTheRayInThree) {
     l.sampler.transmissions[1] = Tspectrum(0.9f, 0.25f, 0.9f);
     l.sampler.transmissions[2] = Tspectrum(0.9f, 0.9f, 0.75f);
 
-    // Each slot keeps its own channel: (1, 0.5, 0.25) * 0.5.
-    expectColour(l.compute(TdnLambert::aOutColor, 0), 0.5f, 0.25f, 0.125f, kTol, "colour");
+    // Each slot keeps its own channel: (1, 0.5, 0.25) * 0.5. Glow is taken
+    // before refraction.
+    expect3(l.compute(TdnLambert::aOutColor), {0.5f, 0.25f, 0.125f}, "colour");
+    expect3(l.value(TdnLambert::aOutGlowColor), {0, 0, 0}, "glow");
     ASSERT_EQ(l.sampler.rayCount, 3u);
-    const float media[3] = {1.5f, 1.56f, 1.62f};
-    // sin t = 0.6 / n, cos t = sqrt(1 - sin t^2).
-    const float sinT[3] = {0.4f, 0.3846154f, 0.3703704f};
-    const float cosT[3] = {0.9165151f, 0.9230769f, 0.9288842f};
-    for (int k = 0; k < 3; ++k) {
+    EXPECT_EQ(l.sampler.node, l.node);
+    for (unsigned k = 0; k < 3; ++k) {
         const TgenericRay& ray = l.sampler.rays[k];
-        const std::string what = "slot " + std::to_string(k);
-        EXPECT_NEAR(ray.medium, media[k], 1e-6f) << what;
-        expectDirection(ray, sinT[k], 0.0f, -cosT[k], what);
-        EXPECT_EQ(ray.depth, 2) << what;
+        expect3(ray.origin, {1, 2, 3}, "origin");
+        EXPECT_EQ(ray.maxDistance, FLT_MAX);
+        EXPECT_EQ(ray.depth, 3);
+        EXPECT_EQ(ray.primitiveId, 7);
+        EXPECT_EQ(ray.objectId, &object);
+        EXPECT_EQ(ray.instance, 11);
     }
     // Records are as large as the sampler asked.
-    const auto* first = reinterpret_cast<const std::byte*>(l.sampler.addresses[0]);
-    const auto* second = reinterpret_cast<const std::byte*>(l.sampler.addresses[1]);
-    EXPECT_GE(size_t(second - first), sizeof(TgenericRay) + 24);
+    const auto* a = static_cast<const std::byte*>(l.sampler.addresses[0]);
+    EXPECT_GE(size_t(static_cast<const std::byte*>(l.sampler.addresses[1]) - a),
+              sizeof(TgenericRay) + 24);
+    // Transmission, each channel from its slot's ray: 0.5 * (0.5, 0.25, 0.75).
+    expect3(l.compute(TdnLambert::aOutTransparency), {0.25f, 0.125f, 0.375f}, "transmission");
 
-    // Transmission, channel by channel from its slot's ray: 0.5 * (0.5,
-    // 0.25, 0.75).
-    expectColour(l.compute(TdnLambert::aOutTransparency, 0), 0.25f, 0.125f, 0.375f, kTol,
-                 "transparency");
+    // One ray: all channels through it. Opacity gain 1 - transmission.
+    l.run("set l.chromaticAberration false\nset l.transparency 0.8 0.8 0.8");
+    l.sampler.transmissions[0] = Tspectrum(0.5f, 0.25f, 1.0f);
+    expect3(l.compute(TdnLambert::aOutTransparency), {0.4f, 0.2f, 0.8f}, "one ray");
+    expect3(l.value(TdnLambert::aOutMatteOpacity), {0.6f, 0.8f, 0.2f}, "matte");
+    // No sampler: the transparency as it is, no refraction, no background.
+    l.sampler.background = Tspectrum(1, 1, 1);
+    l.setPointer("raySampler", nullptr);
+    expect3(l.compute(TdnLambert::aOutTransparency), {0.8f, 0.8f, 0.8f}, "no sampler");
+    expect3(l.compute(TdnLambert::aOutColor), {0, 0, 0}, "no sampler colour");
 }
 
-TEST(LambertRefraction, SurfaceThicknessMakesAThinShell) {
-    Glass l;
-    l.set("surfaceThickness", {0.5});
-    l.set("transparencyDepth", {1});
-    l.sampler.hitDistance = 2.0f;
-    // c = -0.8, b = 0.2: n2 = 1 + 0.5 * (2 * 0.04 * 0.5 + 0.5) = 1.27. The
-    // path is cut to the thickness 0.5: g = ((1 - 0.5) / 1)^2 = 0.25.
-    expectColour(l.compute(TdnLambert::aOutColor, 0), 0.1f, 0.075f, 0.05f, kTol, "colour");
-    EXPECT_NEAR(l.sampler.rays[0].medium, 1.27f, 1e-6f);
-    // sin t = 0.6 / 1.27.
-    expectDirection(l.sampler.rays[0], 0.4724409f, 0.0f, -0.8813624f, "direction");
-
-    // Head on, b = 0: n2 = 1 + 0.5 * 0.5. Grazing at index 3 with thickness
-    // 1: 1 + 2 * 3 = 7, clamped to 3.
-    l.set("rayDirection", {0, 0, -1});
-    l.compute(TdnLambert::aOutColor, 0);
-    EXPECT_NEAR(l.sampler.rays[1].medium, 1.25f, 1e-6f);
-    l.set("rayDirection", {1, 0, 0});
-    l.set("refractiveIndex", {3});
-    l.set("surfaceThickness", {1});
-    l.compute(TdnLambert::aOutColor, 0);
-    EXPECT_FLOAT_EQ(l.sampler.rays[2].medium, 3.0f);
-}
-
-TEST(LambertRefraction, AbsorbanceAndTransparencyDepthAttenuate) {
+TEST(LambertRefraction, AttenuationAlongTheRay) {
     struct Case {
-        double absorbance, depth;
+        const char* scene;
         Tspectrum colour;
-        float expected[3];
+        T3Float want;
     };
-    // Distance 2 throughout. g = exp(-2 / 100 * absorbance) * ((td - 2) / td)^2,
-    // 0 past the depth and at or below 1e-6; the sample shows colour * g * 0.5.
+    // Hit at 2. g = exp(-2 / 100 * absorbance) * ((depth - 2) / depth)^2,
+    // 0 past the depth or at 1e-6 and below; shown: colour * g * 0.5.
     const Case cases[] = {
-        {0, 0, {1, 0.5f, 0.25f}, {0.5f, 0.25f, 0.125f}},
-        // e^-1 * 0.25 = 0.09196986
-        {50, 4, {1, 0.5f, 0.25f}, {0.04598493f, 0.02299247f, 0.01149623f}},
-        {0, 1, {1, 0.5f, 0.25f}, {0, 0, 0}},
-        // e^-20 = 2.06e-9: counts as nothing, though 1e6 of it would show.
-        {1000, 0, {1e6f, 1e6f, 1e6f}, {0, 0, 0}},
+        {"", {1, 0.5f, 0.25f}, {0.5f, 0.25f, 0.125f}},
+        // e^-1 * 0.25 = 0.09196986.
+        {"set l.lightAbsorbance 50\nset l.transparencyDepth 4",
+         {1, 0.5f, 0.25f},
+         {0.04598493f, 0.02299247f, 0.01149623f}},
+        {"set l.transparencyDepth 1", {1, 0.5f, 0.25f}, {0, 0, 0}},
+        // e^-20 = 2.1e-9 counts as nothing, though 1e6 of it would show.
+        {"set l.lightAbsorbance 1000", {1e6f, 1e6f, 1e6f}, {0, 0, 0}},
+        // The path ends at the thickness 0.5: ((1 - 0.5) / 1)^2.
+        {"set l.surfaceThickness 0.5\nset l.transparencyDepth 1",
+         {0.8f, 0.6f, 0.4f},
+         {0.1f, 0.075f, 0.05f}},
     };
     for (const Case& c : cases) {
-        Glass l;
+        Glass l(c.scene);
         l.sampler.hitDistance = 2.0f;
         l.sampler.colours[0] = c.colour;
-        l.set("lightAbsorbance", {c.absorbance});
-        l.set("transparencyDepth", {c.depth});
-        expectColour(
-            l.compute(TdnLambert::aOutColor, 0), c.expected[0], c.expected[1], c.expected[2], 1e-6f,
-            "absorbance " + std::to_string(c.absorbance) + " depth " + std::to_string(c.depth));
+        expect3(l.compute(TdnLambert::aOutColor), c.want, c.scene, 1e-6f);
     }
 }
 
-// Two samples side by side; sample 1 always refracts, sample 0 as the case
-// says. The background is counted once for each slot without a ray, and
-// only when fewer rays were made than there are samples.
+// Two samples; sample 1 refracts unless its depth is 6. The background is
+// counted once a slot without a ray, when fewer rays than samples were made.
 TEST(LambertRefraction, BackgroundShowsThroughSlotsWithoutARay) {
     struct Case {
         const char* what;
-        bool refract0, aberration0, aberration1, blackBackground;
+        bool refract0, split0, split1, black;
         int16_t depth0, depth1;
-        float expected0[3], expected1[3];
+        T3Float want0, want1;
     };
-    // background (0.2, 0.4, 0.6) * 0.5 = (0.1, 0.2, 0.3); the ray's colour
-    // (0.8, 0.6, 0.4) * 0.5 = (0.4, 0.3, 0.2).
+    // Background (0.2, 0.4, 0.6) * 0.5; the ray's (0.8, 0.6, 0.4) * 0.5.
+    const T3Float bg{0.1f, 0.2f, 0.3f}, ray{0.4f, 0.3f, 0.2f}, none{0, 0, 0};
     const Case cases[] = {
-        {"no ray in 0", true, false, false, false, 6, 0, {0.1f, 0.2f, 0.3f}, {0.4f, 0.3f, 0.2f}},
-        {"three empty slots",
-         true,
-         true,
-         false,
-         false,
-         6,
-         0,
-         {0.3f, 0.6f, 0.9f},
-         {0.4f, 0.3f, 0.2f}},
-        {"three rays for two samples",
-         true,
-         false,
-         true,
-         false,
-         6,
-         0,
-         {0, 0, 0},
-         {0.4f, 0.3f, 0.2f}},
-        {"black background", true, false, false, true, 6, 0, {0, 0, 0}, {0.4f, 0.3f, 0.2f}},
-        {"0 doesn't refract", false, false, false, false, 0, 6, {0, 0, 0}, {0.1f, 0.2f, 0.3f}},
+        {"no ray in 0", true, false, false, false, 6, 0, bg, ray},
+        {"three empty slots", true, true, false, false, 6, 0, {0.3f, 0.6f, 0.9f}, ray},
+        {"three rays for two samples", true, false, true, false, 6, 0, none, ray},
+        {"black background", true, false, false, true, 6, 0, none, ray},
+        {"0 doesn't refract", false, false, false, false, 0, 6, none, bg},
     };
     for (const Case& c : cases) {
-        OneLambert l;
+        Lambert l;
         RecordingSampler sampler;
-        sampler.colours[0] = Tspectrum(0.8f, 0.6f, 0.4f);
-        sampler.background = c.blackBackground ? kBlackSpectrum : Tspectrum(0.2f, 0.4f, 0.6f);
+        sampler.background = c.black ? kBlackSpectrum : Tspectrum(0.2f, 0.4f, 0.6f);
         SampleRun run(l.node, 2);
-        run.put3All(TdnLambert::aColor, 0, 0, 0);
-        run.put3All(TdnLambert::aTransparency, 0.5f, 0.5f, 0.5f);
-        run.put3All(TdnLambert::aRayDirection, 0, 0, -1);
-        run.put3All(TdnLambert::aNormalCamera, 0, 0, 1);
+        run.putAll(TdnLambert::aColor, T3Float{0, 0, 0});
+        run.putAll(TdnLambert::aTransparency, T3Float{0.5f, 0.5f, 0.5f});
+        run.putAll(TdnLambert::aRayDirection, T3Float{0, 0, -1});
+        run.putAll(TdnLambert::aNormalCamera, T3Float{0, 0, 1});
         run.putAll(TdnLambert::aRefractiveIndex, 1.5f);
         run.putAll(TdnLambert::aRaySampler,
                    static_cast<void*>(static_cast<TraySampler*>(&sampler)));
-        run.put(TdnLambert::aRtRefractedColor, 0, c.refract0);
-        run.put(TdnLambert::aRtRefractedColor, 1, true);
-        run.put(TdnLambert::aChromaticAberration, 0, c.aberration0);
-        run.put(TdnLambert::aChromaticAberration, 1, c.aberration1);
-        run.put(TdnLambert::aRayDepth, 0, c.depth0);
-        run.put(TdnLambert::aRayDepth, 1, c.depth1);
-        run.compute(l.node, TdnLambert::aOutColor, 0);
-        expectColour(run.get(TdnLambert::aOutColor, 0), c.expected0[0], c.expected0[1],
-                     c.expected0[2], kTol, std::string(c.what) + ", sample 0");
-        expectColour(run.get(TdnLambert::aOutColor, 1), c.expected1[0], c.expected1[1],
-                     c.expected1[2], kTol, std::string(c.what) + ", sample 1");
+        const bool refract[2] = {c.refract0, true}, split[2] = {c.split0, c.split1};
+        const int16_t depth[2] = {c.depth0, c.depth1};
+        for (unsigned e = 0; e < 2; ++e) {
+            run.put(TdnLambert::aRtRefractedColor, e, refract[e]);
+            run.put(TdnLambert::aChromaticAberration, e, split[e]);
+            run.put(TdnLambert::aRayDepth, e, depth[e]);
+        }
+        run.compute(l.node, TdnLambert::aOutColor);
+        expect3(run.get(TdnLambert::aOutColor, 0), c.want0, std::string(c.what) + ", 0");
+        expect3(run.get(TdnLambert::aOutColor, 1), c.want1, std::string(c.what) + ", 1");
     }
-}
-
-TEST(LambertRefraction, TransmissionThroughTheRay) {
-    Glass l;
-    l.set("transparency", {0.8, 0.8, 0.8});
-    l.sampler.transmissions[0] = Tspectrum(0.5f, 0.25f, 1.0f);
-    expectColour(l.compute(TdnLambert::aOutTransparency, 0), 0.4f, 0.2f, 0.8f, kTol, "through");
-    // Opacity gain: 1 - transmission.
-    expectColour(l.value(TdnLambert::aOutMatteOpacity), 0.6f, 0.8f, 0.2f, kTol, "matte");
-    EXPECT_EQ(l.sampler.traceCalls, 1);
-
-    // Without a sampler: no rays, the transparency as it is, and no
-    // background either.
-    l.setPointer("raySampler", nullptr);
-    expectColour(l.compute(TdnLambert::aOutTransparency, 0), 0.8f, 0.8f, 0.8f, kTol, "none");
-    expectColour(l.compute(TdnLambert::aOutColor, 0), 0, 0, 0, kTol, "no background");
-    EXPECT_EQ(l.sampler.traceCalls, 1);
 }
 
 } // namespace
