@@ -73,27 +73,16 @@ TdnPlace2dTx::Rotation TdnPlace2dTx::Rotation::of(double angle) {
     return {std::cos(a), std::sin(a), a != 0.0f};
 }
 
-void TdnPlace2dTx::place(const Params& p, const Rotation& frame, const Rotation& uvr, bool noise,
-                         bool transform, float u, float v, float fu, float fv, float outUV[2],
-                         float outSize[2]) {
-    const float marker = TdnTx2D::kOutside;
+bool TdnPlace2dTx::placeFilterSize(const Params& p, const Rotation& frame, const Rotation& uvr,
+                                   bool transform, float u, float v, float fu, float fv,
+                                   float outSize[2]) {
     // 1 to 3: an outside sample, the fast path and a coverage that shows
     // nothing all pass the filter size through unscaled.
     outSize[0] = fu;
     outSize[1] = fv;
-    if (TdnTx2D::isOutside(u, v)) {
-        outUV[0] = outUV[1] = marker;
-        return;
-    }
-    if (p.fast && !transform) {
-        outUV[0] = u;
-        outUV[1] = v;
-        return;
-    }
-    if (p.coverage[0] <= 0.0f || p.coverage[1] <= 0.0f) {
-        outUV[0] = outUV[1] = marker;
-        return;
-    }
+    if (TdnTx2D::isOutside(u, v) || (p.fast && !transform) || p.coverage[0] <= 0.0f ||
+        p.coverage[1] <= 0.0f)
+        return false;
 
     // 4. Filter scale.
     const float su = p.coverage[0] < 1e-6f ? p.repeat[0] * 1e6f : p.repeat[0] / p.coverage[0];
@@ -103,31 +92,46 @@ void TdnPlace2dTx::place(const Params& p, const Rotation& frame, const Rotation&
     if (!frame.on && !uvr.on) {
         outSize[0] = su * fu;
         outSize[1] = sv * fv;
+        return true;
+    }
+    const float cf = frame.c, sf = frame.s, cu = uvr.c, sn = uvr.s;
+    float m00, m01, m10, m11;
+    if (!frame.on) {
+        m00 = su * cu;
+        m01 = -sv * sn;
+        m10 = su * sn;
+        m11 = sv * cu;
+    } else if (!uvr.on) {
+        m00 = su * cf;
+        m01 = -su * sf;
+        m10 = sv * sf;
+        m11 = sv * cf;
     } else {
-        const float cf = frame.c, sf = frame.s, cu = uvr.c, sn = uvr.s;
-        float m00, m01, m10, m11;
-        if (!frame.on) {
-            m00 = su * cu;
-            m01 = -sv * sn;
-            m10 = su * sn;
-            m11 = sv * cu;
-        } else if (!uvr.on) {
-            m00 = su * cf;
-            m01 = -su * sf;
-            m10 = sv * sf;
-            m11 = sv * cf;
-        } else {
-            m00 = cf * su * cu - sf * sv * sn;
-            m01 = -(sf * su * cu) - sv * sn * cf;
-            m10 = sv * cu * sf + su * sn * cf;
-            m11 = sv * cu * cf - su * sn * sf;
-        }
-        const float a = std::fabs(m00 * fu) + std::fabs(m01 * fv);
-        const float b = std::fabs(m10 * fu) + std::fabs(m11 * fv);
-        const float k =
-            std::sqrt(std::fabs(su * sv * fu * fv) / (std::max(b, 1e-6f) * std::max(a, 1e-6f)));
-        outSize[0] = a * k;
-        outSize[1] = b * k;
+        m00 = cf * su * cu - sf * sv * sn;
+        m01 = -(sf * su * cu) - sv * sn * cf;
+        m10 = sv * cu * sf + su * sn * cf;
+        m11 = sv * cu * cf - su * sn * sf;
+    }
+    const float a = std::fabs(m00 * fu) + std::fabs(m01 * fv);
+    const float b = std::fabs(m10 * fu) + std::fabs(m11 * fv);
+    const float k =
+        std::sqrt(std::fabs(su * sv * fu * fv) / (std::max(b, 1e-6f) * std::max(a, 1e-6f)));
+    outSize[0] = a * k;
+    outSize[1] = b * k;
+    return true;
+}
+
+void TdnPlace2dTx::place(const Params& p, const Rotation& frame, const Rotation& uvr, bool noise,
+                         bool transform, float u, float v, float fu, float fv, float outUV[2],
+                         float outSize[2]) {
+    const float marker = TdnTx2D::kOutside;
+    if (!placeFilterSize(p, frame, uvr, transform, u, v, fu, fv, outSize)) {
+        // Outside, or an empty coverage: the marker. The fast path keeps
+        // the coordinate.
+        const bool keep = !TdnTx2D::isOutside(u, v) && p.fast && !transform;
+        outUV[0] = keep ? u : marker;
+        outUV[1] = keep ? v : marker;
+        return;
     }
 
     // 6. Noise, both from the coordinate before the change.
@@ -282,6 +286,10 @@ bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
                                 wrapU.isConstant() && wrapV.isConstant() && mirrorU.isConstant() &&
                                 mirrorV.isConstant() && stagger.isConstant() && fast.isConstant();
     const Params paramsOnce = paramsAt(0);
+    // A reader of the filter size alone (a texture reads it apart from the
+    // coordinate) needs only steps 1 to 5.
+    const Tattribute* asked = plug.attribute();
+    const bool filterOnly = asked == &aOutUvFilterSize || asked->isDescendentOf(aOutUvFilterSize);
 
     for (unsigned base = 0; base < count; base += kChunk) {
         const unsigned n = std::min(kChunk, count - base);
@@ -292,6 +300,20 @@ bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
         if (!noise.isConstant())
             for (unsigned j = 0; j < n; ++j)
                 noiseRecords[j] = noiseAt(int(base + j));
+        if (filterOnly) {
+            for (unsigned j = 0; j < n; ++j) {
+                const int i = int(base + j);
+                const float* in = uv[i].asFloats();
+                const float* fs = size[i].asFloats();
+                float scaled[2];
+                placeFilterSize(paramsConstant ? paramsOnce : paramsAt(i),
+                                rotateFrame.isConstant() ? frameOnce : frameRecords[j],
+                                rotateUV.isConstant() ? uvOnce : uvRecords[j], fDoTransform, in[0],
+                                in[1], fs[0], fs[1], scaled);
+                outSize[i].set(2, scaled);
+            }
+            continue;
+        }
         for (unsigned j = 0; j < n; ++j) {
             const int i = int(base + j);
             const float* in = uv[i].asFloats();

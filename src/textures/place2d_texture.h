@@ -93,6 +93,12 @@ public:
     static void place(const Params& p, const Rotation& frame, const Rotation& uv, bool noise,
                       bool transform, float u, float v, float fu, float fv, float outUV[2],
                       float outSize[2]);
+    // Steps 1 to 5 of the placement: the placed filter size alone. False
+    // when the sample ends there (outside, or passed through by the fast
+    // path or an empty coverage), with the filter size unscaled.
+    static bool placeFilterSize(const Params& p, const Rotation& frame, const Rotation& uv,
+                                bool transform, float u, float v, float fu, float fv,
+                                float outSize[2]);
     // The transform test: false only when `fast` is on and nothing else
     // moves the coordinate.
     static bool computeDoTransform(const Params& p, double rotateFrame, double rotateUV);
