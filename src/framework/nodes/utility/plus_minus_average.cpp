@@ -1,5 +1,7 @@
 #include "framework/nodes/utility/plus_minus_average.h"
 
+#include <cstring>
+
 ORVO_REGISTER_NODE(TdnPlusMinusAverage)
 
 // The operation feeds every output; each array only the output of its width.
@@ -14,30 +16,48 @@ ORVO_DEPENDENCIES(TdnPlusMinusAverage) {
 
 namespace {
 
-// Folds the `width` floats of each element of one sample's array into
-// `out`, by operation. An empty array, or an operation the node does not
-// know, gives zero.
-void combine(const TdataHandle& array, int16_t operation, int width, float* out) {
-    for (int c = 0; c < width; ++c)
+// Folds the W floats of each element of one sample's array into `out`, by
+// operation. An empty array, or an operation the node does not know, gives
+// zero. Element values lie `valueAt` bytes into each element.
+template <int W>
+void combine(const TmultiHeader* array, uint32_t valueAt, int16_t operation, float* out) {
+    for (int c = 0; c < W; ++c)
         out[c] = 0.0f;
-    TmultiHandle elements(array);
-    const unsigned n = elements.elementCount();
+    const unsigned n = array ? array->count : 0u;
     if (n == 0)
         return;
     using K = TdnKernel<TdnPlusMinusAverage>;
     if (operation != K::kSum && operation != K::kSubtract && operation != K::kAverage)
         return;
-    for (unsigned k = 0; k < n; ++k) {
-        elements.jumpToArrayElement(k);
-        const float* v = elements.reference().asFloats();
+    const std::byte* element = array->data + valueAt;
+    for (unsigned k = 0; k < n; ++k, element += array->stride) {
+        float v[W];
+        std::memcpy(v, element, sizeof v);
         // Subtract: the first element minus all the following ones.
         const bool minus = operation == K::kSubtract && k > 0;
-        for (int c = 0; c < width; ++c)
+        for (int c = 0; c < W; ++c)
             out[c] += minus ? -v[c] : v[c];
     }
     if (operation == K::kAverage)
-        for (int c = 0; c < width; ++c)
+        for (int c = 0; c < W; ++c)
             out[c] /= float(n);
+}
+
+// The run by pointer and stride: array headers, operations, results.
+template <int W>
+void combineRun(const TvectorDataHandle& arrays, const TvectorDataHandle& operation,
+                const TvectorDataHandle& result, uint32_t valueAt, unsigned count) {
+    const auto* arrayAt = static_cast<const std::byte*>(arrays.first().address());
+    const auto* operationAt = static_cast<const std::byte*>(operation.first().address());
+    auto* resultAt = static_cast<std::byte*>(result.first().address());
+    for (unsigned i = 0; i < count; ++i) {
+        int16_t op;
+        std::memcpy(&op, operationAt + size_t(i) * operation.stride(), sizeof op);
+        float out[W];
+        combine<W>(reinterpret_cast<const TmultiHeader*>(arrayAt + size_t(i) * arrays.stride()),
+                   valueAt, op, out);
+        std::memcpy(resultAt + size_t(i) * result.stride(), out, sizeof out);
+    }
 }
 
 } // namespace
@@ -63,12 +83,17 @@ bool TdnPlusMinusAverage::vectorComputePlug(const Tplug& plug, TdataBlock& block
     const TvectorDataHandle operation = block.vectorInputValue(aOperation, first, count);
     const TvectorDataHandle arrays = block.vectorInputValue(*input, first, count);
     const TvectorDataHandle result = block.vectorOutputValue(*output, first);
-    for (unsigned i = 0; i < count; ++i) {
-        const int e = int(i);
-        float out[3];
-        combine(arrays[e], operation[e].asShort(), width, out);
-        result[e].set(width, out);
-    }
+    if (count == 0 || arrays.isNull() || result.isNull() || operation.isNull())
+        return true;
+    const uint32_t valueAt = TmultiBuilder::valueOffset(*input);
+    if (width == 3)
+        combineRun<3>(arrays, operation, result, valueAt, count);
+    else if (width == 2)
+        combineRun<2>(arrays, operation, result, valueAt, count);
+    else
+        combineRun<1>(arrays, operation, result, valueAt, count);
+    // Evaluated: what reads the output is valid for the whole run.
+    result[0].setClean();
     return true;
 }
 
