@@ -233,14 +233,32 @@ void TdataBlockRendering::initialize(TdependNode* node, AttrInfo* infos, MultiIn
         const AttrInfo& info = fInfos[a.index()];
         if (!isVariable(info.type))
             return;
-        for (unsigned e = 0; e < count; ++e) {
-            std::byte* at = fFirst + size_t(e) * fStride + info.offset;
-            if (isOtherDB(info.type))
-                reinterpret_cast<OtherDBPair*>(at)->base = nullptr;
-            else if (a.isArray())
-                constructArraySlot(a, fMultis ? fMultis + info.thread : nullptr, at);
-            else
-                a.constructValue(at);
+        std::byte* first = fFirst + info.offset;
+        if (isOtherDB(info.type)) {
+            for (unsigned e = 0; e < count; ++e)
+                reinterpret_cast<OtherDBPair*>(first + size_t(e) * fStride)->base = nullptr;
+        } else if (a.isArray()) {
+            const MultiInfo* header = fMultis ? fMultis + info.thread : nullptr;
+            if (count)
+                constructArraySlot(a, header, first);
+            // Elements of plain values: every slot is a copy of the first,
+            // with its data pointer moved to its own elements.
+            const bool plain =
+                !a.hasFlag(TattrFlag::kValueIsObject | TattrFlag::kCompoundConstructs);
+            const uint32_t size = arraySlotSize(a, header);
+            for (unsigned e = 1; e < count; ++e) {
+                std::byte* at = first + size_t(e) * fStride;
+                if (!plain) {
+                    constructArraySlot(a, header, at);
+                    continue;
+                }
+                std::memcpy(at, first, size);
+                auto* h = reinterpret_cast<TmultiHeader*>(at);
+                h->data = h->count ? at + sizeof(TmultiHeader) : nullptr;
+            }
+        } else {
+            for (unsigned e = 0; e < count; ++e)
+                a.constructValue(first + size_t(e) * fStride);
         }
     });
 }
@@ -281,6 +299,9 @@ void TdataBlockRendering::tearDownVariable() {
     forInitList(fNode, fInitList, [&](const Tattribute& a) {
         const AttrInfo& info = fInfos[a.index()];
         if (!isVariable(info.type) || isOtherDB(info.type))
+            return;
+        // Arrays of plain values have nothing to destroy.
+        if (a.isArray() && !a.hasFlag(TattrFlag::kValueIsObject | TattrFlag::kCompoundConstructs))
             return;
         for (unsigned e = 0; e < count; ++e) {
             std::byte* at = fFirst + size_t(e) * fStride + info.offset;
@@ -440,11 +461,39 @@ void TdataBlockRendering::evaluateArray(const Tattribute& array, unsigned first,
                 TdataHandle(own, &array, own->valueAddress(array, 0), TdataHandle::kIsArray));
             if (!from.jumpToElement(logicalIndex))
                 continue;
+            const void* value = from.reference().address();
+            const bool plain =
+                !array.hasFlag(TattrFlag::kValueIsObject | TattrFlag::kCompoundConstructs);
+            const uint32_t bytes = array.dataSize();
+            auto copy = [&](void* to) {
+                if (!plain)
+                    array.copyValue(to, value);
+                else if (bytes == 12) // the usual triple, inline
+                    std::memmove(to, value, 12);
+                else
+                    std::memmove(to, value, bytes);
+            };
+            // Every element of the run holds the array with the same
+            // elements: the position found in the first serves them all.
+            TmultiHandle to(
+                TdataHandle(this, &array, headerOf(array, first), TdataHandle::kIsArray));
+            if (!to.jumpToElement(logicalIndex))
+                continue;
+            const std::ptrdiff_t within =
+                static_cast<std::byte*>(to.reference().address()) - headerOf(array, first)->data;
+            const std::ptrdiff_t index = within - std::ptrdiff_t(TmultiBuilder::valueOffset(array));
             for (unsigned el = first; el < first + count; ++el) {
-                TmultiHandle to(
-                    TdataHandle(this, &array, headerOf(array, el), TdataHandle::kIsArray));
-                if (to.jumpToElement(logicalIndex))
-                    array.copyValue(to.reference().address(), from.reference().address());
+                TmultiHeader* h = headerOf(array, el);
+                uint32_t there = ~logicalIndex;
+                if (h->data && h->count == to.elementCount())
+                    std::memcpy(&there, h->data + index, 4);
+                if (there == logicalIndex) {
+                    copy(h->data + within);
+                    continue;
+                }
+                TmultiHandle other(TdataHandle(this, &array, h, TdataHandle::kIsArray));
+                if (other.jumpToElement(logicalIndex))
+                    copy(other.reference().address());
             }
         }
     }
