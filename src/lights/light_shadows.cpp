@@ -158,9 +158,10 @@ void TrenderLightShape::computeShadowColors(LightBatch& b, float radius, unsigne
         ShadowCone& cone = cones[i];
         const T3Float l = fPosition - p;
         const float squared = OrvoDot(l, l);
-        // Inside the light's sphere the rays fill the hemisphere.
+        // Inside the light's sphere the distance counts as the radius: the
+        // cone opens to the whole hemisphere about the unit axis.
         const float d = squared <= r * r ? r : std::sqrt(squared);
-        cone.l = l * (1.0f / d);
+        cone.l = OrvoNormalizeIfLong(l);
         cone.reach = d;
         const float ratio = std::min(1.0f, r / d);
         cone.cosMax = std::sqrt(1.0f - ratio * ratio);
