@@ -63,7 +63,8 @@ public:
     // in eye space.
     void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
 
-    // ---- what materials ask through a record's lightBlindData
+    // ---- what materials ask through a record's lightBlindData, which holds
+    // the light as a TrenderLightShape* (cast the void* back to exactly that)
     virtual float integrateLambertianReflectance(const T3dFltVector& lightDirection,
                                                  const T4dFltPoint& point,
                                                  const T3dFltVector& normal, bool flag);
