@@ -209,6 +209,9 @@ public:
     virtual void connectionBroken(const Tplug& mine, const Tplug& other, bool asSource);
     virtual bool legalConnection(const Tplug& mine, const Tplug& other, bool asSource);
     virtual void datablockAdded(TdataBlock& block, bool);
+    // Told after a value was set at `plug` from outside (a scene, a tool, a
+    // script), once the value is in the node's block and its dependents are
+    // dirty: a node may keep a copy, or adjust values that go with it.
     virtual bool setCachedValue(const Tplug& plug, const TdataHandle& value);
     virtual bool getCachedValue(const Tplug& plug, TdataHandle& value);
     virtual void setName(const Tstring& name);

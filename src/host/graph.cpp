@@ -580,6 +580,7 @@ void TdependGraph::setPlugValue(const Tplug& plug, const void* value) {
     a.copyValue(at, value);
     block.valueChanged(a);
     propagateFrom(plug.node(), a);
+    plug.node()->setCachedValue(plug, TdataHandle(&block, &a, at));
 }
 
 void TdependGraph::setPlugValueFromWords(const Tplug& plug, const std::vector<std::string>& words) {
