@@ -81,6 +81,6 @@ void TambientLightShape::computeLightData(LightBatch& b) {
         r.ambient = true;
         r.diffuse = false;
         r.specular = false;
-        r.blindData = static_cast<TrenderLightShape*>(this);
+        r.blindData = blindData();
     }
 }

@@ -390,6 +390,6 @@ void TrenderLightShape::computeLightData(LightBatch& b) {
         r.ambient = false;
         r.diffuse = lit && diffuse[i];
         r.specular = lit && specular[i];
-        r.blindData = this;
+        r.blindData = blindData();
     }
 }

@@ -20,6 +20,7 @@
 #include "host/node_pattern.h"
 #include "host/scene/light_shape.h"
 #include "lights/light_vectors.h"
+#include "shading/light_blind_data.h"
 #include "shading/ray_sampler.h"
 
 class TDNshadingEngine;
@@ -30,7 +31,9 @@ struct TSEnodeDescription;
 ORVO_NODE(TrenderLightShape, TlightShape, "renderLight", "RLSN", 2105, "kLight", "light",
           "n_renderLight")
 
-class TrenderLightShape : public TdnPattern<TrenderLightShape, TlightShape>, public TshadingNode {
+class TrenderLightShape : public TdnPattern<TrenderLightShape, TlightShape>,
+                          public TshadingNode,
+                          public TlightBlindData {
 public:
     // Both bases answer sTypeof; the node's is the one of the pattern.
     using TdnPattern<TrenderLightShape, TlightShape>::sTypeof;
@@ -64,7 +67,37 @@ public:
     void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
 
     // ---- what materials ask through a record's lightBlindData, which holds
-    // the light as a TrenderLightShape* (cast the void* back to exactly that)
+    // the light as a TlightBlindData* (cast the void* back to exactly that).
+    // The material-facing forms take plain vectors and forward to the
+    // light's own, which light types override.
+    float integrateLambertianReflectance(const T3Float& lightDirection, const T3Float& point,
+                                         const T3Float& normal, bool flag) final {
+        return integrateLambertianReflectance(T3dFltVector(lightDirection),
+                                              T4dFltPoint(point.x, point.y, point.z),
+                                              T3dFltVector(normal), flag);
+    }
+    T3Float maxPhongSpecularDirection(const T3Float& lightDirection, const T3Float& point,
+                                      const T3Float& reflected, const T3Float& normal,
+                                      const T3Float* hint) final {
+        const T3dFltVector h = hint ? T3dFltVector(*hint) : T3dFltVector();
+        return maxPhongSpecularDirection(T3dFltVector(lightDirection),
+                                         T4dFltPoint(point.x, point.y, point.z),
+                                         T3dFltVector(reflected), T3dFltVector(normal),
+                                         hint ? &h : nullptr);
+    }
+    float lightAttenuation(const T3Float& point, const T3Float& direction, bool flag) final {
+        return lightAttenuation(T4dFltPoint(point.x, point.y, point.z), T3dFltVector(direction),
+                                flag);
+    }
+    float hemisphereCoverage(const T3Float& lightDirection, const T3Float& point,
+                             const T3Float& direction, bool flag) final {
+        return hemisphereCoverage(T3dFltVector(lightDirection),
+                                  T4dFltPoint(point.x, point.y, point.z), T3dFltVector(direction),
+                                  flag);
+    }
+    // What a record's lightBlindData holds for this light.
+    void* blindData() { return static_cast<TlightBlindData*>(this); }
+
     virtual float integrateLambertianReflectance(const T3dFltVector& lightDirection,
                                                  const T4dFltPoint& point,
                                                  const T3dFltVector& normal, bool flag);

@@ -43,7 +43,7 @@ TEST(LightShape, PositionAndDirectionComeFromThePathAndTheEyeMatrices) {
     EXPECT_NEAR(rig.light->lightDistance(T4dFltPoint(1, 2, 2)), 4.0f, 1e-5);
     // The sample 4 below the light sees it straight up (+Z in eye space).
     EXPECT_RGB_NEAR(b.record(0).direction, 0, 0, 1, 1e-6);
-    EXPECT_EQ(b.record(0).blindData, static_cast<void*>(rig.light));
+    EXPECT_EQ(b.record(0).blindData, rig.light->blindData());
 }
 
 TEST(LightShape, DecayDividesByDistancePowersOnlyBeyondOneUnit) {
