@@ -172,6 +172,24 @@ TEST_F(RenderInfo, ANewShadingGroupIsLinkedToTheDefaultLightSet) {
     EXPECT_EQ(command.size(), 0u);
 }
 
+TEST_F(RenderInfo, TheDefaultLinksLightEveryGroupUntilALightIsTakenOut) {
+    run("node transform t\nnode light key -parent t\nnode transform u\n"
+        "node light rim -parent u\nnode transform ball\nnode mesh ballShape -parent ball\n"
+        "set ballShape.primitive sphere\nnode shadingEngine sg\nmember sg ball\n");
+    auto* sg = dynamic_cast<TDNshadingEngine*>(graph.findNode("sg"));
+    sg->gatherLights();
+    ASSERT_EQ(sg->lightList().size(), 2u);
+    EXPECT_EQ(sg->lightList()[0], plug("key.lightData"));
+    EXPECT_TRUE(sg->litBy(0, graph.findNode("rim")));
+    EXPECT_TRUE(sg->shadowedBy(0, graph.findNode("key")));
+    // Out of the default light set, a light reaches no group by default.
+    run("member -remove defaultLightSet rim\n");
+    sg->gatherLights();
+    ASSERT_EQ(sg->lightList().size(), 1u);
+    EXPECT_FALSE(sg->litBy(0, graph.findNode("rim")));
+    EXPECT_FALSE(sg->shadowedBy(0, graph.findNode("rim")));
+}
+
 TEST_F(RenderInfo, AFailedScriptTakesBackWhatItsNodesJoined) {
     run("node transform t\nnode light key -parent t\n");
     const std::vector<std::string> before = connections(graph);
