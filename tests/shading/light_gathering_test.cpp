@@ -40,6 +40,9 @@ node testLight otherShape -parent other
 node objectSet keyLights
 member keyLights redShape blueShape
 connect keyLights.message sg.linkedLights
+// A new light joins the default light set, which lights every group: these
+// light only where they are linked.
+member -remove defaultLightSet redShape blueShape otherShape
 )";
 
 class LightGathering : public ::testing::Test {
