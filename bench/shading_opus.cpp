@@ -30,6 +30,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <numbers>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -123,7 +124,12 @@ class Network {
 public:
     Network(const std::string& scene, const Inputs& in) {
         std::ostringstream out;
-        qsl::Interpreter(fGraph, out).runText(scene, "bench.qsl");
+        try {
+            qsl::Interpreter(fGraph, out).runText(scene, "bench.qsl");
+        } catch (const std::exception& e) {
+            std::fprintf(stderr, "shading_opus: the scene does not load: %s\n", e.what());
+            std::exit(1);
+        }
         fEngine = dynamic_cast<TDNshadingEngine*>(fGraph.findNode("sg"));
         if (!fEngine) {
             std::fprintf(stderr, "shading_opus: the scene has no shading group sg\n");
@@ -465,6 +471,225 @@ bool runChains() {
     return ok;
 }
 
+// ---------------------------------------------------------------- B4a: lambert, checker, lights
+
+constexpr float kRepeat = 4.0f;
+const T3Float kColor1{0.9f, 0.75f, 0.2f};
+const T3Float kColor2{0.1f, 0.3f, 0.8f};
+constexpr float kDiffuse = 0.8f;
+
+// A directional light: where it stands (its transform's rotation in
+// degrees), and what it sends.
+struct LightSetup {
+    float rotateX, rotateY;
+    T3Float color;
+    float intensity;
+};
+
+std::vector<LightSetup> lightSetups(int n) {
+    std::vector<LightSetup> lights;
+    for (int k = 0; k < n; ++k) {
+        const float a = (float(k) + 0.5f) / float(n);
+        const float b = (float((k * 7) % n) + 0.5f) / float(n);
+        lights.push_back({-60.0f + 120.0f * a, -50.0f + 100.0f * b,
+                          T3Float{0.6f + 0.1f * float(k % 5), 0.7f, 1.0f - 0.2f * float(k % 3)},
+                          1.5f / float(n)});
+    }
+    return lights;
+}
+
+// The direction towards a light, in camera space (there is no camera: camera
+// space is world space). The light shines down its local -Z; its transform
+// turns about X first, then Y, so (0, 0, 1) goes to
+// (cos x sin y, -sin x, cos x cos y).
+T3Float towardsLight(const LightSetup& l) {
+    const double x = double(l.rotateX) * std::numbers::pi / 180.0;
+    const double y = double(l.rotateY) * std::numbers::pi / 180.0;
+    return {float(std::cos(x) * std::sin(y)), float(-std::sin(x)),
+            float(std::cos(x) * std::cos(y))};
+}
+
+std::string lambertScene(int lights) {
+    std::ostringstream s;
+    s << "node place2dTexture p\nset p.repeatUV " << kRepeat << " " << kRepeat << "\n"
+      << "node checker c\nset c.color1 " << fmt3(kColor1) << "\nset c.color2 " << fmt3(kColor2)
+      << "\nconnect p.outUV c.uvCoord\nconnect p.outUvFilterSize c.uvFilterSize\n"
+      << "node lambert l\nset l.diffuse " << kDiffuse << "\nconnect c.outColor l.color\n"
+      << "node shadingEngine sg\nconnect l.outColor sg.surfaceShader\n";
+    const std::vector<LightSetup> setups = lightSetups(lights);
+    for (size_t k = 0; k < setups.size(); ++k) {
+        const LightSetup& l = setups[k];
+        s << "node transform t" << k << "\nset t" << k << ".rotate " << l.rotateX << " "
+          << l.rotateY << " 0\n"
+          << "node directionalLight d" << k << " -parent t" << k << "\nset d" << k << ".color "
+          << fmt3(l.color) << "\nset d" << k << ".intensity " << l.intensity << "\n";
+    }
+    return s.str();
+}
+
+// What the network computes, written out: the placement with repeat 4, the
+// checker with its filter, lambert with one term per light. The light
+// records are the same at every point (directional lights without
+// shadows), so they are made once.
+void fusedLambert(int lights, const Inputs& in, Outputs& out) {
+    struct Light {
+        float dir[3];
+        float rgb[3];
+    };
+    Light table[16];
+    const std::vector<LightSetup> setups = lightSetups(lights);
+    for (int k = 0; k < lights; ++k) {
+        const T3Float d = towardsLight(setups[size_t(k)]);
+        const float length = std::sqrt(d.x * d.x + d.y * d.y + d.z * d.z);
+        const float scale = length > 1e-6f ? 1.0f / length : 1.0f;
+        const LightSetup& l = setups[size_t(k)];
+        table[k] = {{d.x * scale, d.y * scale, d.z * scale},
+                    {l.color.x * l.intensity, l.color.y * l.intensity, l.color.z * l.intensity}};
+    }
+    for (unsigned s = 0; s < kSamples; ++s) {
+        // Placement: coverage 1, wrap on, repeat 4; the filter box scales
+        // by repeat / coverage.
+        float u = in.uv[s].x, v = in.uv[s].y;
+        const float fu = kRepeat * in.uvFilter[s].x, fv = kRepeat * in.uvFilter[s].y;
+        if (u == 1.0f)
+            u = 0.9999f;
+        if (v == 1.0f)
+            v = 0.9999f;
+        u = (u - 0.0f) * kRepeat + 0.0f;
+        v = (v - 0.0f) * kRepeat + 0.0f;
+
+        // Checker: the fraction of the coordinate, the box filter's loss of
+        // contrast near an edge, the weights of the two colours.
+        if (u < 0.0f || u > 1.0f)
+            u -= std::floor(u);
+        if (v < 0.0f || v > 1.0f)
+            v -= std::floor(v);
+        const float a = std::max(1e-8f, 2.0f * std::fabs(1.0f * fu + 0.0f));
+        const float b = std::max(1e-8f, 2.0f * std::fabs(1.0f * fv + 0.0f));
+        float c = 0.0f;
+        if (a < 2.0f && b < 2.0f) {
+            c = 1.0f;
+            float p = 2.0f * u - std::floor(2.0f * u);
+            float q = 2.0f * v - std::floor(2.0f * v);
+            if (p > 0.5f)
+                p = 1.0f - p;
+            if (q > 0.5f)
+                q = 1.0f - q;
+            if (a > p || b > q)
+                c = p * b > q * a ? q * c / b : p * c / a;
+            const float widest = std::max(a, b);
+            c = widest > 1.0f ? std::max(0.0f, c * (2.0f - widest)) : std::max(0.0f, c);
+        }
+        const float e = (c + 1.0f) / 2.0f;
+        const bool first = (u <= 0.5f && v <= 0.5f) || (u > 0.5f && v > 0.5f);
+        const float w1 = first ? e : 1.0f - e, w2 = first ? 1.0f - e : e;
+        float colour[3];
+        for (int ch = 0; ch < 3; ++ch)
+            colour[ch] = w1 < 1e-5f   ? kColor2[ch]
+                         : w2 < 1e-5f ? kColor1[ch]
+                                      : w1 * kColor1[ch] + w2 * kColor2[ch];
+
+        // Lambert: diffuse from each light facing the normal.
+        const T3Float n = in.normal[s];
+        float sum[3] = {0.0f, 0.0f, 0.0f};
+        for (int k = 0; k < lights; ++k) {
+            const Light& l = table[k];
+            const float d = l.dir[0] * n.x + l.dir[1] * n.y + l.dir[2] * n.z;
+            float amount = 0.0f;
+            if (d >= 0.0f)
+                amount += d * kDiffuse;
+            for (int ch = 0; ch < 3; ++ch)
+                sum[ch] += colour[ch] * l.rgb[ch] * amount;
+        }
+        // No ambient colour, transparency or incandescence; glow 0; the
+        // matte follows the opacity.
+        out.color[s] = {sum[0], sum[1], sum[2]};
+        out.transparency[s] = {0.0f, 0.0f, 0.0f};
+        out.glow[s] = {0.0f, 0.0f, 0.0f};
+        out.matte[s] = {1.0f, 1.0f, 1.0f};
+    }
+}
+
+// Floating point operations per sample, counted in the fused loop (adds,
+// multiplies, divides, compares that select values not counted): the
+// placement 4, the checker 29, the lambert tail 0 (its terms are constants
+// the fused loop leaves out), and 14 a light (a dot product, the diffuse
+// term, three colour products and sums).
+double lambertFlops(int lights) {
+    return 4.0 + 29.0 + 14.0 * lights;
+}
+
+// One core's arithmetic peak: clock x 2 FMA pipes x lanes x 2.
+struct Peak {
+    double ghz = 0.0;
+    int lanes = 4;
+    const char* isa = "SSE";
+    double gflops() const { return ghz * 2.0 * lanes * 2.0; }
+};
+
+Peak machinePeak() {
+    Peak peak;
+    std::ifstream info("/proc/cpuinfo");
+    std::string line;
+    while (std::getline(info, line)) {
+        if (peak.ghz == 0.0 && line.rfind("cpu MHz", 0) == 0)
+            peak.ghz = std::atof(line.substr(line.find(':') + 1).c_str()) / 1000.0;
+        if (line.rfind("flags", 0) == 0) {
+            if (line.find(" avx512f") != std::string::npos) {
+                peak.lanes = 16;
+                peak.isa = "AVX-512";
+            } else if (line.find(" avx2") != std::string::npos) {
+                peak.lanes = 8;
+                peak.isa = "AVX2";
+            }
+            break;
+        }
+    }
+    return peak;
+}
+
+bool runLambert() {
+    if (!TdependGraph::findNodeType("directionalLight")) {
+        std::printf("\nB4a: no directionalLight type in this build\n");
+        return true;
+    }
+    const Peak peak = machinePeak();
+    std::printf("\nB4a: place2dTexture -> checker -> lambert, lit by N directional lights, ns per "
+                "sample (median of %d passes over %u samples)\n",
+                kPasses, kSamples);
+    bool ok = true;
+    std::vector<std::pair<int, Timing>> rows;
+    for (int n : {1, 4, 16}) {
+        const std::string name = "lambert, " + std::to_string(n) + (n > 1 ? " lights" : " light");
+        Timing t;
+        const FusedFn fused = [n](const Inputs& in, Outputs& out) {
+            fusedLambert(n, in, out);
+        };
+        if (!measure(name.c_str(), lambertScene(n), makeInputs(), fused, t)) {
+            ok = false;
+            continue;
+        }
+        rows.emplace_back(n, t);
+    }
+    printHeader();
+    for (const auto& [n, t] : rows)
+        printRow(("lambert, " + std::to_string(n) + (n > 1 ? " lights" : " light")).c_str(), t);
+    std::printf("\n  arithmetic: FLOP per sample counted in the fused loop; peak %.1f GFLOP/s "
+                "(%.2f GHz x 2 FMA pipes x %d lanes (%s) x 2)\n",
+                peak.gflops(), peak.ghz, peak.lanes, peak.isa);
+    std::printf("  %-34s %9s %13s %13s %13s\n", "", "FLOP", "opus/64 %", "opus/1 %", "fused %");
+    for (const auto& [n, t] : rows) {
+        const double flops = lambertFlops(n);
+        auto percent = [&](double ns) {
+            return 100.0 * flops / ns / peak.gflops();
+        };
+        std::printf("  %-34s %9.0f %13.3f %13.3f %13.3f\n",
+                    ("lambert, " + std::to_string(n) + (n > 1 ? " lights" : " light")).c_str(),
+                    flops, percent(t.opus64), percent(t.opus1), percent(t.fused));
+    }
+    return ok;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -474,7 +699,8 @@ int main(int argc, char** argv) {
         gProfile.passes = std::atoi(argv[4]);
     }
     std::printf("shading_opus: %u samples (%ux%u), option 0\n", kSamples, kWidth, kHeight);
-    bool ok = runChains();
+    bool ok = runLambert();
+    ok &= runChains();
     if (!ok && !gProfile.passes) {
         std::fprintf(stderr, "shading_opus: the ways disagree\n");
         return 1;
