@@ -169,6 +169,50 @@ void Tsample::confirmSet(TbitField64 fields) {
     }
 }
 
+void Tsample::confirmSet(TbitField64 fields, unsigned count, Tsample* const* samples) {
+    if (count == 0)
+        return;
+    struct Step {
+        uint32_t offset;
+        uint32_t size;
+        const std::byte* from;
+    };
+    Step steps[TsampleFields::kCount];
+    unsigned n = 0;
+    const Tsample& first = *samples[0];
+    const std::byte* defaultStorage = defaults().storage;
+    for (uint64_t missing = fields.bits() & ~first.fSet; missing; missing &= missing - 1) {
+        const unsigned i = unsigned(__builtin_ctzll(missing));
+        if (first.fOffsets[i])
+            steps[n++] = {first.fOffsets[i], kSizes[i], defaultStorage + kOffsets[i]};
+    }
+    for (unsigned s = 0; s < count; ++s) {
+        Tsample& sample = *samples[s];
+        if (sample.fSet != first.fSet || sample.fOffsets != first.fOffsets) {
+            sample.confirmSet(fields);
+            continue;
+        }
+        auto* base = reinterpret_cast<std::byte*>(&sample);
+        for (unsigned k = 0; k < n; ++k) {
+            std::byte* to = base + steps[k].offset;
+            switch (steps[k].size) {
+            case 4:
+                std::memcpy(to, steps[k].from, 4);
+                break;
+            case 8:
+                std::memcpy(to, steps[k].from, 8);
+                break;
+            case 12:
+                std::memcpy(to, steps[k].from, 12);
+                break;
+            default:
+                std::memcpy(to, steps[k].from, steps[k].size);
+                break;
+            }
+        }
+    }
+}
+
 void Tsample::setDispatched() {
     void* group = fBatch ? fBatch->renderGroup() : nullptr;
     setObjectId(group);

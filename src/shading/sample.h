@@ -166,6 +166,10 @@ public:
     // For each field in `fields` that has a slot and no value yet, copies the
     // default into the slot.
     void confirmSet(TbitField64 fields);
+    // confirmSet for a batch: the copies that the first sample needs are
+    // listed once, and every sample with the same layout and the same
+    // fields set takes them from the list; the others run confirmSet.
+    static void confirmSet(TbitField64 fields, unsigned count, Tsample* const* samples);
     // Marks the sample handed to its batch: objectId holds the batch's group.
     void setDispatched();
     void clearDispatched() {
