@@ -192,5 +192,13 @@ TSEcopyFn OrvoCopyFunction(const Tattribute& source, const Tattribute& destinati
 uint32_t OrvoCopyBytes(const Tattribute& source, const Tattribute& destination) {
     const int s = OrvoCopyClassCode(source);
     const int d = OrvoCopyClassCode(destination);
-    return s >= 0 && s == d ? kBytes[size_t(s)] : 0u;
+    if (s >= 0 && s == d)
+        return kBytes[size_t(s)];
+    if (s >= 0 || d >= 0)
+        return 0u; // a conversion
+    // The exact copy of a value that needs no construction is its bytes.
+    if (destination.isArray() ||
+        destination.hasFlag(TattrFlag::kValueIsObject | TattrFlag::kCompoundConstructs))
+        return 0u;
+    return destination.dataSize();
 }

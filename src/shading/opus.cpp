@@ -265,11 +265,20 @@ void copyRun(const To& to, const From& from, const Copy& copy, unsigned first, u
 template <class To, class From>
 void copyRun(const To& to, const From& from, const Converted& copy, unsigned first, unsigned last) {
     switch (copy.bytes) {
+    case 2:
+        copyRun(to, from, Fixed<2>{}, first, last);
+        break;
+    case 4:
+        copyRun(to, from, Fixed<4>{}, first, last);
+        break;
     case 8:
         copyRun(to, from, Fixed<8>{}, first, last);
         break;
     case 12:
         copyRun(to, from, Fixed<12>{}, first, last);
+        break;
+    case sizeof(TmultiHeader):
+        copyRun(to, from, Fixed<sizeof(TmultiHeader)>{}, first, last);
         break;
     default:
         copyRun<To, From, Converted>(to, from, copy, first, last);
@@ -545,8 +554,7 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
         return;
     if (!fUserTable.empty())
         fillUserSampleData(nullptr, count, samples);
-    for (unsigned s = 0; s < count; ++s)
-        samples[s]->confirmSet(fNeeds);
+    Tsample::confirmSet(fNeeds, count, samples);
     // Everything the run needs comes from the stack: no heap on this path.
     TmultiHeader* lights = nullptr;
     uint16_t* slotOf = nullptr;
