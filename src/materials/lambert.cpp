@@ -181,6 +181,7 @@ void TdnLambert::computeLambertChunk(TdataBlock& block, unsigned first, unsigned
 
     T3Float accumulated[kChunk];
     const bool lightLoop = passLightsSurface(pass);
+    const uint32_t recordAt = TmultiBuilder::valueOffset(aLightData);
     const float cutoff = fTranslucenceCutoff;
     // The fade-in width above the cut-off.
     const float fade = std::min(1.0f, 0.15f - cutoff);
@@ -196,17 +197,22 @@ void TdnLambert::computeLambertChunk(TdataBlock& block, unsigned first, unsigned
         const float kd = diffuse[e].asFloat();
         const float kt = translucence[e].asFloat();
         if (lightLoop) {
-            TmultiHandle light(lights[e]);
-            for (unsigned k = light.elementCount(); k > 0; --k, light.advance()) {
-                const TlightData& record = *light.reference().asLightData();
+            // The records of this sample's lights, walked where they lie; the
+            // sums stay in registers across the lights.
+            const TmultiHeader* header = lights[e].asMultiHeader();
+            const unsigned lightCount = header ? header->count : 0u;
+            const std::byte* slot = lightCount ? header->data + recordAt : nullptr;
+            const T3Float at = toT3(p), surfaceNormal = toT3(n);
+            float s0 = 0.0f, s1 = 0.0f, s2 = 0.0f;
+            for (unsigned k = lightCount; k > 0; --k, slot += header->stride) {
+                const TlightData& record = *reinterpret_cast<const TlightData*>(slot);
                 float a = record.ambient ? 1.0f : 0.0f;
                 if (record.diffuse) {
                     auto* blind = static_cast<TlightBlindData*>(record.blindData);
                     const T3Float direction = toT3(record.direction);
-                    const T3Float at = toT3(p);
-                    const float d =
-                        blind ? blind->integrateLambertianReflectance(direction, at, toT3(n), true)
-                              : dot3(record.direction, n);
+                    const float d = blind ? blind->integrateLambertianReflectance(
+                                                direction, at, surfaceNormal, true)
+                                          : dot3(record.direction, n);
                     if (d >= 0.0f)
                         a += d * kd;
                     float t = kt;
@@ -230,9 +236,11 @@ void TdnLambert::computeLambertChunk(TdataBlock& block, unsigned first, unsigned
                             shadow += record.preShadowIntensity * record.shadowFraction;
                     }
                 }
-                for (int ch = 0; ch < 3; ++ch)
-                    sum[ch] += c[ch] * record.intensity[ch] * a;
+                s0 += c[0] * record.intensity[0] * a;
+                s1 += c[1] * record.intensity[1] * a;
+                s2 += c[2] * record.intensity[2] * a;
             }
+            sum = T3Float{s0, s1, s2};
         }
         if (pass == 5) {
             if (weight > 1e-5f)
