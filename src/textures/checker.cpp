@@ -81,6 +81,18 @@ bool TdnChecker::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigne
     const Samples s(block, first, count);
     const TvectorDataHandle contrast = block.vectorInputValue(aContrast, first, count);
 
+    // Colour effects that are the same for every sample, as they usually
+    // are, are read once.
+    const bool effectsConstant = s.invert.isConstant() && s.alphaIsLuminance.isConstant() &&
+                                 s.gain.isConstant() && s.offset.isConstant() &&
+                                 s.alphaGain.isConstant() && s.alphaOffset.isConstant();
+    const bool invert = s.invert[0].asBool();
+    const bool alphaIsLuminance = s.alphaIsLuminance[0].asBool();
+    const float* gain = s.gain[0].asFloats();
+    const float* offset = s.offset[0].asFloats();
+    const float alphaGain = s.alphaGain[0].asFloat();
+    const float alphaOffset = s.alphaOffset[0].asFloat();
+
     bool done[kChunk], need1[kChunk], need2[kChunk];
     Weights w[kChunk];
     const float* c1[kChunk];
@@ -90,7 +102,8 @@ bool TdnChecker::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigne
         // Pass 1: weights, and which colour each sample sees.
         for (unsigned j = 0; j < n; ++j) {
             const int i = int(base + j);
-            done[j] = s.outside(i);
+            // The outside test inline; an outside sample takes the default.
+            done[j] = isOutside(s.u(i), s.v(i)) && s.outside(i);
             if (done[j]) {
                 need1[j] = need2[j] = false;
                 continue;
@@ -106,11 +119,25 @@ bool TdnChecker::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigne
         fetchRuns(block, aColor2, need2, first + base, n, c2);
         // Pass 3: the mix; alpha is the weight of color1.
         static const float kNone[3] = {0.0f, 0.0f, 0.0f};
+        if (!effectsConstant) {
+            for (unsigned j = 0; j < n; ++j) {
+                if (done[j])
+                    continue;
+                s.finish(int(base + j), mix(w[j], c1[j] ? c1[j] : kNone, c2[j] ? c2[j] : kNone),
+                         w[j].w1);
+            }
+            continue;
+        }
+        // The effects read once for the batch: the same steps as finish.
         for (unsigned j = 0; j < n; ++j) {
             if (done[j])
                 continue;
-            s.finish(int(base + j), mix(w[j], c1[j] ? c1[j] : kNone, c2[j] ? c2[j] : kNone),
-                     w[j].w1);
+            const int i = int(base + j);
+            T3Float c = mix(w[j], c1[j] ? c1[j] : kNone, c2[j] ? c2[j] : kNone);
+            float a = alphaIsLuminance ? luminance(c) : w[j].w1;
+            colorEffects(invert, gain, offset, alphaGain, alphaOffset, c, a);
+            s.outColor[i].set(c);
+            s.outAlpha[i].set(a);
         }
     }
     return true;
