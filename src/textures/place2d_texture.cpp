@@ -286,6 +286,7 @@ bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
                                 wrapU.isConstant() && wrapV.isConstant() && mirrorU.isConstant() &&
                                 mirrorV.isConstant() && stagger.isConstant() && fast.isConstant();
     const Params paramsOnce = paramsAt(0);
+    Params varying; // this sample's, when they vary
     // A reader of the filter size alone (a texture reads it apart from the
     // coordinate) needs only steps 1 to 5.
     const Tattribute* asked = plug.attribute();
@@ -306,7 +307,9 @@ bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
                 const float* in = uv[i].asFloats();
                 const float* fs = size[i].asFloats();
                 float scaled[2];
-                placeFilterSize(paramsConstant ? paramsOnce : paramsAt(i),
+                if (!paramsConstant)
+                    varying = paramsAt(i);
+                placeFilterSize(paramsConstant ? paramsOnce : varying,
                                 rotateFrame.isConstant() ? frameOnce : frameRecords[j],
                                 rotateUV.isConstant() ? uvOnce : uvRecords[j], fDoTransform, in[0],
                                 in[1], fs[0], fs[1], scaled);
@@ -319,7 +322,9 @@ bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
             const float* in = uv[i].asFloats();
             const float* fs = size[i].asFloats();
             float placed[2], scaled[2];
-            place(paramsConstant ? paramsOnce : paramsAt(i),
+            if (!paramsConstant)
+                varying = paramsAt(i);
+            place(paramsConstant ? paramsOnce : varying,
                   rotateFrame.isConstant() ? frameOnce : frameRecords[j],
                   rotateUV.isConstant() ? uvOnce : uvRecords[j],
                   noise.isConstant() ? noiseOnce : noiseRecords[j], fDoTransform, in[0], in[1],
