@@ -173,4 +173,19 @@ TEST(CopyFunctions, ConvertElementWiseBetweenNumericClasses) {
     EXPECT_EQ(OrvoCopyClassCode(m), -1);
 }
 
+TEST(CopyFunctions, ExactCopiesKnowTheirBytes) {
+    TattributeFloat f("f", "f");
+    TattributeDouble d("d", "d");
+    Tattribute3Float c("c", "c");
+    TattributeAddr a("a", "a");
+    // One class on both sides: the class's bytes, 4 and 12.
+    EXPECT_EQ(OrvoCopyBytes(f, f), 4u);
+    EXPECT_EQ(OrvoCopyBytes(c, c), 12u);
+    // A conversion has no byte count: the function runs.
+    EXPECT_EQ(OrvoCopyBytes(f, d), 0u);
+    EXPECT_EQ(OrvoCopyBytes(a, f), 0u);
+    // An address outside the table of classes is copied exactly: 8 bytes.
+    EXPECT_EQ(OrvoCopyBytes(a, a), 8u);
+}
+
 } // namespace

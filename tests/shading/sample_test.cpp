@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <vector>
 
 #include "shading/opus.h"
@@ -88,6 +89,42 @@ TEST(SampleAccess, ConfirmSetFillsOnlyWhatIsMissing) {
     s.sample.confirmSet(fields);
     EXPECT_EQ(s.sample.outColor()->x, 0.0f); // the default replaced the garbage
     EXPECT_EQ(s.sample.uvCoord()->x, 0.5f);  // a set field is left alone
+}
+
+TEST(SampleAccess, ConfirmSetForABatchKeepsWhatEachSampleSet) {
+    // Three samples of one layout (outColor at 40, uvCoord at 52) full of
+    // garbage. The first and the third have uvCoord set; the second has
+    // outColor set instead, so the copies listed for the first don't fit it.
+    unsigned offsets[65] = {};
+    offsets[TsampleFields::outColor] = 40;
+    offsets[TsampleFields::uvCoord] = 52;
+    offsets[64] = 60;
+    alignas(16) std::byte storage[3][64];
+    std::memset(storage, 0x7f, sizeof storage);
+    Tsample* samples[3];
+    for (int i = 0; i < 3; ++i) {
+        samples[i] = reinterpret_cast<Tsample*>(storage[i]);
+        samples[i]->initialize(nullptr, nullptr, offsets);
+    }
+    samples[0]->setUvCoord(0.25f, 0.5f);
+    samples[1]->setOutColor(T3Float{0.5f, 0.75f, 1.0f});
+    samples[2]->setUvCoord(0.125f, 0.0f);
+    TbitField64 fields;
+    fields.set(TsampleFields::outColor);
+    fields.set(TsampleFields::uvCoord);
+    Tsample::confirmSet(fields, 3, samples);
+    // The first and the third: outColor is the default 0, 0, 0, uvCoord
+    // is theirs.
+    for (int i : {0, 2}) {
+        EXPECT_EQ(samples[i]->outColor()->x, 0.0f) << i;
+        EXPECT_EQ(samples[i]->outColor()->z, 0.0f) << i;
+    }
+    EXPECT_EQ(samples[0]->uvCoord()->x, 0.25f);
+    EXPECT_EQ(samples[2]->uvCoord()->x, 0.125f);
+    // The second keeps its colour and gets the default uvCoord 0, 0.
+    EXPECT_EQ(samples[1]->outColor()->y, 0.75f);
+    EXPECT_EQ(samples[1]->uvCoord()->x, 0.0f);
+    EXPECT_EQ(samples[1]->uvCoord()->y, 0.0f);
 }
 
 TEST(SampleAccess, IlluminationSlotsGroupNeighboursWithTheSameIndex) {

@@ -219,4 +219,52 @@ TEST_F(Placement, RunOfSamplesEqualsSamplesOneByOne) {
                 << a->longName() << " " << e;
 }
 
+TEST_F(Placement, FilterSizeAloneEqualsTheWholePlacement) {
+    // A reader of the filter size alone runs only its steps; on samples that
+    // are outside, without coverage, scaled and rotated, it must
+    // give what the whole placement gives.
+    const unsigned n = 12;
+    TordinaryDataBlock whole(p, n), alone(p, n);
+    for (TordinaryDataBlock* b : {&whole, &alone})
+        for (unsigned e = 0; e < n; ++e) {
+            auto put = [&](const Tattribute& a, int i, double v) {
+                a.numericSet(b->valueAddress(a, e), i, v);
+            };
+            const bool outside = e == 1;
+            put(TdnPlace2dTx::aUvCoord, 0, outside ? -1e7 : 0.1 * e);
+            put(TdnPlace2dTx::aUvCoord, 1, outside ? -1e7 : 0.05 * e);
+            put(TdnPlace2dTx::aUvFilterSize, 0, 0.01 * (e + 1));
+            put(TdnPlace2dTx::aUvFilterSize, 1, 0.02);
+            put(TdnPlace2dTx::aCoverage, 0, e == 2 ? 0.0 : 0.5);
+            put(TdnPlace2dTx::aCoverage, 1, 1.0);
+            put(TdnPlace2dTx::aRepeatUV, 0, 3.0);
+            put(TdnPlace2dTx::aRepeatUV, 1, 2.0);
+            put(TdnPlace2dTx::aWrapU, 0, 1.0);
+            put(TdnPlace2dTx::aWrapV, 0, 1.0);
+            put(TdnPlace2dTx::aRotateUV, 0, e >= 6 ? 0.3 : 0.0);
+            put(TdnPlace2dTx::aRotateFrame, 0, e >= 9 ? 0.2 : 0.0);
+        }
+    ASSERT_TRUE(p->vectorComputePlug(Tplug(p, &TdnPlace2dTx::aOutUV), whole, 0, n));
+    ASSERT_TRUE(p->vectorComputePlug(Tplug(p, &TdnPlace2dTx::aOutUvFilterSize), alone, 0, n));
+    for (unsigned e = 0; e < n; ++e)
+        for (const Tattribute* a :
+             {&TdnPlace2dTx::aOutUvFilterSizeX, &TdnPlace2dTx::aOutUvFilterSizeY})
+            EXPECT_EQ(a->numericGet(alone.valueAddress(*a, e), 0),
+                      a->numericGet(whole.valueAddress(*a, e), 0))
+                << a->longName() << " " << e;
+    // Without rotation the box is scaled by repeat / coverage: 3 / 0.5 = 6
+    // on U, 2 on V; an outside sample and an empty coverage keep it.
+    EXPECT_FLOAT_EQ(float(TdnPlace2dTx::aOutUvFilterSizeX.numericGet(
+                        alone.valueAddress(TdnPlace2dTx::aOutUvFilterSizeX, 0), 0)),
+                    6.0f * 0.01f);
+    EXPECT_FLOAT_EQ(float(TdnPlace2dTx::aOutUvFilterSizeY.numericGet(
+                        alone.valueAddress(TdnPlace2dTx::aOutUvFilterSizeY, 3), 0)),
+                    2.0f * 0.02f);
+    for (unsigned e : {1u, 2u})
+        EXPECT_FLOAT_EQ(float(TdnPlace2dTx::aOutUvFilterSizeX.numericGet(
+                            alone.valueAddress(TdnPlace2dTx::aOutUvFilterSizeX, e), 0)),
+                        0.01f * float(e + 1))
+            << e;
+}
+
 } // namespace
