@@ -172,19 +172,25 @@ void Tsample::confirmSet(TbitField64 fields) {
 void Tsample::confirmSet(TbitField64 fields, unsigned count, Tsample* const* samples) {
     if (count == 0)
         return;
+    // The copies the first sample needs, by size: each list copies its
+    // values with one inline move.
     struct Step {
         uint32_t offset;
-        uint32_t size;
         const std::byte* from;
     };
-    Step steps[TsampleFields::kCount];
-    unsigned n = 0;
+    Step small[4][TsampleFields::kCount]; // 4, 8, 12 bytes and other sizes
+    unsigned sizes[TsampleFields::kCount];
+    unsigned n[4] = {0, 0, 0, 0};
     const Tsample& first = *samples[0];
     const std::byte* defaultStorage = defaults().storage;
     for (uint64_t missing = fields.bits() & ~first.fSet; missing; missing &= missing - 1) {
         const unsigned i = unsigned(__builtin_ctzll(missing));
-        if (first.fOffsets[i])
-            steps[n++] = {first.fOffsets[i], kSizes[i], defaultStorage + kOffsets[i]};
+        if (!first.fOffsets[i])
+            continue;
+        const unsigned list = kSizes[i] == 4 ? 0 : kSizes[i] == 8 ? 1 : kSizes[i] == 12 ? 2 : 3;
+        if (list == 3)
+            sizes[n[3]] = kSizes[i];
+        small[list][n[list]++] = {first.fOffsets[i], defaultStorage + kOffsets[i]};
     }
     for (unsigned s = 0; s < count; ++s) {
         Tsample& sample = *samples[s];
@@ -193,23 +199,14 @@ void Tsample::confirmSet(TbitField64 fields, unsigned count, Tsample* const* sam
             continue;
         }
         auto* base = reinterpret_cast<std::byte*>(&sample);
-        for (unsigned k = 0; k < n; ++k) {
-            std::byte* to = base + steps[k].offset;
-            switch (steps[k].size) {
-            case 4:
-                std::memcpy(to, steps[k].from, 4);
-                break;
-            case 8:
-                std::memcpy(to, steps[k].from, 8);
-                break;
-            case 12:
-                std::memcpy(to, steps[k].from, 12);
-                break;
-            default:
-                std::memcpy(to, steps[k].from, steps[k].size);
-                break;
-            }
-        }
+        for (unsigned k = 0; k < n[0]; ++k)
+            std::memcpy(base + small[0][k].offset, small[0][k].from, 4);
+        for (unsigned k = 0; k < n[1]; ++k)
+            std::memcpy(base + small[1][k].offset, small[1][k].from, 8);
+        for (unsigned k = 0; k < n[2]; ++k)
+            std::memcpy(base + small[2][k].offset, small[2][k].from, 12);
+        for (unsigned k = 0; k < n[3]; ++k)
+            std::memcpy(base + small[3][k].offset, small[3][k].from, sizes[k]);
     }
 }
 
