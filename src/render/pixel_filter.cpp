@@ -38,6 +38,11 @@ float OrvoHashToUnit(uint32_t a, uint32_t b, uint32_t c, uint32_t d) {
 void OrvoSampleOffset(unsigned x, unsigned y, unsigned index, unsigned count, uint32_t seed,
                       float& offsetX, float& offsetY) {
     count = std::max(1u, count);
+    if (count == 1) {
+        // One sample a pixel looks through the pixel's centre.
+        offsetX = offsetY = 0.5f;
+        return;
+    }
     index = std::min(index, count - 1);
     const unsigned columns = unsigned(std::ceil(std::sqrt(double(count))));
     const unsigned rows = (count + columns - 1) / columns;

@@ -5,7 +5,8 @@
 // Samples are stratified: a pixel is cut into a grid of ceil(sqrt(spp))
 // columns and as many rows as the count needs, and each sample is jittered
 // inside its own cell. Square counts (1, 4, 9, 16...) fill every cell;
-// other counts give the last row fewer, wider cells. The jitter is a hash
+// other counts give the last row fewer, wider cells. A single sample goes
+// through the pixel's centre. The jitter is a hash
 // of the pixel, the sample and the frame, so a render does not depend on
 // which thread shades which tile.
 //

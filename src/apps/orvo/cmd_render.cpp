@@ -104,6 +104,7 @@ std::unique_ptr<TdependGraph> loadDefaultScene() {
 }
 
 int runRender(const RenderOptions& options) {
+    InterruptGuard interrupts;
     if (options.resolution.size() != 2 || options.resolution[0] == 0 ||
         options.resolution[1] == 0 || options.resolution[0] > 16384 ||
         options.resolution[1] > 16384)
@@ -149,7 +150,6 @@ int runRender(const RenderOptions& options) {
     Trenderer renderer(settings);
 
     const bool terminal = ::isatty(STDERR_FILENO) == 1;
-    InterruptGuard interrupts;
     const auto start = std::chrono::steady_clock::now();
     uint64_t samples = 0;
     unsigned frames = 0;
