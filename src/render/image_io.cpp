@@ -50,6 +50,8 @@ void OrvoWriteImage(const std::string& path, const TrenderedImage& image, Timage
     if (format == TimageFormat::Png) {
         OIIO::ImageSpec spec(int(image.width), int(image.height), 4, OIIO::TypeDesc::UINT8);
         spec.alpha_channel = 3;
+        // The bytes go out as they are: no division by alpha on the way.
+        spec.attribute("oiio:UnassociatedAlpha", 1);
         const std::vector<uint8_t> bytes = OrvoEncodeRgba8(image);
         written = out->open(temporary.string(), spec) &&
                   out->write_image(OIIO::TypeDesc::UINT8, bytes.data());
@@ -80,7 +82,10 @@ void OrvoWriteImage(const std::string& path, const TrenderedImage& image, Timage
 }
 
 std::vector<uint8_t> OrvoReadRgba8(const std::string& path, unsigned& width, unsigned& height) {
-    auto in = OIIO::ImageInput::open(path);
+    // The bytes as the file holds them, not multiplied by alpha.
+    OIIO::ImageSpec config;
+    config.attribute("oiio:UnassociatedAlpha", 1);
+    auto in = OIIO::ImageInput::open(path, &config);
     if (!in)
         throw TrenderError(
             fmt::format("{}: error: cannot read the image: {}", path, OIIO::geterror()));

@@ -12,7 +12,9 @@
 #include "render/pixel_filter.h"
 
 enum class TimageFormat {
-    Png,      // 8 bits a channel, RGBA, colour encoded for display (sRGB)
+    // 8 bits a channel, RGBA, colour encoded for display (sRGB). The colour
+    // is written as rendered, background included, beside the alpha.
+    Png,
     ExrHalf,  // 16-bit float, linear: R, G, B, A and matteOpacity
     ExrFloat, // the same in 32-bit float
 };
