@@ -12,8 +12,8 @@ void TembreeRaySampler::traceShadowRays(const TdependNode*, unsigned count, Tgen
     TrayTracer* tracer = TrayTracer::current();
     if (!tracer || count == 0)
         return; // outside a render thread nothing can be traced: the light is unblocked
-    fRays.fetch_add(count, std::memory_order_relaxed);
-    tracer->traceShadowRays(count, rays, transmission, fraction, depthLimit);
+    fRays.fetch_add(tracer->traceShadowRays(count, rays, transmission, fraction, depthLimit),
+                    std::memory_order_relaxed);
 }
 
 void TembreeRaySampler::traceRays(const TdependNode*, unsigned count, TgenericRay** rays,
@@ -29,8 +29,8 @@ void TembreeRaySampler::traceRays(const TdependNode*, unsigned count, TgenericRa
         }
         return;
     }
-    fRays.fetch_add(count, std::memory_order_relaxed);
-    tracer->traceRays(count, rays, colours, transmissions, hits);
+    fRays.fetch_add(tracer->traceRays(count, rays, colours, transmissions, hits),
+                    std::memory_order_relaxed);
 }
 
 void TembreeRaySampler::backgroundColor(Tspectrum& colour) const {

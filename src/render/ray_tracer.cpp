@@ -193,8 +193,8 @@ void TrayTracer::renderTile(unsigned x0, unsigned y0, unsigned x1, unsigned y1, 
     leave();
 }
 
-void TrayTracer::traceRays(unsigned count, TgenericRay** rays, Tspectrum* colours,
-                           Tspectrum* transmissions, uint8_t* hits) {
+unsigned TrayTracer::traceRays(unsigned count, TgenericRay** rays, Tspectrum* colours,
+                               Tspectrum* transmissions, uint8_t* hits) {
     Level* level = count ? enter() : nullptr;
     if (!level) {
         for (unsigned i = 0; i < count; ++i) {
@@ -204,7 +204,7 @@ void TrayTracer::traceRays(unsigned count, TgenericRay** rays, Tspectrum* colour
             if (hits)
                 hits[i] = 0;
         }
-        return;
+        return 0;
     }
     level->mode = Mode::Shade;
     level->paths.resize(count);
@@ -224,6 +224,7 @@ void TrayTracer::traceRays(unsigned count, TgenericRay** rays, Tspectrum* colour
         if (ray.depth <= fSettings.maxRayDepth && OrvoLength(p.direction) > 0.0f)
             level->active.push_back(i);
     }
+    const unsigned traced = unsigned(level->active.size());
     follow(*level);
     for (unsigned i = 0; i < count; ++i) {
         const TrayPath& p = level->paths[i];
@@ -236,13 +237,14 @@ void TrayTracer::traceRays(unsigned count, TgenericRay** rays, Tspectrum* colour
             rays[i]->maxDistance = p.firstDistance;
     }
     leave();
+    return traced;
 }
 
-void TrayTracer::traceShadowRays(unsigned count, TgenericRay** rays, float* transmission,
-                                 float* fraction, int depthLimit) {
+unsigned TrayTracer::traceShadowRays(unsigned count, TgenericRay** rays, float* transmission,
+                                     float* fraction, int depthLimit) {
     Level* level = count ? enter() : nullptr;
     if (!level)
-        return;
+        return 0;
     level->mode = Mode::Shadow;
     level->paths.resize(count);
     level->active.clear();
@@ -263,6 +265,7 @@ void TrayTracer::traceShadowRays(unsigned count, TgenericRay** rays, float* tran
         if (ray.depth <= depthLimit && OrvoLength(p.direction) > 0.0f && p.far > p.near)
             level->active.push_back(i);
     }
+    const unsigned traced = unsigned(level->active.size());
     follow(*level);
     for (unsigned i = 0; i < count; ++i) {
         const TrayPath& p = level->paths[i];
@@ -272,6 +275,7 @@ void TrayTracer::traceShadowRays(unsigned count, TgenericRay** rays, float* tran
         fraction[i] = p.fraction;
     }
     leave();
+    return traced;
 }
 
 void TrayTracer::defaultMaterial(Level& level, TrayPath& p) const {

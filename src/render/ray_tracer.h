@@ -115,11 +115,12 @@ public:
     // (which must reach the filter radius beyond the rectangle).
     void renderTile(unsigned x0, unsigned y0, unsigned x1, unsigned y1, TpixelSums& sums);
 
-    // The ray sampler's work, on this thread.
-    void traceRays(unsigned count, TgenericRay** rays, Tspectrum* colours, Tspectrum* transmissions,
-                   uint8_t* hits);
-    void traceShadowRays(unsigned count, TgenericRay** rays, float* transmission, float* fraction,
-                         int depthLimit);
+    // The ray sampler's work, on this thread. Each answers how many of the
+    // rays it traced (rays too deep are not).
+    unsigned traceRays(unsigned count, TgenericRay** rays, Tspectrum* colours,
+                       Tspectrum* transmissions, uint8_t* hits);
+    unsigned traceShadowRays(unsigned count, TgenericRay** rays, float* transmission,
+                             float* fraction, int depthLimit);
 
     uint64_t samplesShaded() const { return fSamplesShaded; }
     uint64_t raysTraced() const { return fRaysTraced; }

@@ -14,9 +14,9 @@
 #include "host/arena.h"
 #include "host/graph.h"
 #include "host/messages.h"
-#include "render/embree_ray_sampler.h"
 #include "render/ray_tracer.h"
 #include "render/render_error.h"
+#include "render/render_frame.h"
 #include "render/render_scene.h"
 #include "shading/ray_sampler.h"
 #include "shading/shading_engine.h"
@@ -26,94 +26,6 @@ namespace {
 struct Tile {
     unsigned x0, y0, x1, y1;
 };
-
-// Materials and lights find the ray sampler in their `raySampler` input,
-// a value of the frame that the analysis captures as a constant. It is set
-// on every node that has one before the shading groups compile, and taken
-// away after the frame, so that no node keeps the address of a sampler
-// that is gone.
-class RaySamplerPlugs {
-public:
-    RaySamplerPlugs(TdependGraph& graph, TraySampler* sampler) : fGraph(graph) {
-        void* address = sampler;
-        for (TdependNode* node : graph.nodes()) {
-            const Tattribute* a = node->findAttribute("raySampler");
-            if (!a || a->kind() != TattrKind::Addr)
-                continue;
-            const Tplug plug(node, a);
-            if (!plug.source().isNull())
-                continue;
-            graph.setPlugValue(plug, &address);
-            fPlugs.push_back(plug);
-        }
-    }
-    ~RaySamplerPlugs() {
-        void* none = nullptr;
-        for (const Tplug& plug : fPlugs)
-            fGraph.setPlugValue(plug, &none);
-    }
-    RaySamplerPlugs(const RaySamplerPlugs&) = delete;
-    RaySamplerPlugs& operator=(const RaySamplerPlugs&) = delete;
-
-private:
-    TdependGraph& fGraph;
-    std::vector<Tplug> fPlugs;
-};
-
-// Shading groups and opuses live from the set-up of a frame to its end,
-// whatever way the frame ends.
-class ShadingGroupsInUse {
-public:
-    explicit ShadingGroupsInUse(TrenderWorker& prototype) : fPrototype(prototype) {}
-    ~ShadingGroupsInUse() {
-        TrenderThreadBase::resetShadingGroups();
-        fPrototype.destroyContents();
-    }
-    ShadingGroupsInUse(const ShadingGroupsInUse&) = delete;
-    ShadingGroupsInUse& operator=(const ShadingGroupsInUse&) = delete;
-
-private:
-    TrenderWorker& fPrototype;
-};
-
-// Compiles each shading group on the prototype thread, before any worker
-// starts: for surface shading, and for shadows where the surface lets
-// light through. A group that gives nothing to render is dropped, and its
-// objects fall back to the default material.
-void setUpShadingGroups(TrenderScene& scene, TrenderWorker& prototype,
-                        const std::string& sceneName) {
-    for (TDNshadingEngine* engine : scene.engines()) {
-        TrenderObject* first = nullptr;
-        for (const auto& object : scene.objects())
-            if (object->engine() == engine) {
-                first = object.get();
-                break;
-            }
-        prototype.initShadingGroup(engine);
-        const TbitField64 provided = prototype.startSampling(engine, 0, first);
-        bool usable = provided.test(TsampleFields::outColor);
-        bool opaque = engine->surfaceIsOpaque();
-        if (usable && !opaque) {
-            const TbitField64 shadow = prototype.startSampling(engine, 3, first);
-            opaque = !shadow.test(TsampleFields::outTransparency);
-        }
-        if (!usable)
-            TcommandEngine::displayWarning(
-                fmt::format("{}: shading group '{}' gives no colour; its members render in the "
-                            "default material",
-                            sceneName, engine->name()));
-        for (const auto& object : scene.objects()) {
-            if (object->engine() != engine)
-                continue;
-            if (!usable)
-                object->setEngine(nullptr);
-            object->setOpaque(opaque);
-            object->setRefracting(engine->surfaceIsRefracting());
-        }
-    }
-    for (const auto& object : scene.objects())
-        object->setCompletion(TrayTracer::callback());
-}
 
 } // namespace
 
@@ -137,17 +49,8 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
     stats.objects = scene.objects().size();
     stats.triangles = scene.triangleCount();
 
-    // A colour render, not a swatch.
-    currentRenderPassControl = 0;
-    inSampleSwatchMode = false;
-
-    TstackArena frameArena(theMallocAllocator(), 4096, "orvo render frame");
-    TframeConstants frame(frameArena);
-    TembreeRaySampler sampler(scene, fOptions.maxRayDepth);
-    RaySamplerPlugs plugs(graph, &sampler);
-    TrenderWorker prototype(frame, &sampler);
-    ShadingGroupsInUse inUse(prototype);
-    setUpShadingGroups(scene, prototype, sceneName);
+    TrenderFrameSetup setup(graph, scene, sceneName, fOptions.maxRayDepth);
+    const TrenderWorker& prototype = setup.prototype();
 
     // Tiles in rows from the top.
     const unsigned size = std::max(8u, fOptions.tileSize);
