@@ -71,15 +71,21 @@ void TpixelSums::splat(float x, float y, const TpixelValue& value) {
     const int firstY = std::max(fY0, int(std::ceil(y - 0.5f - TpixelFilter::kRadius)));
     const int lastY =
         std::min(fY0 + int(fHeight) - 1, int(std::floor(y - 0.5f + TpixelFilter::kRadius)));
+    // The filter is separable: the weights of each column once, then rows.
+    constexpr int kMaxSpan = 2 * int(TpixelFilter::kRadius) + 2;
+    float wx[kMaxSpan];
+    const int spanX = std::min(kMaxSpan, lastX - firstX + 1);
+    for (int i = 0; i < spanX; ++i)
+        wx[i] = TpixelFilter::weight1d(float(firstX + i) + 0.5f - x);
     for (int py = firstY; py <= lastY; ++py) {
         const float wy = TpixelFilter::weight1d(float(py) + 0.5f - y);
         if (wy <= 0.0f)
             continue;
-        for (int px = firstX; px <= lastX; ++px) {
-            const float w = wy * TpixelFilter::weight1d(float(px) + 0.5f - x);
+        for (int i = 0; i < spanX; ++i) {
+            const float w = wy * wx[i];
             if (w <= 0.0f)
                 continue;
-            float* s = &fSums[(size_t(py - fY0) * fWidth + size_t(px - fX0)) * kChannels];
+            float* s = &fSums[(size_t(py - fY0) * fWidth + size_t(firstX + i - fX0)) * kChannels];
             s[0] += w * value.r;
             s[1] += w * value.g;
             s[2] += w * value.b;
