@@ -216,7 +216,9 @@ void TSEanalysis::traverseNode(const Tplug& plug, TSEnodeDescription* consumer) 
         if (!root->isWritable() || root->isComputed())
             continue; // outputs are decided by the post-visit
         if (root->isArray()) {
-            processArray(d, *root);
+            if (processArray(d, *root) == 0 && fLightDataPort &&
+                root->longName() == "lightDataArray")
+                lightDataInput(d, *root);
             continue;
         }
         const uint8_t memory = processConnection(d, *root, 0);
@@ -404,6 +406,49 @@ uint8_t TSEanalysis::processArray(TSEnodeDescription& d, const Tattribute& array
     return varying ? 2 : memory.empty() ? 0 : 1;
 }
 
+// A material's unconnected lightDataArray in a group with lights: each
+// sample's array is the records of the lights of its illumination slot,
+// copied in as an array header before the material computes.
+void TSEanalysis::lightDataInput(TSEnodeDescription& d, const Tattribute& array) {
+    d.multis[d.arrayHeader.at(&array)].kind = kVarUseChild;
+    d.kind[array.index()] = kVarUseChild;
+    d.state[array.index()] = 2;
+    TSEconnection c;
+    c.kind = kConnLightData;
+    c.destination = &array;
+    c.memory = 2;
+    d.connections.push_back(std::move(c));
+    fLightsWanted = true;
+}
+
+bool TSEanalysis::satisfyLight(TdependNode* light) {
+    const Tattribute* data = light ? light->findAttribute("lightData") : nullptr;
+    if (!data || data->parent() || !data->isReadable())
+        return false;
+    const unsigned field = TsampleFields::lightData;
+    fRequest = TbitField64();
+    fRequest.set(field);
+    const Tplug plug(light, data);
+    traverseNode(plug, &fRoot);
+    TSEnodeDescription* d = find(light);
+    TSEconnection c;
+    c.upstream = d;
+    c.source = plug;
+    c.field = int(field);
+    if (d && d->state[data->index()] == 2) {
+        c.kind = kConnToField;
+        c.memory = 2;
+    } else {
+        bool zero = false;
+        c.kind = kConnCapturedConstant;
+        c.memory = 1;
+        c.constant = capture(plug, zero);
+    }
+    fRoot.connections.push_back(std::move(c));
+    fProvided = fRequest;
+    return true;
+}
+
 // ---------------------------------------------------------------- layout of samples
 
 void TSEanalysis::buildSampleDataOffsets(TbitField64 request, TbitField64 provided) {
@@ -416,7 +461,10 @@ void TSEanalysis::buildSampleDataOffsets(TbitField64 request, TbitField64 provid
         const std::string name = names[i];
         if (request.test(i) && !provided.test(i))
             fNeeded.set(i);
-        const bool slot = fNeeded.test(i) || (fLightsWanted && name == "lightData") ||
+        // With lights, the renderer says which samples may share their
+        // illumination, and the lights leave their record in the sample.
+        const bool slot = fNeeded.test(i) ||
+                          (fLightsWanted && (name == "lightData" || name == "illuminationIndex")) ||
                           provided.test(i) || request.test(i) || name == "objectId" ||
                           (fSampleType == kVolumeSample && name == "objectType");
         if (!slot)

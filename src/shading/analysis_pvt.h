@@ -76,6 +76,15 @@ public:
 
     // Walks the network from the requested fields. False when none is served.
     bool satisfySampler(TbitField64 request, TbitField64& provided);
+    // A light compiled on its own: its lightData goes to the sample field
+    // of that name. False when the node has no light data.
+    bool satisfyLight(TdependNode* light);
+    // Materials get the gathered lights in their lightDataArray (set before
+    // satisfySampler when the group has lights).
+    void setLightDataPort(bool on) { fLightDataPort = on; }
+    // Fields that the lights of the group read: the samples need them too.
+    void addNeeded(TbitField64 fields) { fNeeded |= fields; }
+    bool lightsWanted() const { return fLightsWanted; }
     void buildSampleDataOffsets(TbitField64 request, TbitField64 provided);
     void cutLoops();
     void segment();
@@ -98,6 +107,7 @@ private:
     uint8_t processConnection(TSEnodeDescription& d, const Tattribute& attribute,
                               uint8_t parentOwn);
     uint8_t processArray(TSEnodeDescription& d, const Tattribute& array);
+    void lightDataInput(TSEnodeDescription& d, const Tattribute& array);
     bool affects(const TSEnodeDescription& d, const Tattribute& from, const Tattribute& to) const;
     std::shared_ptr<std::vector<std::byte>> capture(const Tplug& plug, bool& zero);
 
@@ -123,6 +133,7 @@ private:
     std::map<std::pair<const TSEnodeDescription*, const Tattribute*>, uint16_t> fSegmentOf;
     TbitField64 fRequest, fProvided, fNeeded;
     bool fLightsWanted = false;
+    bool fLightDataPort = false;
     std::vector<unsigned> fOffsets;
     std::vector<std::string> fReport;
 };

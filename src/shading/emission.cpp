@@ -160,6 +160,26 @@ void TSEanalysis::emit(TSEnodeDescription& d, const Tattribute& attribute, int s
             emitCopy(layout, field, blockHalf(d, *c.destination, c.logicalIndex));
             break;
         }
+        case kConnLightData: {
+            // The array header of the sample's slot, whose elements are the
+            // light records: the material walks the records where they lie.
+            TSEdescriptorHalf lights;
+            lights.mode = kDataLightBuilder;
+            lights.attribute = c.destination;
+            lights.strideMultiplier = 1;
+            TSEconnectionDescriptor& copy = layout.descriptors.emplace_back();
+            copy.source = lights;
+            copy.destination = blockHalf(d, *c.destination, Tplug::kNoIndex);
+            TSEinstruction in;
+            in.opcode = kOpCopy;
+            in.copy.descriptor = &copy;
+            in.copy.function = [](const void* from, void* to, const Tattribute*,
+                                  const Tattribute*) {
+                std::memcpy(to, from, sizeof(TmultiHeader));
+            };
+            layout.instructions.push_back(in);
+            break;
+        }
         case kConnConstantBuffer: {
             TSEdescriptorHalf constant;
             constant.mode = kDataConstant;

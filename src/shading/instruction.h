@@ -33,6 +33,9 @@ enum TSEdataMode : uint8_t {
     kDataSampleField = 1, // a field of each sample
     kDataFrameConstant = 2,
     kDataConstant = 3, // a constant buffer
+    // The lights gathered for the sample's illumination slot: an array
+    // header over the light data records that the light opuses wrote.
+    kDataLightBuilder = 4,
 };
 
 // Converts one element; the run loop walks the elements.

@@ -10,7 +10,9 @@
 #include "host/node_mutex.h"
 #include "host/shadingnode.h"
 #include "shading/dispatch_compute.h"
+#include "shading/render_thread.h"
 #include "shading/sample.h"
+#include "shading/sample_manager.h"
 #include "shading/shading_engine.h"
 
 // ---------------------------------------------------------------- the frame
@@ -20,8 +22,9 @@
 // flags of the segments.
 class TshadingOpus::Frame final : public TrenderingEvaluator {
 public:
-    Frame(const TshadingOpus& opus, Tsample** samples, unsigned count, void* memory)
-        : fOpus(opus), fSamples(samples), fCount(count) {
+    Frame(const TshadingOpus& opus, Tsample** samples, unsigned count, void* memory,
+          TmultiHeader* lights = nullptr, const uint16_t* slotOf = nullptr)
+        : fOpus(opus), fSamples(samples), fCount(count), fLights(lights), fSlotOf(slotOf) {
         auto* at = static_cast<std::byte*>(memory);
         fBlocks = reinterpret_cast<TdataBlockRendering*>(at);
         at += sizeof(TdataBlockRendering) * opus.fLayout.blockCount;
@@ -60,7 +63,8 @@ public:
 
     void computeValue(uint16_t segment, const Tattribute& attribute, uint8_t** value,
                       TdataBlock** block, unsigned first, unsigned count) override;
-    void sampleLights(unsigned, unsigned, unsigned, T3Float*, TlightData**) override {}
+    void sampleLights(unsigned first, unsigned count, unsigned flags, T3Float* points,
+                      TlightData** table) override;
 
 private:
     void run(uint32_t begin, uint32_t end, unsigned first, unsigned count);
@@ -97,6 +101,8 @@ private:
     const TshadingOpus& fOpus;
     Tsample** fSamples;
     unsigned fCount;
+    TmultiHeader* fLights; // the light records of each illumination slot
+    const uint16_t* fSlotOf;
     TdataBlockRendering* fBlocks;
     uint8_t* fSegmentFlags;
     std::byte* fStacks;
@@ -201,6 +207,8 @@ std::byte* TshadingOpus::Frame::address(const TSEdescriptorHalf& half, unsigned 
         }
         return const_cast<std::byte*>(static_cast<const std::byte*>(sample->field(half.block)));
     }
+    case kDataLightBuilder:
+        return fLights ? reinterpret_cast<std::byte*>(fLights + fSlotOf[element]) : nullptr;
     default:
         return const_cast<std::byte*>(static_cast<const std::byte*>(half.raw));
     }
@@ -217,6 +225,8 @@ void TshadingOpus::Frame::copy(const TSEinstruction& in, unsigned first, unsigne
         if (!destination)
             continue; // a sample without a slot for this field
         const void* source = fromStack ? fromStack : address(d.source, e, false);
+        if (!source)
+            continue;
         in.copy.function(source, destination, d.source.attribute, d.destination.attribute);
     }
 }
@@ -314,6 +324,53 @@ void TshadingOpus::Frame::computeValue(uint16_t segment, const Tattribute& attri
     }
 }
 
+// Light at arbitrary points (a volume marching through a shadow, say): each
+// point gets a copy of the sample at `first` moved there, and the lights
+// of the sample's object run over those copies. table[i][n] receives the
+// record of the n-th light at point i.
+void TshadingOpus::Frame::sampleLights(unsigned first, unsigned count, unsigned, T3Float* points,
+                                       TlightData** table) {
+    const TshadingOpus& opus = fOpus;
+    if (!opus.fLightCount || first >= fCount || opus.fFieldOffsets.empty())
+        return;
+    const size_t size = OrvoAlignUp(opus.fFieldOffsets.back(), 8);
+    auto* memory = static_cast<std::byte*>(alloca(size * count + 8));
+    memory = reinterpret_cast<std::byte*>(OrvoAlignUp(reinterpret_cast<uintptr_t>(memory), 8));
+    auto** copies = static_cast<Tsample**>(alloca(sizeof(Tsample*) * count));
+    for (unsigned i = 0; i < count; ++i) {
+        std::memcpy(memory + size * i, static_cast<const void*>(fSamples[first]), size);
+        copies[i] = reinterpret_cast<Tsample*>(memory + size * i);
+        copies[i]->setPointCamera(points[i]);
+    }
+    const TbitFieldFixedN* row = nullptr;
+    if (TsampleBatch* batch = fSamples[first]->batch())
+        if (auto* group = static_cast<TrenderGroupBase*>(batch->renderGroup())) {
+            const int index = group->objectIndex();
+            if (index >= 0 && size_t(index) < opus.fLitBy.size())
+                row = &opus.fLitBy[size_t(index)];
+        }
+    size_t frameBytes = 0;
+    for (const TshadingOpus* light : opus.fLightOpuses)
+        if (light)
+            frameBytes = std::max(frameBytes, bytesFor(*light, count));
+    void* lightMemory = alloca(frameBytes + 16);
+    unsigned done = 0;
+    for (unsigned l = 0; l < opus.fLightCount; ++l) {
+        const TshadingOpus* light = opus.fLightOpuses[l];
+        if (!light || (row && !row->test(l)))
+            continue;
+        {
+            Frame frame(*light, copies, count, lightMemory);
+            frame.runSegment(1, 0, count);
+        }
+        for (unsigned i = 0; i < count; ++i)
+            if (table[i])
+                table[i][done] =
+                    *static_cast<const TlightData*>(copies[i]->field(TsampleFields::lightData));
+        ++done;
+    }
+}
+
 // ---------------------------------------------------------------- the opus
 
 TshadingOpus::TshadingOpus(TdependNode* node, unsigned option)
@@ -391,10 +448,105 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     for (unsigned s = 0; s < count; ++s)
         samples[s]->confirmSet(fNeeds);
     // Everything the run needs comes from the stack: no heap on this path.
+    TmultiHeader* lights = nullptr;
+    uint16_t* slotOf = nullptr;
+    if (fLightCount) {
+        slotOf = static_cast<uint16_t*>(alloca(sizeof(uint16_t) * count));
+        auto* representative = static_cast<uint16_t*>(alloca(sizeof(uint16_t) * count));
+        const unsigned slots = illuminationSlots(count, samples, slotOf, representative);
+        lights = static_cast<TmultiHeader*>(alloca(sizeof(TmultiHeader) * slots));
+        auto* storage = static_cast<std::byte*>(alloca(size_t(fLightBuilderSize) * slots + 8));
+        storage =
+            reinterpret_cast<std::byte*>(OrvoAlignUp(reinterpret_cast<uintptr_t>(storage), 8));
+        runLights(count, samples, slots, slotOf, representative, lights, storage);
+    }
     const size_t bytes = Frame::bytesFor(*this, count);
     void* memory = alloca(bytes);
-    Frame frame(*this, samples, count, memory);
+    Frame frame(*this, samples, count, memory, lights, slotOf);
     frame.runSegment(1, 0, count);
+}
+
+void TshadingOpus::runLights(unsigned count, Tsample** samples, unsigned slots,
+                             const uint16_t* slotOf, const uint16_t* representative,
+                             TmultiHeader* builders, std::byte* storage) const {
+    // The object's row of lights; without a group that knows its object,
+    // every light of the group.
+    const TbitFieldFixedN* row = nullptr;
+    if (TsampleBatch* batch = samples[0]->batch())
+        if (auto* group = static_cast<TrenderGroupBase*>(batch->renderGroup())) {
+            const int index = group->objectIndex();
+            if (index >= 0 && size_t(index) < fLitBy.size())
+                row = &fLitBy[size_t(index)];
+        }
+    auto** reps = static_cast<Tsample**>(alloca(sizeof(Tsample*) * slots));
+    for (unsigned k = 0; k < slots; ++k)
+        reps[k] = samples[representative[k]];
+    size_t frameBytes = 0;
+    for (const TshadingOpus* light : fLightOpuses)
+        if (light)
+            frameBytes = std::max(frameBytes, Frame::bytesFor(*light, slots));
+    void* memory = alloca(frameBytes + 16);
+
+    const Tattribute& record = TDNshadingEngine::aBogusAttribute;
+    const uint32_t stride = TmultiBuilder::calcStride(record);
+    const uint32_t valueAt = TmultiBuilder::valueOffset(record);
+    unsigned done = 0;
+    for (unsigned i = 0; i < fLightCount; ++i) {
+        const TshadingOpus* light = fLightOpuses[i];
+        if (!light || (row && !row->test(i)))
+            continue;
+        {
+            Frame frame(*light, reps, slots, memory);
+            frame.runSegment(1, 0, slots);
+        } // the light's blocks are torn down before the next light runs
+        for (unsigned k = 0; k < slots; ++k) {
+            std::byte* element = storage + size_t(k) * fLightBuilderSize + size_t(done) * stride;
+            const uint32_t logical = done;
+            std::memcpy(element, &logical, 4);
+            const auto* data =
+                static_cast<const TlightData*>(reps[k]->field(TsampleFields::lightData));
+            std::memcpy(element + valueAt, data, sizeof(TlightData));
+            if (auto* const* table =
+                    static_cast<TlightData* const*>(reps[k]->slot(TsampleFields::lightTable)))
+                if (*table)
+                    (*table)[done] = *data;
+        }
+        ++done;
+    }
+    for (unsigned k = 0; k < slots; ++k) {
+        TmultiHeader* h = new (builders + k) TmultiHeader();
+        TmultiHandle::setHeaderBits(*h, done, stride);
+        h->data = done ? storage + size_t(k) * fLightBuilderSize : nullptr;
+    }
+    // Samples that share a slot share its records; a light table of their
+    // own gets a copy.
+    for (unsigned s = 0; s < count; ++s) {
+        const Tsample* rep = reps[slotOf[s]];
+        if (rep == samples[s] || !done)
+            continue;
+        auto* const* mine =
+            static_cast<TlightData* const*>(samples[s]->slot(TsampleFields::lightTable));
+        auto* const* theirs = static_cast<TlightData* const*>(rep->slot(TsampleFields::lightTable));
+        if (mine && *mine && theirs && *theirs)
+            std::memcpy(*mine, *theirs, sizeof(TlightData) * done);
+    }
+}
+
+void TshadingOpus::addIlluminationData(std::vector<TbitFieldFixedN> rows, unsigned lights) {
+    fLitBy = std::move(rows);
+    fLightCount = lights;
+    fLightOpuses.assign(lights, nullptr);
+    fLightBuilderSize =
+        unsigned(TmultiBuilder::computeSize(TDNshadingEngine::aBogusAttribute, lights));
+    fPerSampleSize += fLightBuilderSize + unsigned(sizeof(TmultiHeader));
+}
+
+void TshadingOpus::addIlluminatingLight(unsigned i, TshadingOpus* light) {
+    if (i >= fLightOpuses.size())
+        return;
+    fLightOpuses[i] = light;
+    // One reservation of the frame serves the group and every light.
+    fFrameSize = std::max(fFrameSize, light ? light->fFrameSize : 0u);
 }
 
 void TshadingOpus::computeValue(void* frame, uint16_t segment, const Tattribute* attribute,
@@ -421,4 +573,11 @@ void TshadingOpus::releaseOpus() {
             if (e.fills && e.fills[i])
                 e.fills[i]->release();
     fUserTable.clear();
+    // Light opuses are shared between groups through the table: give back
+    // this group's reference.
+    std::vector<TshadingOpus*> lights;
+    lights.swap(fLightOpuses);
+    for (TshadingOpus* light : lights)
+        if (light && light->node() != fNode)
+            TrenderThreadBase::deleteOpus(light->node(), kTSElightOption, false);
 }

@@ -120,6 +120,16 @@ public:
     static void sampleLights(void* frame, unsigned first, unsigned count, unsigned flags,
                              T3Float* points, TlightData** table);
 
+    // Lights: the lit-by rows of the group's members and one light opus per
+    // light number (null until added; a null light is skipped).
+    void addIlluminationData(std::vector<TbitFieldFixedN> rows, unsigned lights);
+    void addIlluminatingLight(unsigned i, TshadingOpus* light);
+    const TshadingOpus* illuminatingLight(unsigned i) const {
+        return i < fLightOpuses.size() ? fLightOpuses[i] : nullptr;
+    }
+    // Bytes of one slot's array of light records.
+    unsigned lightBuilderSize() const { return fLightBuilderSize; }
+
     void releaseOpus();
     void resetShadeVectorHistogram() {}
     void printShadeVectorHistogram() const {}
@@ -138,4 +148,13 @@ private:
     std::vector<unsigned> fFieldOffsets;
     TSEopusLayout fLayout;
     TSEudSampleTable fUserTable;
+    std::vector<TbitFieldFixedN> fLitBy;
+    std::vector<TshadingOpus*> fLightOpuses;
+    unsigned fLightBuilderSize = 0;
+
+    // Runs the light opuses over one sample of each illumination slot and
+    // fills each slot's array of light records.
+    void runLights(unsigned count, Tsample** samples, unsigned slots, const uint16_t* slotOf,
+                   const uint16_t* representative, TmultiHeader* builders,
+                   std::byte* storage) const;
 };

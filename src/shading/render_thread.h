@@ -41,6 +41,11 @@ class TrenderGroupBase {
 public:
     virtual ~TrenderGroupBase() = default;
     virtual unsigned objectId() const { return 0; }
+    // The object's position among the members of its shading group (the
+    // order of completeGroupedMembers), which picks its row of lights; -1
+    // when the renderer doesn't know it, and then every light of the group
+    // lights it.
+    virtual int objectIndex() const { return -1; }
     virtual const TgeoManagerBase* geometryManager() const { return nullptr; }
     virtual bool receiveShadows() const { return true; }
     // Called with each shaded batch: the option, the group, the samples.

@@ -71,6 +71,8 @@ TSEsampleType TDNshadingEngine::sampleTypeOf(TSEoption option) {
         return kVolumeSample; // the volume analyser
     case 2:
         return kDisplacementSample;
+    case kTSElightOption:
+        return kLightSample;
     default:
         return kSurfaceSample;
     }
@@ -110,6 +112,10 @@ bool TDNshadingEngine::analyse(TSEoption option, TbitField64* provided, TframeSa
         return false;
 
     TSEanalysis analysis(*this, option);
+    if (!fLightsGathered)
+        gatherLights();
+    const std::vector<Tplug>& lights = fLights[0].lights;
+    analysis.setLightDataPort(!lights.empty());
     const TbitField64 request = samplerRequest(option);
     TbitField64 served;
     if (!analysis.satisfySampler(request, served)) {
@@ -119,11 +125,26 @@ bool TDNshadingEngine::analyse(TSEoption option, TbitField64* provided, TframeSa
     }
     if (geometry)
         (void)geometry->fieldsWanted();
+    // Each light is compiled once, for every group it lights; the samples
+    // of this group must hold what the lights read.
+    std::vector<TshadingOpus*> lightOpuses;
+    if (analysis.lightsWanted())
+        for (const Tplug& light : lights) {
+            TshadingOpus* lightOpus = compileLight(light.node());
+            if (lightOpus)
+                analysis.addNeeded(lightOpus->needs());
+            lightOpuses.push_back(lightOpus);
+        }
     analysis.buildSampleDataOffsets(request, served);
     analysis.cutLoops();
     analysis.segment();
     auto opus = std::make_unique<TshadingOpus>(this, option);
     analysis.distribute(*opus);
+    if (!lightOpuses.empty()) {
+        opus->addIlluminationData(fLights[0].rows, unsigned(lightOpuses.size()));
+        for (size_t i = 0; i < lightOpuses.size(); ++i)
+            opus->addIlluminatingLight(unsigned(i), lightOpuses[i]);
+    }
     slot.offsets = analysis.offsets();
     slot.sampleSize = slot.offsets.back();
     slot.needed = analysis.needed();
@@ -138,6 +159,30 @@ bool TDNshadingEngine::analyse(TSEoption option, TbitField64* provided, TframeSa
     if (provided)
         *provided = served;
     return true;
+}
+
+TshadingOpus* TDNshadingEngine::compileLight(TdependNode* light) {
+    // Groups compile on several threads at once; a light is compiled by the
+    // first group that needs it and found in the table by the others.
+    static std::mutex compiling;
+    std::lock_guard lock(compiling);
+    TshadingOpus** record = nullptr;
+    if (TrenderThreadBase::getOpus(record, light, kTSElightOption))
+        return *record;
+    TSEanalysis analysis(*this, kTSElightOption);
+    if (!analysis.satisfyLight(light)) {
+        TrenderThreadBase::deleteOpus(light, kTSElightOption, true);
+        return nullptr;
+    }
+    TbitField64 request;
+    request.set(TsampleFields::lightData);
+    analysis.buildSampleDataOffsets(request, request);
+    analysis.cutLoops();
+    analysis.segment();
+    auto opus = std::make_unique<TshadingOpus>(light, kTSElightOption);
+    analysis.distribute(*opus);
+    *record = opus.release();
+    return *record;
 }
 
 void TDNshadingEngine::releaseOpus(TSEoption option) {
@@ -203,10 +248,16 @@ void TDNshadingEngine::initializeConnected(TframeSampleData* frame, TbaseDeepRas
     fRaster = raster;
     for (const Tattribute* shader : {&aSurfaceShader, &aVolumeShader, &aDisplacementShader})
         buildNodeTable(Tplug(this, shader).source());
+    gatherLights();
+    // Lights and what feeds them are prepared for the frame like the rest.
+    for (const LightPass& pass : fLights)
+        for (const Tplug& light : pass.lights)
+            buildNodeTable(light);
     processNodeTable(frame);
 }
 
 void TDNshadingEngine::resetShadingEngine() {
+    fLightsGathered = false; // links may have changed since
     if (!fInitialized) {
         // Opuses may exist without a render set-up (a compile from a tool).
         for (TSEoption option = 0; option < kTSEoptionCount; ++option)
@@ -350,6 +401,17 @@ void TDNshadingEngine::compileReport(std::ostream& out, TSEoption option, bool d
     out << "  provides: " << (served.empty() ? "-" : served) << '\n';
     out << "  needs from the sample: " << (needed.empty() ? "-" : needed) << '\n';
     out << "  surface is opaque: " << (fSurfaceIsOpaque ? "yes" : "no") << '\n';
+    if (opus->numberOfLights()) {
+        std::string names;
+        for (unsigned i = 0; i < opus->numberOfLights(); ++i) {
+            const TshadingOpus* light = opus->illuminatingLight(i);
+            names += fmt::format(
+                "{}{}{}", i ? ", " : "", light ? light->node()->name() : std::string("?"),
+                light ? fmt::format(" ({} instructions)", light->instructions().size())
+                      : std::string());
+        }
+        out << "  lights: " << opus->numberOfLights() << ": " << names << '\n';
+    }
     out << fmt::format("  sample size {} bytes (the full layout is {}), frame {} bytes, "
                        "{} variable bytes per sample\n",
                        slot.sampleSize, Tsample::kStaticSize, opus->frameSize(),
@@ -378,6 +440,8 @@ void TDNshadingEngine::compileReport(std::ostream& out, TSEoption option, bool d
             return fmt::format("sample.{}", names[h.block]);
         case kDataConstant:
             return "constant";
+        case kDataLightBuilder:
+            return "the lights of the sample's illumination slot";
         default:
             return "frame constant";
         }

@@ -191,6 +191,35 @@ public:
     static bool sIsUsedOnVisibleShape(const TDNshadingEngine& engine);
     unsigned numberOfLights(TSEoption option) const;
 
+    // ---- lights
+    // Gathers, for the lights pass and the shadows pass, which lights reach
+    // each member of the set: from links to the group itself, to object sets
+    // holding members, to members directly, and ignore links. Run by
+    // initializeConnected and, when no render set-up ran, by analyse.
+    void gatherLights();
+    bool lightsGathered() const {
+        return fLightsGathered;
+    }
+    // Member `member` (its position in completeGroupedMembers) is lit, or
+    // shadowed, by `light`. False past the last member or for a light that
+    // isn't in the list.
+    bool litBy(unsigned member, const TdependNode* light) const;
+    bool shadowedBy(unsigned member, const TdependNode* light) const;
+    // The lightData plugs of the gathered lights, in light number order.
+    const std::vector<Tplug>& lightList(bool shadows = false) const {
+        return fLights[shadows ? 1 : 0].lights;
+    }
+    // The row of member `member`: bit i means light i lights it. Null past
+    // the last member.
+    const TbitFieldFixedN* lightRow(unsigned member, bool shadows = false) const;
+    unsigned lightRowCount(unsigned member, bool shadows = false) const;
+    unsigned lightMemberCount() const {
+        return unsigned(fLights[0].rows.size());
+    }
+    // Bit 8 of `flags` when a light uses depth map shadows, bit 32 when one
+    // traces shadow rays.
+    void mapLights(unsigned& flags, const TdependNode* shape = nullptr) const;
+
     // The compile report of an option: nodes and attribute states, segments,
     // instructions, sizes; with `dumps`, the data block tables too.
     void compileReport(std::ostream& out, TSEoption option, bool dumps) const;
@@ -209,6 +238,10 @@ private:
         // What the compile report shows, kept from the analysis.
         std::vector<std::string> report;
     };
+    // The opus of a light, compiled on first use and shared through the
+    // opus table; each call takes a reference. Null for a node without
+    // light data.
+    TshadingOpus* compileLight(TdependNode* light);
     void buildNodeTable(const Tplug& plug);
     void processNodeTable(TframeSampleData* frame);
     void cleanUpNetwork();
@@ -223,5 +256,14 @@ private:
     bool fSurfaceIsUseBackground = false;
     std::vector<TdependNode*> fNodeTable;
     TSEudSampleTable fUserTable;
+    // The lights of each pass (lights, shadows): a row of bits per member
+    // and the list of lightData plugs the bits number.
+    struct LightPass {
+        std::vector<TbitFieldFixedN> rows;
+        std::vector<unsigned> rowCounts;
+        std::vector<Tplug> lights;
+    };
+    std::array<LightPass, 2> fLights;
+    bool fLightsGathered = false;
     TbaseDeepRaster* fRaster = nullptr;
 };

@@ -44,3 +44,45 @@ public:
     void analyse(TDNshadingEngine* engine, TSEnodeDescription* description, void* option,
                  TbitField64& fields) override;
 };
+
+// A light for the gathering tests: its record carries the light's colour
+// times intensity, and in preShadowIntensity the x of the point it was
+// computed for, so a test sees which sample a light ran on. Counts its
+// computes.
+#include "host/scene/light_shape.h"
+
+#define ORVO_SCHEMA_TdnTestLight(A, C2, C3)
+ORVO_NODE(TdnTestLight, TlightShape, "testLight", "TLGT", 9103, "kTestLight", "light/test",
+          "n_testLight")
+
+class TdnTestLight : public TdnPattern<TdnTestLight, TlightShape> {
+public:
+    bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first,
+                           unsigned count) override;
+    static std::atomic<int> sComputes;
+    static std::atomic<int> sElements;
+};
+
+// A material that sums what its lights give: outColor the sum of the
+// intensities, outTransparency (count of lights, sum of preShadowIntensity,
+// sum of x of the directions). With `probe` on, the third channel is
+// instead the sum of preShadowIntensity of the lights sampled at two
+// points, x + 100 and x + 200, through sampleLights.
+#define ORVO_SCHEMA_TdnTestLightSum(A, C2, C3)                                                     \
+    A(TattributeArrayOf<TattributeLightData>, LightDataArray, "lightDataArray", "ltd",             \
+      .implicitLight())                                                                            \
+    A(TattributeBoolean, Probe, "probe", "pr", .input())                                           \
+    C3(Tattribute3Float, PointCamera, "pointCamera", "p", ORVO_XYZ, .implicitSample(),             \
+       .implicitSample())                                                                          \
+    C3(Tattribute3Float, OutColor, "outColor", "oc", ORVO_RGB, .output(), .output())               \
+    C3(Tattribute3Float, OutTransparency, "outTransparency", "ot", ORVO_RGB, .output(), .output())
+
+ORVO_NODE(TdnTestLightSum, TshadingDependNode, "testLightSum", "TLSM", 9104, "kTestLightSum",
+          "test/lightSum", "n_testLightSum")
+
+class TdnTestLightSum : public TdnPattern<TdnTestLightSum, TshadingDependNode> {
+public:
+    bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first,
+                           unsigned count) override;
+    void groupedAttrs(const Tattribute* attribute, TattributeArray& out) override;
+};
