@@ -52,6 +52,19 @@ double determinant3(const T4dDblMatrix& m) {
            a[0][2] * (a[1][0] * a[2][1] - a[1][1] * a[2][0]);
 }
 
+// The place of a path among a set's members: the member that is the path
+// itself, or failing that the nearest group above it.
+int memberIndex(const TobjectSet& set, const TdagPath& path) {
+    TselectionList members;
+    set.completeGroupedMembers(members);
+    for (TdagPathIterator it(path); !it.isDone(); it.next()) {
+        const int at = members.indexOf(TdagSelectionItem(it.path()));
+        if (at >= 0)
+            return at;
+    }
+    return -1;
+}
+
 } // namespace
 
 TrenderScene::TrenderScene(TdependGraph& graph, const std::string& sceneName, unsigned width,
@@ -94,6 +107,7 @@ TrenderScene::TrenderScene(TdependGraph& graph, const std::string& sceneName, un
             engine = nullptr;
         }
         object->setEngine(engine);
+        object->fMemberIndex = engine ? memberIndex(*engine, object->path()) : -1;
         if (engine && std::find(fEngines.begin(), fEngines.end(), engine) == fEngines.end())
             fEngines.push_back(engine);
     }

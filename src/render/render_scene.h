@@ -31,6 +31,9 @@ struct RTCSceneTy;
 class TrenderObject : public TrenderGroupBase {
 public:
     unsigned objectId() const override { return fIndex; }
+    // Its place among the members of its shading group, which picks the
+    // lights that reach it; -1 outside a group.
+    int objectIndex() const override { return fMemberIndex; }
     Completion completion() const override { return fCompletion; }
     void* completionData() const override { return const_cast<TrenderObject*>(this); }
 
@@ -67,6 +70,7 @@ public:
 private:
     friend class TrenderScene;
     unsigned fIndex = 0;
+    int fMemberIndex = -1;
     std::string fName;
     TdagPath fPath;
     std::shared_ptr<const TmeshData> fMesh;

@@ -160,3 +160,30 @@ member bareSG bShape
 }
 
 } // namespace
+
+namespace {
+
+// An object's place among its group's members picks its row of lights.
+TEST(RenderScene, ObjectsKnowTheirPlaceAmongTheirGroupsMembers) {
+    MessageCapture quiet;
+    auto graph = sceneFromText(std::string(kUnitCamera) + kSquareAtDepth2 + R"(
+node transform group1
+node transform inner -parent group1
+node mesh innerShape -parent inner
+set innerShape.primitive sphere
+node checker board
+node shadingEngine sg
+connect board.outColor sg.surfaceShader
+member sg group1
+member sg squareShape
+)");
+    TrenderScene scene(*graph, "test.qsl", 8, 8);
+    ASSERT_EQ(scene.objects().size(), 2u);
+    // The DAG order: the square first, then the sphere under the group; the
+    // group joined the set first and brought the sphere with it.
+    EXPECT_EQ(scene.object(0).name(), "squareShape");
+    EXPECT_EQ(scene.object(0).objectIndex(), 1);
+    EXPECT_EQ(scene.object(1).objectIndex(), 0);
+}
+
+} // namespace
