@@ -72,17 +72,20 @@ unsigned TlightAtPoint::lightAtPoint(const T3Float& point, _lightAtPointInformat
     manager.dispatchSamples(1, fSample);
     manager.flushDispatchedSamples();
 
-    // The light table has one entry per light that reached the point, in
+    // The light table has one entry per light of the object's row, in
     // light number order.
+    const TshadingOpus* opus = fEngine->controlBlock(fOption);
+    const TbitFieldFixedN* row =
+        fGroup->objectIndex() >= 0 ? fEngine->lightRow(unsigned(fGroup->objectIndex())) : nullptr;
     unsigned written = 0;
-    for (unsigned i = 0; i < lights && i < fTable.size(); ++i) {
-        const TlightData& d = fTable[i];
-        if (!d.blindData && d.intensity[0] == 0.0f && d.intensity[1] == 0.0f &&
-            d.intensity[2] == 0.0f && !d.ambient && !d.diffuse && !d.specular)
-            continue; // an entry no light wrote
+    for (unsigned i = 0; opus && i < lights; ++i) {
+        const TshadingOpus* light = opus->illuminatingLight(i);
+        if (!light || (row && !row->test(i)))
+            continue;
+        const TlightData& d = fTable[written];
         _lightAtPointInformation& o = out[written++];
         o = _lightAtPointInformation();
-        o.reference = reinterpret_cast<uint64_t>(d.blindData);
+        o.reference = reinterpret_cast<uint64_t>(static_cast<const void*>(light->node()));
         o.flags = (d.ambient ? 1u : 0u) | (d.diffuse ? 2u : 0u) | (d.specular ? 4u : 0u);
         for (int c = 0; c < 3; ++c) {
             o.direction[c] = d.direction[c];

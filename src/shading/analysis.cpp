@@ -174,7 +174,12 @@ int TSEanalysis::findSource(TSEsampleType, const std::string& name, unsigned, TS
         d.connections.push_back(std::move(c));
         return 1;
     }
-    if (field >= 0 && !fRequest.test(unsigned(field))) {
+    // Only inputs the engine fills (hidden and not saved with the scene)
+    // come from the sample: a user's translucenceDepth stays the user's even
+    // though a sample field bears the name.
+    const bool engineFilled =
+        attribute->hasFlag(TattrFlag::kHidden) && !attribute->hasFlag(TattrFlag::kStorable);
+    if (field >= 0 && engineFilled && !fRequest.test(unsigned(field))) {
         c.kind = kConnFieldRequest;
         c.field = field;
         c.memory = 2;
@@ -211,6 +216,7 @@ void TSEanalysis::traverseNode(const Tplug& plug, TSEnodeDescription* consumer) 
     if (auto* shading = static_cast<TshadingNode*>(node->cast(TshadingNode::sTypeof()))) {
         TbitField64 fields = fNeeded;
         shading->analyse(&fEngine, &d, nullptr, fields);
+        fNeeded = fields; // a node may drop fields it won't read (ray data without ray tracing)
     }
     for (const Tattribute* root : node->vsData()->roots()) {
         if (!root->isWritable() || root->isComputed())
@@ -261,7 +267,7 @@ void TSEanalysis::postVisit(TSEnodeDescription& d, const Tattribute& attribute,
     TbitFieldFixedN affectors;
     d.matrix->allAffectors(index, affectors);
     if (auto* shading = static_cast<TshadingNode*>(d.node->cast(TshadingNode::sTypeof())))
-        shading->modifyAffects(&attribute, affectors, &fEngine, nullptr);
+        shading->modifyAffects(&attribute, affectors, &fEngine, &d);
     if (d.state[index] == 0)
         d.state[index] = 1;
     bool varying = false;

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <new>
 
+#include "framework/allocation_count.h"
 #include "framework/nodes/utility/reverse.h"
 #include "host/graph.h"
 #include "host/qsl/interpreter.h"
@@ -63,6 +64,24 @@ void operator delete[](void* p, const std::nothrow_t&) noexcept {
     std::free(p);
 }
 #endif
+
+bool OrvoTestAllocationsAreCounted() {
+#ifdef ORVO_COUNT_ALLOCATIONS
+    return true;
+#else
+    return false;
+#endif
+}
+
+void OrvoTestStartCountingAllocations() {
+    tAllocations = 0;
+    tCounting = true;
+}
+
+long OrvoTestStopCountingAllocations() {
+    tCounting = false;
+    return tAllocations;
+}
 
 namespace {
 

@@ -91,7 +91,7 @@ bool TdnTestLight::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
                              false,
                              0.0f,
                              point[e].asFloat3()[0],
-                             this};
+                             nullptr};
     }
     return true;
 }

@@ -15,6 +15,7 @@
 #include "host/env.h"
 #include "host/graph.h"
 #include "shading/sample_manager.h"
+#include "shading/ray_sampler.h"
 #include "shading/shading_engine.h"
 
 namespace orvo::cli {
@@ -25,6 +26,7 @@ struct ShadeOptions {
     std::string scene;
     std::string group;
     unsigned option = 0;
+    int pass = 0;
     std::vector<unsigned> resolution{4, 4};
     std::vector<std::string> fields;
     std::vector<std::string> print;
@@ -227,7 +229,13 @@ int runShade(const ShadeOptions& options) {
                                     "(shadingEngine)",
                                     options.scene, options.group, node->typeName()));
 
-    // Drive the library as a renderer does.
+    // Drive the library as a renderer does: the pass is set before shading
+    // and put back after.
+    struct PassScope {
+        int saved = currentRenderPassControl;
+        explicit PassScope(int pass) { currentRenderPassControl = pass; }
+        ~PassScope() { currentRenderPassControl = saved; }
+    } passScope(options.pass);
     TstackArena frameArena(theMallocAllocator(), 4096, "orvo shade frame");
     TframeConstants frame(frameArena);
     TrenderThreadBase thread(frame);
@@ -324,6 +332,9 @@ void addShadeCommand(CLI::App& app, CommandRun& run) {
         ->required();
     sub->add_option("--option", options->option, "What to shade for, 0 to 11 (0: surface)")
         ->check(CLI::Range(0u, kTSEoptionCount - 1));
+    sub->add_option("--pass", options->pass,
+                    "Render pass: 0 colour, 2 ambient only, 4 highlights only, 5 shadows only")
+        ->check(CLI::Range(0, 5));
     sub->add_option("--res", options->resolution, "Grid width and height (default 4 4)")
         ->expected(2);
     sub->add_option("--field", options->fields,

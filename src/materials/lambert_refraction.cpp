@@ -1,0 +1,324 @@
+// lambert: transmission, refracted rays and the light they bring back.
+
+#include <alloca.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <new>
+
+#include "materials/lambert.h"
+
+namespace {
+
+// Stack bytes for `count` items of `each` bytes, padded to 16. A size that
+// would wrap becomes the largest 16-aligned size instead.
+size_t stackBytes(size_t count, size_t each) {
+    constexpr size_t kLargest = ~size_t(15);
+    size_t bytes = 0;
+    if (__builtin_mul_overflow(count, each, &bytes) || bytes > kLargest)
+        return kLargest;
+    return (bytes + 15) & kLargest;
+}
+
+// The per-batch ray scratch: records, their pointers, a colour and a
+// transmission a ray, and the ray made in each slot (-1: none).
+struct RayScratch {
+    TgenericRay** rays = nullptr;
+    Tspectrum* colours = nullptr;
+    Tspectrum* transmissions = nullptr;
+    short* slotOfRay = nullptr;
+    short rayCount = 0;
+};
+
+unsigned slotsOf(bool aberration) {
+    return aberration ? 3u : 1u;
+}
+
+unsigned countSlots(const TvectorDataHandle& aberration, unsigned count) {
+    unsigned slots = 0;
+    for (unsigned i = 0; i < count; ++i)
+        slots += slotsOf(aberration[int(i)].asBool());
+    return slots;
+}
+
+// Makes the scratch for `slots` rays on this frame's stack and runs `body`
+// on it. The sampler says how large its records are; it may keep more per
+// ray than TgenericRay holds.
+template <class F>
+void withRayScratch(TraySampler& sampler, unsigned slots, F&& body) {
+    size_t recordSize = std::max(sampler.rayRecordSize(slots), sizeof(TgenericRay));
+    recordSize = stackBytes(1, recordSize);
+    auto* records = static_cast<std::byte*>(alloca(stackBytes(slots, recordSize)));
+    RayScratch s;
+    s.rays = static_cast<TgenericRay**>(alloca(stackBytes(slots, sizeof(TgenericRay*))));
+    s.colours = static_cast<Tspectrum*>(alloca(stackBytes(slots, sizeof(Tspectrum))));
+    s.transmissions = static_cast<Tspectrum*>(alloca(stackBytes(slots, sizeof(Tspectrum))));
+    s.slotOfRay = static_cast<short*>(alloca(stackBytes(slots, sizeof(short))));
+    for (unsigned i = 0; i < slots; ++i) {
+        s.rays[i] = new (records + size_t(i) * recordSize) TgenericRay();
+        s.slotOfRay[i] = -1;
+    }
+    body(s);
+}
+
+TraySampler* samplerOf(TdataBlock& block, const Tattribute& attribute, unsigned first,
+                       unsigned count) {
+    const TvectorDataHandle h = block.vectorInputValue(attribute, first, count);
+    return h.isNull() ? nullptr : static_cast<TraySampler*>(h[0].as<void*>());
+}
+
+// The colour filter of each chromatic aberration slot.
+const Tspectrum kSlotFilter[3] = {kRedSpectrum, kGreenSpectrum, kBlueSpectrum};
+
+} // namespace
+
+// ---------------------------------------------------------------- transmission
+
+void TdnLambert::computeTransparency(const Tplug&, TdataBlock& block, unsigned first,
+                                     unsigned count) {
+    const int pass = currentRenderPassControl;
+    for (unsigned done = 0; done < count; done += kChunk)
+        computeTransparencyChunk(block, first + done, std::min(kChunk, count - done), pass);
+}
+
+void TdnLambert::computeTransparencyChunk(TdataBlock& block, unsigned first, unsigned count,
+                                          int pass) {
+    const TvectorDataHandle hide = block.vectorInputValue(aHideSource, first, count);
+    const TvectorDataHandle transparency = block.vectorInputValue(aTransparency, first, count);
+    T3Float transmission[kChunk];
+    for (unsigned i = 0; i < count; ++i) {
+        const int e = int(i);
+        transmission[i] =
+            hide[e].asBool() ? T3Float{1.0f, 1.0f, 1.0f}
+                             : T3Float{transparency[e].asFloat3()[0], transparency[e].asFloat3()[1],
+                                       transparency[e].asFloat3()[2]};
+    }
+
+    if (TraySampler* sampler = samplerOf(block, aRaySampler, first, count)) {
+        const TvectorDataHandle aberration =
+            block.vectorInputValue(aChromaticAberration, first, count);
+        withRayScratch(*sampler, countSlots(aberration, count), [&](RayScratch& s) {
+            formRefractiveRays(block, first, count, s.slotOfRay, s.rayCount, s.rays, s.colours,
+                               s.transmissions);
+            if (s.rayCount <= 0)
+                return;
+            sampler->traceRays(this, unsigned(s.rayCount), s.rays, s.colours, s.transmissions);
+            const short* slot = s.slotOfRay;
+            for (unsigned i = 0; i < count; ++i) {
+                const bool split = aberration[int(i)].asBool();
+                const unsigned n = slotsOf(split);
+                for (unsigned k = 0; k < n; ++k) {
+                    if (slot[k] < 0)
+                        continue;
+                    const Tspectrum& through = s.transmissions[slot[k]];
+                    if (split) {
+                        // Each slot carries one channel at its own index.
+                        transmission[i][int(k)] *= through[int(k)];
+                    } else {
+                        for (int ch = 0; ch < 3; ++ch)
+                            transmission[i][ch] *= through[ch];
+                    }
+                }
+                slot += n;
+            }
+        });
+    }
+
+    const TvectorDataHandle outTransparency = block.vectorOutputValue(aOutTransparency, first);
+    for (unsigned i = 0; i < count; ++i)
+        outTransparency[int(i)].set(transmission[i]);
+    if (pass == 5)
+        return; // the shadow pass writes the matte from the lights
+    const TvectorDataHandle mode = block.vectorInputValue(aMatteOpacityMode, first, count);
+    const TvectorDataHandle gain = block.vectorInputValue(aMatteOpacityGain, first, count);
+    const TvectorDataHandle outMatte = block.vectorOutputValue(aOutMatteOpacity, first);
+    for (unsigned i = 0; i < count; ++i) {
+        const int e = int(i);
+        const float g = gain[e].asFloat();
+        const T3Float& t = transmission[i];
+        switch (mode[e].asShort()) {
+        case kBlackHoleM:
+            outMatte[e].set(T3Float{kBlackHoleMatte, kBlackHoleMatte, kBlackHoleMatte});
+            break;
+        case kSolidMatte:
+            outMatte[e].set(T3Float{g, g, g});
+            break;
+        default:
+            outMatte[e].set(T3Float{(1.0f - t.x) * g, (1.0f - t.y) * g, (1.0f - t.z) * g});
+            break;
+        }
+    }
+}
+
+// ---------------------------------------------------------------- rays
+
+void TdnLambert::formRefractiveRays(TdataBlock& block, unsigned first, unsigned count,
+                                    short* slotOfRay, short& rayCount, TgenericRay** rays,
+                                    Tspectrum* colours, Tspectrum* transmissions) {
+    const TvectorDataHandle refractions = block.vectorInputValue(aRtRefractedColor, first, count);
+    const TvectorDataHandle hide = block.vectorInputValue(aHideSource, first, count);
+    const TvectorDataHandle medium = block.vectorInputValue(aMediumRefractiveIndex, first, count);
+    const TvectorDataHandle depth = block.vectorInputValue(aRayDepth, first, count);
+    const TvectorDataHandle limit = block.vectorInputValue(aRefractedRayDepthLimit, first, count);
+    const TvectorDataHandle transparency = block.vectorInputValue(aTransparency, first, count);
+    const TvectorDataHandle index = block.vectorInputValue(aRefractiveIndex, first, count);
+    const TvectorDataHandle thickness = block.vectorInputValue(aSurfaceThickness, first, count);
+    const TvectorDataHandle direction = block.vectorInputValue(aRayDirection, first, count);
+    const TvectorDataHandle normal = block.vectorInputValue(aNormalCamera, first, count);
+    const TvectorDataHandle aberration = block.vectorInputValue(aChromaticAberration, first, count);
+    const TvectorDataHandle point = block.vectorInputValue(aPointCamera, first, count);
+    const TvectorDataHandle primitive = block.vectorInputValue(aPrimitiveId, first, count);
+    const TvectorDataHandle object = block.vectorInputValue(aObjectId, first, count);
+    const TvectorDataHandle instance = block.vectorInputValue(aRayInstance, first, count);
+
+    rayCount = 0;
+    short* slot = slotOfRay;
+    for (unsigned i = 0; i < count; ++i) {
+        const int e = int(i);
+        const unsigned slots = slotsOf(aberration[e].asBool());
+        const float n1 = medium[e].asFloat();
+        const float* tr = transparency[e].asFloat3();
+        const bool seeThrough = tr[0] > kOpaqueTransparency || tr[1] > kOpaqueTransparency ||
+                                tr[2] > kOpaqueTransparency;
+        if (!refractions[e].asBool() || hide[e].asBool() ||
+            !(std::fabs(double(n1) - kUnknownMedium) > 0.001) ||
+            !(depth[e].asShort() < limit[e].asShort()) || !seeThrough) {
+            slot += slots;
+            continue;
+        }
+        const float* I = direction[e].asFloat3();
+        const float* N = normal[e].asFloat3();
+        const float raw = index[e].asFloat();
+        float n2 = raw;
+        const float th = thickness[e].asFloat();
+        if (th != 0.0f) {
+            // A thin shell bends rays only a little, more at grazing angles.
+            const float c = float(double(I[0]) * N[0] + double(I[1]) * N[1] + double(I[2]) * N[2]);
+            const float b = c < 0.0f ? 1.0f + c : 1.0f - c;
+            n2 = std::clamp(1.0f + (n2 - 1.0f) * (2.0f * b * b * th + th), 0.01f, 3.0f);
+        }
+        if (n1 == n2)
+            n2 = 1.0f; // leaving the medium: back to air
+        const float cosI = -(I[0] * N[0] + I[1] * N[1] + I[2] * N[2]);
+        for (unsigned k = 0; k < slots; ++k) {
+            const float nk = n2 + kAberrationStep * float(k);
+            const float eta = n1 / nk;
+            const float x = 1.0f - (1.0f - cosI * cosI) * eta * eta;
+            TgenericRay& ray = *rays[rayCount];
+            if (x < 0.0f) {
+                // Total internal reflection: the ray stays in this medium.
+                for (int a = 0; a < 3; ++a)
+                    ray.direction[a] = I[a] + 2.0f * cosI * N[a];
+                ray.medium = raw;
+            } else {
+                const float s = eta * std::fabs(cosI) - std::sqrt(x);
+                for (int a = 0; a < 3; ++a)
+                    ray.direction[a] = eta * I[a] + s * N[a];
+                ray.medium = nk;
+            }
+            const float* p = point[e].asFloat3();
+            for (int a = 0; a < 3; ++a)
+                ray.origin[a] = p[a];
+            ray.maxDistance = std::numeric_limits<float>::max();
+            ray.depth = int32_t(depth[e].asShort()) + 1;
+            ray.primitiveId = primitive[e].asInt();
+            ray.objectId = object[e].as<void*>();
+            ray.instance = instance[e].asInt();
+            colours[rayCount] = kBlackSpectrum;
+            transmissions[rayCount] = kWhiteSpectrum;
+            slot[k] = rayCount++;
+        }
+        slot += slots;
+    }
+}
+
+void TdnLambert::accumulateRefraction(TdataBlock& block, unsigned first, unsigned count,
+                                      T3Float* accumulated) {
+    TraySampler* sampler = samplerOf(block, aRaySampler, first, count);
+    if (!sampler)
+        return;
+    for (unsigned done = 0; done < count; done += kChunk) {
+        const unsigned from = first + done, n = std::min(kChunk, count - done);
+        const TvectorDataHandle refractions = block.vectorInputValue(aRtRefractedColor, from, n);
+        const TvectorDataHandle hide = block.vectorInputValue(aHideSource, from, n);
+        auto refracting = [&](unsigned i) {
+            return refractions[int(i)].asBool() && !hide[int(i)].asBool();
+        };
+        bool any = false;
+        for (unsigned i = 0; i < n && !any; ++i)
+            any = refracting(i);
+        if (!any)
+            continue;
+        const TvectorDataHandle aberration = block.vectorInputValue(aChromaticAberration, from, n);
+        const TvectorDataHandle transparency = block.vectorInputValue(aTransparency, from, n);
+        const TvectorDataHandle thickness = block.vectorInputValue(aSurfaceThickness, from, n);
+        const TvectorDataHandle absorbance = block.vectorInputValue(aLightAbsorbance, from, n);
+        const TvectorDataHandle depth = block.vectorInputValue(aTransparencyDepth, from, n);
+        T3Float* sums = accumulated + done;
+        withRayScratch(*sampler, countSlots(aberration, n), [&](RayScratch& s) {
+            formRefractiveRays(block, from, n, s.slotOfRay, s.rayCount, s.rays, s.colours,
+                               s.transmissions);
+            if (s.rayCount > 0)
+                sampler->traceRays(this, unsigned(s.rayCount), s.rays, s.colours, s.transmissions);
+            const short* slot = s.slotOfRay;
+            for (unsigned i = 0; i < n; ++i) {
+                const int e = int(i);
+                const bool split = aberration[e].asBool();
+                const unsigned slots = slotsOf(split);
+                Tspectrum sum;
+                for (unsigned k = 0; k < slots; ++k) {
+                    if (slot[k] < 0)
+                        continue;
+                    float distance = s.rays[slot[k]]->maxDistance;
+                    const float th = thickness[e].asFloat();
+                    if (th != 0.0f)
+                        distance = std::min(th, distance);
+                    // Light fades along the way through the medium, and ends
+                    // at the transparency depth.
+                    double g = 1.0;
+                    const float absorb = absorbance[e].asFloat();
+                    if (absorb != 0.0f)
+                        g = 1.0 / std::exp(double(distance) / 100.0 * double(absorb));
+                    const float td = depth[e].asFloat();
+                    if (td != 0.0f) {
+                        if (td >= distance) {
+                            const double q = (double(td) - double(distance)) / double(td);
+                            g *= q * q;
+                        } else {
+                            g = 0.0;
+                        }
+                    }
+                    if (g <= 1e-6)
+                        g = 0.0;
+                    Tspectrum colour = s.colours[slot[k]];
+                    if (split)
+                        colour *= kSlotFilter[k];
+                    sum += colour * float(g);
+                }
+                const float* tr = transparency[e].asFloat3();
+                for (int ch = 0; ch < 3; ++ch)
+                    sums[i][ch] += sum[ch] * tr[ch];
+                slot += slots;
+            }
+            // Where no ray was made, the background shows through: once a
+            // slot, so a sample split three ways gets it three times.
+            Tspectrum background;
+            sampler->backgroundColor(background);
+            if (unsigned(s.rayCount) >= n || background == kBlackSpectrum)
+                return;
+            slot = s.slotOfRay;
+            for (unsigned i = 0; i < n; ++i) {
+                const unsigned slots = slotsOf(aberration[int(i)].asBool());
+                if (refracting(i)) {
+                    const float* tr = transparency[int(i)].asFloat3();
+                    for (unsigned k = 0; k < slots; ++k)
+                        if (slot[k] < 0)
+                            for (int ch = 0; ch < 3; ++ch)
+                                sums[i][ch] += background[ch] * tr[ch];
+                }
+                slot += slots;
+            }
+        });
+    }
+}
