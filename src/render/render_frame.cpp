@@ -15,7 +15,7 @@ TrenderFrameSetup::TrenderFrameSetup(TdependGraph& graph, TrenderScene& scene,
     inSampleSwatchMode = false;
     fPrototype = std::make_unique<TrenderWorker>(fFrame, &fSampler);
     try {
-        setRaySamplerPlugs();
+        setFrameConstantPlugs(scene);
         setUpShadingGroups(scene, sceneName);
     } catch (...) {
         takeDown();
@@ -31,26 +31,38 @@ void TrenderFrameSetup::takeDown() {
     TrenderThreadBase::resetShadingGroups();
     if (fPrototype)
         fPrototype->destroyContents();
-    void* none = nullptr;
-    for (const Tplug& plug : fSamplerPlugs)
-        fGraph.setPlugValue(plug, &none);
-    fSamplerPlugs.clear();
+    // Back to the defaults: a null sampler, identity matrices.
+    std::vector<std::byte> value;
+    for (const Tplug& plug : fFramePlugs) {
+        value.assign(plug.attribute()->dataSize(), std::byte(0));
+        plug.attribute()->writeDefault(value.data());
+        fGraph.setPlugValue(plug, value.data());
+    }
+    fFramePlugs.clear();
 }
 
-// Materials and lights find the ray sampler in their `raySampler` input, a
-// value of the frame that the analysis captures as a constant: it must be
-// in place before the shading groups compile.
-void TrenderFrameSetup::setRaySamplerPlugs() {
+// What every node reads from the frame rather than the sample: the ray
+// sampler in `raySampler`, and for lights the camera in `eyeToWorld` and
+// `worldToEye`. The analysis captures them as constants, so they must be in
+// place before the shading groups compile.
+void TrenderFrameSetup::setFrameConstantPlugs(const TrenderScene& scene) {
     void* address = static_cast<TraySampler*>(&fSampler);
+    const T4dFltMatrix eyeToWorld = scene.eyeToWorld().asFloat();
+    const T4dFltMatrix worldToEye = scene.worldToEye().asFloat();
     for (TdependNode* node : fGraph.nodes()) {
-        const Tattribute* a = node->findAttribute("raySampler");
-        if (!a || a->kind() != TattrKind::Addr)
-            continue;
-        const Tplug plug(node, a);
-        if (!plug.source().isNull())
-            continue;
-        fGraph.setPlugValue(plug, &address);
-        fSamplerPlugs.push_back(plug);
+        auto set = [&](const char* name, TattrKind kind, const void* value) {
+            const Tattribute* a = node->findAttribute(name);
+            if (!a || a->kind() != kind)
+                return;
+            const Tplug plug(node, a);
+            if (!plug.source().isNull())
+                return;
+            fGraph.setPlugValue(plug, value);
+            fFramePlugs.push_back(plug);
+        };
+        set("raySampler", TattrKind::Addr, &address);
+        set("eyeToWorld", TattrKind::FltMatrix, &eyeToWorld);
+        set("worldToEye", TattrKind::FltMatrix, &worldToEye);
     }
 }
 

@@ -1,9 +1,10 @@
 #pragma once
 
 // What a frame sets up before its threads start and takes down after
-// them: the frame constants, the ray sampler and its address in every
-// node's `raySampler` input, the prototype render thread, and the shading
-// groups compiled on it. Whatever way the frame ends, the shading groups
+// them: the frame constants, the ray sampler, the values every node reads
+// from the frame (the sampler's address in `raySampler`, the camera in a
+// light's `eyeToWorld` and `worldToEye`), the prototype render thread, and
+// the shading groups compiled on it. Whatever way the frame ends, the shading groups
 // are reset and no node keeps the address of a sampler that is gone.
 
 #include <memory>
@@ -34,7 +35,7 @@ public:
     TembreeRaySampler& sampler() { return fSampler; }
 
 private:
-    void setRaySamplerPlugs();
+    void setFrameConstantPlugs(const TrenderScene& scene);
     void takeDown();
     void setUpShadingGroups(TrenderScene& scene, const std::string& sceneName);
 
@@ -42,6 +43,6 @@ private:
     TstackArena fArena;
     TframeConstants fFrame;
     TembreeRaySampler fSampler;
-    std::vector<Tplug> fSamplerPlugs;
+    std::vector<Tplug> fFramePlugs;
     std::unique_ptr<TrenderWorker> fPrototype;
 };

@@ -157,3 +157,37 @@ TEST_F(RaySampler, ShadowRaysAreStoppedByOpaqueSurfacesWithinTheirReach) {
 }
 
 } // namespace
+
+namespace {
+
+// Nodes read the sampler and the camera from the frame: set for the frame,
+// back to their defaults after it.
+TEST(FrameSetup, FrameValuesReachTheNodesForTheFrameOnly) {
+    auto graph = sceneFromText(std::string(kUnitCamera) + R"(
+set camera1.translate 1 2 3
+node transform lamp
+node light lampShape -parent lamp
+node lambert paint
+)");
+    TrenderScene scene(*graph, "frame.qsl", 4, 4);
+    auto read = [&](const char* plug) {
+        return graph->evaluate(graph->findPlug(plug));
+    };
+    {
+        TrenderFrameSetup setup(*graph, scene, "frame.qsl", 10);
+        EXPECT_EQ(read("paint.raySampler").as<void*>(),
+                  static_cast<void*>(static_cast<TraySampler*>(&setup.sampler())));
+        EXPECT_EQ(read("lampShape.raySampler").as<void*>(),
+                  static_cast<void*>(static_cast<TraySampler*>(&setup.sampler())));
+        const auto& toWorld = read("lampShape.eyeToWorld").as<T4dFltMatrix>();
+        EXPECT_FLOAT_EQ(toWorld.m[3][0], 1.0f);
+        EXPECT_FLOAT_EQ(toWorld.m[3][1], 2.0f);
+        EXPECT_FLOAT_EQ(toWorld.m[3][2], 3.0f);
+        const auto& toEye = read("lampShape.worldToEye").as<T4dFltMatrix>();
+        EXPECT_FLOAT_EQ(toEye.m[3][2], -3.0f);
+    }
+    EXPECT_EQ(read("paint.raySampler").as<void*>(), nullptr);
+    EXPECT_FLOAT_EQ(read("lampShape.eyeToWorld").as<T4dFltMatrix>().m[3][0], 0.0f);
+}
+
+} // namespace
