@@ -599,6 +599,25 @@ TattributeLightData::TattributeLightData(Tstring longName, Tstring shortName, Ts
                                             : prefix + "PreShadowIntensity",
                           prefix == "light" ? Tstring("psi") : sp + "psi"),
       fBlindData(prefix + "BlindData", sp + "bd") {
+    wire();
+}
+
+TattributeLightData::TattributeLightData(Tstring longName, Tstring shortName, const ChildNames& n)
+    : TattrShapes(std::move(longName), std::move(shortName)),
+      fDirection(n.direction, n.directionShort), fDirX(n.direction + "X", n.directionShort + "x"),
+      fDirY(n.direction + "Y", n.directionShort + "y"),
+      fDirZ(n.direction + "Z", n.directionShort + "z"), fIntensity(n.intensity, n.intensityShort),
+      fIntR(n.intensity + "R", n.intensityShort + "r"),
+      fIntG(n.intensity + "G", n.intensityShort + "g"),
+      fIntB(n.intensity + "B", n.intensityShort + "b"), fAmbient(n.ambient, n.ambientShort),
+      fDiffuse(n.diffuse, n.diffuseShort), fSpecular(n.specular, n.specularShort),
+      fShadowFraction(n.shadowFraction, n.shadowFractionShort),
+      fPreShadowIntensity(n.preShadowIntensity, n.preShadowIntensityShort),
+      fBlindData(n.blindData, n.blindDataShort) {
+    wire();
+}
+
+void TattributeLightData::wire() {
     addChild(fDirection);
     fDirection.addChild(fDirX);
     fDirection.addChild(fDirY);

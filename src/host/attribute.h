@@ -609,11 +609,28 @@ public:
     // `shortPrefix` to ld, li, ...
     TattributeLightData(Tstring longName, Tstring shortName, Tstring prefix = "light",
                         Tstring shortPrefix = "l");
+
+    // Children named one by one, for records whose names follow no prefix
+    // (an output copy of a record, say). Direction and intensity children
+    // append X, Y, Z and R, G, B (x, y, z and r, g, b to the short names).
+    struct ChildNames {
+        Tstring direction, directionShort;
+        Tstring intensity, intensityShort;
+        Tstring ambient, ambientShort;
+        Tstring diffuse, diffuseShort;
+        Tstring specular, specularShort;
+        Tstring shadowFraction, shadowFractionShort;
+        Tstring preShadowIntensity, preShadowIntensityShort;
+        Tstring blindData, blindDataShort;
+    };
+    TattributeLightData(Tstring longName, Tstring shortName, const ChildNames& names);
     const char* className() const override { return "TattributeLightData"; }
 
     TattributeFloat& directionX() { return fDirX; }
 
 private:
+    void wire();
+
     Tattribute3Float fDirection;
     TattributeFloat fDirX, fDirY, fDirZ;
     Tattribute3Float fIntensity;

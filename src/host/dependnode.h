@@ -209,6 +209,9 @@ public:
     virtual void connectionBroken(const Tplug& mine, const Tplug& other, bool asSource);
     virtual bool legalConnection(const Tplug& mine, const Tplug& other, bool asSource);
     virtual void datablockAdded(TdataBlock& block, bool);
+    // Told after a value was set at `plug` from outside (a scene, a tool, a
+    // script), once the value is in the node's block and its dependents are
+    // dirty: a node may keep a copy, or adjust values that go with it.
     virtual bool setCachedValue(const Tplug& plug, const TdataHandle& value);
     virtual bool getCachedValue(const Tplug& plug, TdataHandle& value);
     virtual void setName(const Tstring& name);
@@ -230,8 +233,23 @@ public:
     void getExistingMultiAttributeIndices(const Tplug& plug, TuInt32Array& out) const;
     void setImplicitlyCreated(bool on) { fImplicitlyCreated = on; }
     bool isImplicitlyCreated() const { return fImplicitlyCreated; }
+    // A default node belongs to every scene: the scene makes it, so a
+    // written scene leaves it out and writes only what was changed on it.
     void setNodeIsDefault(bool on) { fIsDefault = on; }
     bool isDefaultNode() const { return fIsDefault; }
+    bool isNodeDefault() const { return fIsDefault; }
+
+    // The node's flag word. The host names two bits; the others are kept
+    // for the types that use them.
+    static constexpr uint64_t kFromReferencedScene = uint64_t(1) << 20;
+    static constexpr uint64_t kInRelationship = uint64_t(1) << 46;
+    uint64_t flagWord() const { return fFlagWord; }
+    void setFlagBits(uint64_t bits) { fFlagWord |= bits; }
+    void clearFlagBits(uint64_t bits) { fFlagWord &= ~bits; }
+    // The node came with a referenced scene. The flag bit says so; a type
+    // that knows better by other means answers here. This host reads no
+    // referenced scenes, so by default nothing does.
+    virtual bool isFromReferencedScene() const { return false; }
     void destroyNode();
 
     // Finds an attribute of the node's type by long or short name.
@@ -253,4 +271,7 @@ private:
     std::unique_ptr<TordinaryDataBlock> fBlock;
     bool fImplicitlyCreated = false;
     bool fIsDefault = false;
+    uint64_t fFlagWord = 0;
 };
+
+using TDNarray = std::vector<TdependNode*>;

@@ -36,6 +36,61 @@ bool validNodeName(std::string_view name) {
 
 TdependGraph* TdependGraph::fsCurrentGraph = nullptr;
 
+namespace {
+struct SceneHooks {
+    std::vector<TdependGraph::SceneInitializer> initializers;
+    std::vector<TdependGraph::NodeAddedObserver> observers;
+};
+// Never destroyed, like the registry: libraries remove their hooks from
+// exit handlers.
+SceneHooks& sceneHooks() {
+    static SceneHooks* h = new SceneHooks;
+    return *h;
+}
+template <class F>
+void addOnce(std::vector<F>& list, F f) {
+    if (std::find(list.begin(), list.end(), f) == list.end())
+        list.push_back(f);
+}
+} // namespace
+
+void TdependGraph::addSceneInitializer(SceneInitializer initializer) {
+    addOnce(sceneHooks().initializers, initializer);
+}
+void TdependGraph::removeSceneInitializer(SceneInitializer initializer) {
+    auto& list = sceneHooks().initializers;
+    list.erase(std::remove(list.begin(), list.end(), initializer), list.end());
+}
+void TdependGraph::addNodeAddedObserver(NodeAddedObserver observer) {
+    addOnce(sceneHooks().observers, observer);
+}
+void TdependGraph::removeNodeAddedObserver(NodeAddedObserver observer) {
+    auto& list = sceneHooks().observers;
+    list.erase(std::remove(list.begin(), list.end(), observer), list.end());
+}
+
+void TdependGraph::initializeScene() {
+    if (fIsScene)
+        return;
+    fIsScene = true;
+    TimplicitScope implicit(*this);
+    // A copy: an initialiser may load a library that registers more.
+    const auto initializers = sceneHooks().initializers;
+    for (SceneInitializer f : initializers)
+        f(*this);
+}
+
+void TdependGraph::nodeAdded(TdependNode& node, TDGcommand& command) {
+    TimplicitScope implicit(*this);
+    const auto observers = sceneHooks().observers;
+    for (NodeAddedObserver f : observers)
+        f(node, command);
+}
+
+bool TdependGraph::isImplicitConnection(const Tplug& destination) const {
+    return !destination.isNull() && fImplicit.count({destination.node(), keyOf(destination)});
+}
+
 unsigned TdependGraph::registerNodeType(TdependNodeClass* nodeClass) {
     Registry& r = registry();
     const std::string name = nodeClass->typeName();
@@ -131,12 +186,42 @@ TdependNode* TdependGraph::createNode(std::string_view typeName, std::string_vie
     return node;
 }
 
+TdependNode* TdependGraph::adoptNode(std::unique_ptr<TdependNode> node, std::string_view name) {
+    if (!node)
+        throw TgraphError("no node to add");
+    TdependNodeClass* nodeClass = findNodeTypeByMeta(node->typeof());
+    if (!nodeClass)
+        throw TgraphError(
+            fmt::format("cannot add a node of unregistered type '{}'", node->typeName()));
+    if (!name.empty()) {
+        if (!validNodeName(name))
+            throw TgraphError(fmt::format("'{}' is not a valid node name", name));
+        if (fNodes.count(std::string(name)))
+            throw TgraphError(fmt::format("a node named '{}' already exists", name));
+    }
+    nodeClass->vsData()->initializeClass();
+    TdependNode* made = node.get();
+    made->fGraph = this;
+    made->fClass = nodeClass;
+    made->fName = name.empty() ? uniqueName(made->defaultName()) : std::string(name);
+    fOrder.push_back(made);
+    fNodes.emplace(made->fName, std::move(node));
+    return made;
+}
+
 void TdependGraph::deleteNode(TdependNode* node) {
     if (!node || node->graph() != this)
         return;
     for (const auto& [source, destination] : connections())
         if (source.node() == node || destination.node() == node)
             disconnect(source, destination);
+    // What went with the node is no change to keep.
+    fBrokenImplicit.erase(std::remove_if(fBrokenImplicit.begin(), fBrokenImplicit.end(),
+                                         [node](const auto& c) {
+                                             return c.first.node() == node ||
+                                                    c.second.node() == node;
+                                         }),
+                          fBrokenImplicit.end());
     fLinks.erase(node);
     fComputeCounts.erase(node);
     fOrder.erase(std::remove(fOrder.begin(), fOrder.end(), node), fOrder.end());
@@ -310,6 +395,12 @@ void TdependGraph::connect(const Tplug& source, const Tplug& destination) {
     fLinks[destination.node()].sources.emplace(keyOf(destination), source);
     fLinks[source.node()].destinations.emplace(keyOf(source), destination);
     fConnectionOrder.emplace_back(source, destination);
+    const auto broken = std::find(fBrokenImplicit.begin(), fBrokenImplicit.end(),
+                                  std::make_pair(source, destination));
+    if (inImplicitEdits() || broken != fBrokenImplicit.end())
+        fImplicit.insert({destination.node(), keyOf(destination)});
+    if (broken != fBrokenImplicit.end())
+        fBrokenImplicit.erase(broken);
     source.node()->connectionMade(source, destination, true);
     destination.node()->connectionMade(destination, source, false);
     dirtyPlug(destination.node(), *destination.attribute());
@@ -322,6 +413,8 @@ void TdependGraph::disconnect(const Tplug& source, const Tplug& destination) {
         throw TgraphError(
             fmt::format("'{}' is not connected to '{}'", source.name(), destination.name()));
     dst->second.sources.erase(keyOf(destination));
+    if (fImplicit.erase({destination.node(), keyOf(destination)}) && !inImplicitEdits())
+        fBrokenImplicit.emplace_back(source, destination);
     auto& dests = fLinks[source.node()].destinations;
     auto [lo, hi] = dests.equal_range(keyOf(source));
     for (auto it = lo; it != hi; ++it)
@@ -580,6 +673,7 @@ void TdependGraph::setPlugValue(const Tplug& plug, const void* value) {
     a.copyValue(at, value);
     block.valueChanged(a);
     propagateFrom(plug.node(), a);
+    plug.node()->setCachedValue(plug, TdataHandle(&block, &a, at));
 }
 
 void TdependGraph::setPlugValueFromWords(const Tplug& plug, const std::vector<std::string>& words) {
@@ -608,14 +702,19 @@ void TdependGraph::setPlugValueFromWords(const Tplug& plug, const std::vector<st
 
 TDGcommand::~TDGcommand() = default;
 
+void TDGcommand::record(Edit edit) {
+    edit.implicit = fGraph.inImplicitEdits();
+    fEdits.push_back(std::move(edit));
+}
+
 TdependNode* TDGcommand::newNodeToAdd(std::string_view typeName, std::string_view name) {
     TdependNode* node = fGraph.createNode(typeName, name);
     const std::string type(typeName), made(node->name());
     TdependGraph& graph = fGraph;
-    fEdits.push_back({[&graph, type, made] { graph.createNode(type, made); },
-                      [&graph, made] {
-                          graph.deleteNode(graph.findNode(made));
-                      }});
+    record({[&graph, type, made] { graph.createNode(type, made); },
+            [&graph, made] {
+                graph.deleteNode(graph.findNode(made));
+            }});
     return node;
 }
 
@@ -623,20 +722,20 @@ void TDGcommand::newConnectionToMake(const Tplug& source, const Tplug& destinati
     fGraph.connect(source, destination);
     const std::string s = source.name(), d = destination.name();
     TdependGraph& graph = fGraph;
-    fEdits.push_back({[&graph, s, d] { graph.connect(graph.findPlug(s), graph.findPlug(d)); },
-                      [&graph, s, d] {
-                          graph.disconnect(graph.findPlug(s), graph.findPlug(d));
-                      }});
+    record({[&graph, s, d] { graph.connect(graph.findPlug(s), graph.findPlug(d)); },
+            [&graph, s, d] {
+                graph.disconnect(graph.findPlug(s), graph.findPlug(d));
+            }});
 }
 
 void TDGcommand::newConnectionToBreak(const Tplug& source, const Tplug& destination) {
     fGraph.disconnect(source, destination);
     const std::string s = source.name(), d = destination.name();
     TdependGraph& graph = fGraph;
-    fEdits.push_back({[&graph, s, d] { graph.disconnect(graph.findPlug(s), graph.findPlug(d)); },
-                      [&graph, s, d] {
-                          graph.connect(graph.findPlug(s), graph.findPlug(d));
-                      }});
+    record({[&graph, s, d] { graph.disconnect(graph.findPlug(s), graph.findPlug(d)); },
+            [&graph, s, d] {
+                graph.connect(graph.findPlug(s), graph.findPlug(d));
+            }});
 }
 
 namespace {
@@ -686,29 +785,40 @@ void TDGcommand::newPlugValue(const Tplug& plug, const std::vector<std::string>&
     fGraph.setPlugValue(plug, next->data());
     const std::string name = plug.name();
     TdependGraph& graph = fGraph;
-    fEdits.push_back(
-        {[&graph, name, next] { graph.setPlugValue(graph.findPlug(name), next->data()); },
-         [&graph, name, old, existed] {
-             const Tplug p = graph.findPlug(name);
-             if (existed)
-                 graph.setPlugValue(p, old->data());
-             else
-                 p.node()->forceGetDatablock().removeMultiInstance(p);
-         }});
+    record({[&graph, name, next] { graph.setPlugValue(graph.findPlug(name), next->data()); },
+            [&graph, name, old, existed] {
+                const Tplug p = graph.findPlug(name);
+                if (existed)
+                    graph.setPlugValue(p, old->data());
+                else
+                    p.node()->forceGetDatablock().removeMultiInstance(p);
+            }});
 }
 
 void TDGcommand::undoDG() {
     if (!fDone)
         return;
-    for (auto it = fEdits.rbegin(); it != fEdits.rend(); ++it)
-        it->undo();
+    for (auto it = fEdits.rbegin(); it != fEdits.rend(); ++it) {
+        if (it->implicit) {
+            TdependGraph::TimplicitScope scope(fGraph);
+            it->undo();
+        } else {
+            it->undo();
+        }
+    }
     fDone = false;
 }
 
 void TDGcommand::doDG() {
     if (fDone)
         return;
-    for (Edit& e : fEdits)
-        e.redo();
+    for (Edit& e : fEdits) {
+        if (e.implicit) {
+            TdependGraph::TimplicitScope scope(fGraph);
+            e.redo();
+        } else {
+            e.redo();
+        }
+    }
     fDone = true;
 }

@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -13,6 +14,8 @@
 #include <vector>
 
 #include "host/dependnode.h"
+
+class TDGcommand;
 
 // A graph edit that cannot be made (unknown type, name clash, incompatible
 // connection...). The message names what was wrong.
@@ -44,6 +47,10 @@ public:
     // Makes a node of a registered type. An empty name takes the type's
     // default name with the next free number.
     TdependNode* createNode(std::string_view typeName, std::string_view name = {});
+    // Takes in a node made outside the registry's factory (a subclass of a
+    // registered type that a library keeps as part of a scene) under `name`,
+    // or the default name when empty. Its class record is its metaclass's.
+    TdependNode* adoptNode(std::unique_ptr<TdependNode> node, std::string_view name = {});
     void deleteNode(TdependNode* node);
     TdependNode* findNode(std::string_view name) const;
     void renameNode(TdependNode* node, std::string_view name);
@@ -81,6 +88,48 @@ public:
     // How many times compute was run on a node (for tests and tools).
     unsigned computeCount(const TdependNode* node) const;
 
+    // ---- scene hooks
+    // A library that gives scenes standing content registers here. Scene
+    // initialisers run once on a graph that becomes a scene (the scene
+    // language makes its graph one before a script runs); node observers
+    // hear of each node that a user adds (a script's `node`), with the
+    // command that added it. Both run inside implicit edits (below).
+    using SceneInitializer = void (*)(TdependGraph& graph);
+    using NodeAddedObserver = void (*)(TdependNode& node, TDGcommand& command);
+    static void addSceneInitializer(SceneInitializer initializer);
+    static void removeSceneInitializer(SceneInitializer initializer);
+    static void addNodeAddedObserver(NodeAddedObserver observer);
+    static void removeNodeAddedObserver(NodeAddedObserver observer);
+    // Runs the initialisers, the first time only.
+    void initializeScene();
+    bool isScene() const { return fIsScene; }
+    // Tells the observers that a user added `node` through `command`.
+    void nodeAdded(TdependNode& node, TDGcommand& command);
+
+    // ---- implicit edits
+    // Connections made while an implicit scope is open are the scene's own
+    // doing (a default node's wiring, a new light joining the light list):
+    // loading a scene makes them again, so a written scene leaves them out.
+    // Breaking one outside such a scope is a change that a written scene
+    // must keep; making it again restores it.
+    class TimplicitScope {
+    public:
+        explicit TimplicitScope(TdependGraph& graph) : fGraph(graph) { ++fGraph.fImplicitDepth; }
+        ~TimplicitScope() { --fGraph.fImplicitDepth; }
+        TimplicitScope(const TimplicitScope&) = delete;
+        TimplicitScope& operator=(const TimplicitScope&) = delete;
+
+    private:
+        TdependGraph& fGraph;
+    };
+    bool inImplicitEdits() const { return fImplicitDepth > 0; }
+    // The connection into `destination` was made implicitly.
+    bool isImplicitConnection(const Tplug& destination) const;
+    // Implicit connections that a user's edit broke, oldest first.
+    const std::vector<std::pair<Tplug, Tplug>>& brokenImplicitConnections() const {
+        return fBrokenImplicit;
+    }
+
     // ---- used by the ordinary data block
     // Makes the connected inputs in attribute's value tree current.
     void pullInputs(TdependNode* node, TordinaryDataBlock& block, const Tattribute& root,
@@ -112,6 +161,10 @@ private:
     std::unordered_map<const TdependNode*, unsigned> fComputeCounts;
     std::vector<std::pair<const TdependNode*, const Tattribute*>> fEvaluating;
     double fTime = 0.0;
+    bool fIsScene = false;
+    int fImplicitDepth = 0;
+    std::set<std::pair<const TdependNode*, PlugKey>> fImplicit; // by destination
+    std::vector<std::pair<Tplug, Tplug>> fBrokenImplicit;
 };
 
 // An undoable graph edit. Each edit is made at once and recorded; undoDG
@@ -134,7 +187,10 @@ private:
     struct Edit {
         std::function<void()> redo;
         std::function<void()> undo;
+        // Made inside an implicit scope: undone and redone inside one too.
+        bool implicit = false;
     };
+    void record(Edit edit);
     TdependGraph& fGraph;
     std::vector<Edit> fEdits;
     bool fDone = true;

@@ -21,7 +21,9 @@ TEST(OrvoInfo, DescribesTheExampleScene) {
           // 24 around, 12 from pole to pole: 24 * 10 quads and 2 * 24 pole triangles
           "|ball|ballShape", "528 triangles, bounds (-1, -1, -1) to (1, 1, 1)", "\nSets\n",
           "  matte (objectSet): 4 members\n", "    |pillars|rightPillar|pillarShape\n",
-          "\nPartitions\n  looks: shiny, matte\n", "Render layers (current: closeUp)",
+          "\nPartitions\n", "  looks: shiny, matte\n",
+          // every scene has its render partition, which holds the shading groups
+          "  renderPartition: initialShadingGroup\n", "Render layers (current: closeUp)",
           "    floor.visibility = false (plain value true)\n"})
         EXPECT_NE(r.out.find(expected), std::string::npos) << expected << "\nin:\n" << r.out;
     // The floor is hidden in closeUp; the ball is in it.

@@ -40,6 +40,9 @@ node testLight otherShape -parent other
 node objectSet keyLights
 member keyLights redShape blueShape
 connect keyLights.message sg.linkedLights
+// A new light joins the default light set, which lights every group: these
+// light only where they are linked.
+member -remove defaultLightSet redShape blueShape otherShape
 )";
 
 class LightGathering : public ::testing::Test {
@@ -197,6 +200,87 @@ TEST_F(LightGathering, TheCompileReportNamesTheLights) {
     engine->compileReport(report, 0, false);
     EXPECT_NE(report.str().find("lights: 2: redShape"), std::string::npos) << report.str();
     EXPECT_NE(report.str().find("the lights of the sample's illumination slot"), std::string::npos);
+}
+
+} // namespace
+
+namespace {
+
+// Three objects in one group; a light linked to the group on a linker and
+// ignored for the middle object, and the same light reached again through
+// two sets.
+const char* kLinkedScene = R"(
+node testLightSum sum
+node shadingEngine sg
+connect sum.outColor sg.surfaceShader
+node transform a
+node mesh aShape -parent a
+node transform b
+node mesh bShape -parent b
+node transform c
+node mesh cShape -parent c
+member sg a b c
+node transform key
+node testLight keyShape -parent key
+member -remove defaultLightSet keyShape
+node lightLinker rig
+connect sg.message rig.link[0].object
+connect keyShape.message rig.link[0].light
+connect bShape.message rig.ignore[0].objectIgnored
+connect keyShape.message rig.ignore[0].lightIgnored
+node objectSet warm
+member warm keyShape
+node objectSet cool
+member cool keyShape
+connect sg.message rig.link[1].object
+connect warm.message rig.link[1].light
+connect sg.message rig.link[2].object
+connect cool.message rig.link[2].light
+)";
+
+TEST(LightLinks, ALightIgnoredForOneObjectLightsTheOthersWithOneNumber) {
+    TdependGraph graph;
+    std::ostringstream out;
+    qsl::Interpreter(graph, out).runText(kLinkedScene, "links.qsl");
+    auto* engine = dynamic_cast<TDNshadingEngine*>(graph.findNode("sg"));
+    ASSERT_NE(engine, nullptr);
+    engine->gatherLights();
+    const TdependNode* key = graph.findNode("keyShape");
+    // Three entries for the light (direct and two sets) make one number.
+    ASSERT_EQ(engine->lightList().size(), 1u);
+    EXPECT_EQ(engine->lightList()[0].node(), key);
+    EXPECT_TRUE(engine->litBy(0, key));
+    EXPECT_FALSE(engine->litBy(1, key));
+    EXPECT_TRUE(engine->litBy(2, key));
+    EXPECT_EQ(engine->lightRowCount(1), 0u);
+    // The shadow lists have no link of this light.
+    EXPECT_FALSE(engine->shadowedBy(0, key));
+}
+
+TEST(LightLinks, AnObjectsRowLeavesOutItsIgnoredLight) {
+    TdependGraph graph;
+    std::ostringstream out;
+    qsl::Interpreter(graph, out).runText(kLinkedScene, "links.qsl");
+    auto* engine = dynamic_cast<TDNshadingEngine*>(graph.findNode("sg"));
+    auto countFor = [&](int object) {
+        struct ObjectGroup : TrenderGroupBase {
+            int index;
+            int objectIndex() const override { return index; }
+        } group;
+        group.index = object;
+        TrenderThreadBase thread;
+        thread.initShadingGroup(engine);
+        thread.startSampling(engine, 0, &group);
+        Tsample* sample = nullptr;
+        thread.sampleManager()->allocateSamples(engine, 0, &group, 1, &sample);
+        thread.sampleManager()->dispatchSamples(1, &sample);
+        thread.sampleManager()->flushDispatchedSamples();
+        return sample->outTransparency()->x; // the number of lights the material saw
+    };
+    EXPECT_FLOAT_EQ(countFor(0), 1.0f);
+    EXPECT_FLOAT_EQ(countFor(1), 0.0f); // b ignores the light
+    EXPECT_FLOAT_EQ(countFor(2), 1.0f);
+    TrenderThreadBase::resetShadingGroups();
 }
 
 } // namespace

@@ -107,18 +107,28 @@ void commandNode(Interpreter::Context& c) {
     }
     c.interpreter.touched(s, node->name(), true);
     rememberSceneFolder(c, node);
-    if (parentArg < 0)
-        return;
-    TdagObject* child = TdagObject::fromNode(node);
-    if (!child)
-        Interpreter::fail(
-            s, parentArg - 1,
-            fmt::format("'-parent' places DAG nodes, and '{}' is not a DAG node type", type.text));
-    TdagObject* above = dagNodeAt(c, size_t(parentArg));
+    if (parentArg >= 0) {
+        TdagObject* child = TdagObject::fromNode(node);
+        if (!child)
+            Interpreter::fail(s, parentArg - 1,
+                              fmt::format("'-parent' places DAG nodes, and '{}' is not a DAG node "
+                                          "type",
+                                          type.text));
+        TdagObject* above = dagNodeAt(c, size_t(parentArg));
+        try {
+            TdagEdit::addParent(c.command, *child, *above);
+        } catch (const TgraphError& e) {
+            Interpreter::fail(s, parentArg, e.what());
+        }
+    }
+    // The scene takes the node in (a light joins the light list, say), once
+    // it stands where the statement puts it.
     try {
-        TdagEdit::addParent(c.command, *child, *above);
+        c.graph.nodeAdded(*node, c.command);
     } catch (const TgraphError& e) {
-        Interpreter::fail(s, parentArg, e.what());
+        Interpreter::fail(s, 1,
+                          fmt::format("'{}' ({}) cannot join the scene: {}", node->name(),
+                                      node->typeName(), e.what()));
     }
 }
 
@@ -282,6 +292,8 @@ void commandMember(Interpreter::Context& c) {
 Interpreter::Interpreter(TdependGraph& graph) : Interpreter(graph, std::cout) {}
 
 Interpreter::Interpreter(TdependGraph& graph, std::ostream& out) : fGraph(graph), fOut(out) {
+    // Scripts run on scenes: the graph gets what every scene starts with.
+    graph.initializeScene();
     fCommands["node"] = commandNode;
     fCommands["set"] = commandSet;
     fCommands["connect"] = [](Context& c) {
@@ -440,11 +452,47 @@ bool skipValue(const TdependGraph& graph, TdependNode* node, const Tattribute& a
 
 } // namespace
 
+namespace {
+
+// A set membership as the item a `member` statement names: the instance's
+// full path, or the node's name. Empty when the connection is not one that
+// `member` makes again exactly (a DAG node joined by its message, an item
+// the set would refuse).
+std::string memberItem(const Tplug& source, const Tplug& destination) {
+    auto* set = static_cast<TobjectSet*>(destination.node()->cast(TobjectSet::sTypeof()));
+    if (!set)
+        return {};
+    TdagSelectionItem item;
+    if (destination.attribute() == &TobjectSet::aDagSetMembers) {
+        TdagObject* dag = TdagObject::fromNode(source.node());
+        if (!dag || source.attribute() != &TdagObject::aInstObjGroups)
+            return {};
+        const TdagPathArray paths = dag->getAllPaths();
+        if (source.logicalIndex() >= paths.size())
+            return {};
+        item = TdagSelectionItem(paths[source.logicalIndex()]);
+    } else if (destination.attribute() == &TobjectSet::aDNSetMembers) {
+        if (TdagObject::fromNode(source.node()) || source.attribute() != &TdependNode::aMessage)
+            return {};
+        item = TdagSelectionItem(source.node());
+    } else {
+        return {};
+    }
+    const TselectionList joins = set->membersFor(item);
+    if (!set->whyNotMember(item).empty() || joins.length() != 1 || !(joins[0] == item))
+        return {};
+    return item.name();
+}
+
+} // namespace
+
 std::string writeScene(const TdependGraph& graph) {
     std::ostringstream out;
     out << "// orvo scene\n";
+    // Default nodes are the scene's own: loading makes them.
     for (TdependNode* node : graph.nodes())
-        out << "node " << node->typeName() << ' ' << node->name() << '\n';
+        if (!node->isDefaultNode())
+            out << "node " << node->typeName() << ' ' << node->name() << '\n';
     for (TdependNode* node : graph.nodes()) {
         TordinaryDataBlock* block = node->getDatablock();
         if (!block)
@@ -476,8 +524,38 @@ std::string writeScene(const TdependGraph& graph) {
             out << "set " << node->name() << '.' << root->longName() << joinWords(words) << '\n';
         }
     }
-    for (const auto& [source, destination] : graph.connections())
+
+    // Connections the scene made itself (see TdependGraph::TimplicitScope)
+    // are made again on loading; those a user broke are broken again.
+    // Set memberships are written as `member`, which does not depend on
+    // element numbers: the scene's own memberships may number differently
+    // when loaded. They come last, once the DAG paths they name stand.
+    std::string removals;
+    for (const auto& [source, destination] : graph.brokenImplicitConnections()) {
+        if (const std::string item = memberItem(source, destination); !item.empty())
+            removals += "member -remove " + destination.node()->name() + ' ' + item + '\n';
+        else
+            out << "disconnect " << source.name() << ' ' << destination.name() << '\n';
+    }
+    std::vector<std::pair<std::string, std::string>> members; // set -> items
+    for (const auto& [source, destination] : graph.connections()) {
+        if (graph.isImplicitConnection(destination))
+            continue;
+        if (const std::string item = memberItem(source, destination); !item.empty()) {
+            const std::string& set = destination.node()->name();
+            const auto it = std::find_if(members.begin(), members.end(),
+                                         [&](const auto& m) { return m.first == set; });
+            if (it == members.end())
+                members.emplace_back(set, ' ' + item);
+            else
+                it->second += ' ' + item;
+            continue;
+        }
         out << "connect " << source.name() << ' ' << destination.name() << '\n';
+    }
+    out << removals;
+    for (const auto& [set, items] : members)
+        out << "member " << set << items << '\n';
     return out.str();
 }
 

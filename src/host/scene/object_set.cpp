@@ -51,6 +51,42 @@ bool TselectionList::hasNode(const TdependNode* node) const {
 
 // ---------------------------------------------------------------- sets
 
+TobjectSet::~TobjectSet() {
+    const std::vector<Client> clients = std::move(fClients);
+    for (const Client& c : clients)
+        if (c.deleted)
+            c.deleted(*this, c.client);
+}
+
+bool TobjectSet::addMembershipClient(void* client, MembersChangedFn changed, SetDeletedFn deleted) {
+    if (!client || hasMembershipClient(client))
+        return false;
+    fClients.push_back({client, changed, deleted});
+    return true;
+}
+
+bool TobjectSet::removeMembershipClient(const void* client) {
+    const auto it = std::find_if(fClients.begin(), fClients.end(),
+                                 [client](const Client& c) { return c.client == client; });
+    if (it == fClients.end())
+        return false;
+    fClients.erase(it);
+    return true;
+}
+
+bool TobjectSet::hasMembershipClient(const void* client) const {
+    return std::any_of(fClients.begin(), fClients.end(),
+                       [client](const Client& c) { return c.client == client; });
+}
+
+void TobjectSet::membersChanged() {
+    // A copy: a client may leave from its callback.
+    const std::vector<Client> clients = fClients;
+    for (const Client& c : clients)
+        if (c.changed && hasMembershipClient(c.client))
+            c.changed(*this, c.client);
+}
+
 void* TobjectSet::cast(Tmetaclass* meta) {
     // A shading group mixes the shading-node interface into a set.
     if (meta && meta == TshadingNodeTmeta())
@@ -266,6 +302,9 @@ void TobjectSet::connectionMade(const Tplug& mine, const Tplug& other, bool asSo
                                             other.logicalIndex()};
     else if (mine.attribute() == &aDNSetMembers)
         fNodeMembers[mine.logicalIndex()] = other.node();
+    else
+        return;
+    membersChanged();
 }
 
 void TobjectSet::connectionBroken(const Tplug& mine, const Tplug& other, bool asSource) {
@@ -276,6 +315,9 @@ void TobjectSet::connectionBroken(const Tplug& mine, const Tplug& other, bool as
         fDagMembers.erase(mine.logicalIndex());
     else if (mine.attribute() == &aDNSetMembers)
         fNodeMembers.erase(mine.logicalIndex());
+    else
+        return;
+    membersChanged();
 }
 
 // ---------------------------------------------------------------- partitions

@@ -76,6 +76,8 @@ ORVO_NODE(TobjectSet, TdependNode, "objectSet", "OSET", 2110, "kSet", "host/set"
 
 class TobjectSet : public TdnPattern<TobjectSet, TdependNode> {
 public:
+    ~TobjectSet() override;
+
     // Restriction bits. Bit 4: only renderable geometry joins, and a group
     // that joins brings the renderable shapes below it instead of itself.
     // The other bits are kept for the types that set them.
@@ -111,12 +113,29 @@ public:
     // The sets that hold a node as a node member.
     static std::vector<TobjectSet*> setsOf(const TdependNode* node);
 
+    // Clients of the set hear when its members change (after the change)
+    // and when the set goes away. A client is known by its address; adding
+    // one that is there already changes nothing and answers false.
+    using MembersChangedFn = void (*)(TobjectSet& set, void* client);
+    using SetDeletedFn = void (*)(TobjectSet& set, void* client);
+    bool addMembershipClient(void* client, MembersChangedFn changed, SetDeletedFn deleted);
+    bool removeMembershipClient(const void* client);
+    bool hasMembershipClient(const void* client) const;
+
     void* cast(Tmetaclass* meta) override;
     bool legalConnection(const Tplug& mine, const Tplug& other, bool asSource) override;
     void connectionMade(const Tplug& mine, const Tplug& other, bool asSource) override;
     void connectionBroken(const Tplug& mine, const Tplug& other, bool asSource) override;
 
 private:
+    struct Client {
+        void* client;
+        MembersChangedFn changed;
+        SetDeletedFn deleted;
+    };
+    void membersChanged();
+
+    std::vector<Client> fClients;
     struct DagMember {
         TdagObject* node;
         unsigned instance;

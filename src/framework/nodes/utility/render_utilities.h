@@ -9,6 +9,10 @@
 
 #include "host/types.h"
 
+class Tattribute;
+class TdependNode;
+class Tplug;
+
 class TrenderUtilities {
 public:
     // |x| at or below this counts as zero, and two values this close are
@@ -27,6 +31,44 @@ public:
     // 0) falls outside the six sectors and leaves `rgb` as it was, so a
     // caller that preloads `rgb` keeps its previous value.
     static void HSVtoRGB(T3Float hsv, T3Float& rgb);
+
+    // Luminance with the broadcast weights, the same as luminance().
+    static float ntscLuminance(const T3Float& c) { return luminance(c.x, c.y, c.z); }
+    // A sine of period 1 from two parabolas: exact at the quarter periods,
+    // within 0.06 between them. For settings and viewport code that wants
+    // a smooth wave cheaply.
+    static float cheapSin(float x);
+
+    // ---- plug helpers for settings and viewport code. They live with the
+    // render info (framework/render_info.cpp), which decides what a render
+    // node is. T is bool, int16_t, int32_t, float, double, T2Float, T3Float
+    // or Tstring; each answers false when the plug's value does not fit T.
+    // The value through the graph (connections pulled).
+    template <class T>
+    static bool getValue(const Tplug& plug, T& out);
+    // Sets the plug's value; false when it is connected or cannot take it.
+    template <class T>
+    static bool setValue(const Tplug& plug, const T& value);
+    // The plug, a compound above it or a child below it has a source on a
+    // render node: a connection from an animation curve or another
+    // non-render node does not count as shading.
+    static bool isConnected(const Tplug& plug);
+    static bool isPlugOnRenderNode(const Tplug& plug);
+    // The value the plug holds itself, unless it is connected.
+    template <class T>
+    static bool getUnconnectedValue(const Tplug& plug, T& out);
+    template <class T>
+    static bool getUnconnectedValue(const TdependNode* node, const Tattribute& attribute, T& out);
+    template <class T>
+    static bool getUnconnectedValue(const TdependNode* node, const char* attributeName, T& out);
+    // The attribute's own default.
+    template <class T>
+    static bool getDefaultValue(const Tattribute& attribute, T& out);
+    // When the plug is fed by a multiplyDivide that multiplies, and the
+    // multiplier (input2, or its child that matches the output child) is
+    // not connected: that multiplier. A whole output needs its three
+    // multipliers equal.
+    static bool getMultiplierNodeGainValue(const Tplug& plug, float& gain);
 };
 
 // renderPassMode, shared by the colour utilities: how a utility's result

@@ -1,0 +1,188 @@
+#pragma once
+
+// The render info of a scene: the root of what rendering needs from the
+// graph. It is the scene's render partition (the partition that keeps the
+// shading groups apart), it makes the scene's default nodes, keeps the
+// lists that render nodes join, and links shading groups to the default
+// light set, so that a new light lights every shading group.
+//
+// A scene made by the scene language has its render info from the start:
+// render_info.cpp registers a scene initialiser and a node observer with
+// the graph. In a loaded scene the defaults are
+//
+//   renderPartition       partition         (this object)
+//   initialShadingGroup   shadingEngine     in renderPartition, linked to
+//                                           defaultLightSet on link[0] and
+//                                           shadowLink[0] of lightLinker1
+//   defaultLightList1     defaultLightList
+//   lightList1            lightList
+//   defaultLightSet       objectSet
+//   defaultObjectSet      objectSet
+//   lightLinker1          lightLinker
+//
+// all implicitly created and default: a written scene leaves them out and
+// keeps only what was changed on them.
+//
+// Also here: the process-wide list of render callbacks.
+
+#include <cstdint>
+#include <vector>
+
+#include "host/scene/dag.h"
+#include "host/scene/object_set.h"
+
+class TDNshadingEngine;
+class TdnDefaultLightList;
+class TdnLightList;
+class TdnLightLink;
+
+class TrenderInfo : public Tpartition {
+public:
+    // The render info of `graph`, made (with the default nodes) if the graph
+    // has none yet. A node already there under a default's name is taken
+    // as that default when its type fits; otherwise TgraphError.
+    static TrenderInfo* getRenderInfo(TdependGraph& graph);
+    // Takes the render info and its default nodes out of their scene and
+    // frees them. Null is accepted.
+    static void deleteRenderInfo(TrenderInfo* info);
+    // The render info of `graph`, or null.
+    static TrenderInfo* find(const TdependGraph& graph);
+
+    ~TrenderInfo() override;
+
+    TrenderInfo* renderPartition() { return this; }
+    TDNshadingEngine* initialShadingGroup() const { return fInitialShadingGroup; }
+    TdnDefaultLightList* defaultLightList() const { return fDefaultLightList; }
+    TdnLightList* lightList() const { return fLightList; }
+    TobjectSet* defaultLightSet() const { return fDefaultLightSet; }
+    TobjectSet* defaultObjectSet() const { return fDefaultObjectSet; }
+
+    // The shading group of objects given none; the initial one unless set.
+    TDNshadingEngine* defaultShadingGroup() const { return fDefaultShadingGroup; }
+    void setDefaultShadingGroup(TDNshadingEngine* group) { fDefaultShadingGroup = group; }
+    void resetDefaultShadingGroup() { fDefaultShadingGroup = fInitialShadingGroup; }
+
+    // The light linker that new links go to: the first one from a
+    // referenced scene, else the first; null when the scene has none.
+    TdnLightLink* activeLinkNode() const;
+
+    // ---- joining the lists, through `command` so that it can be undone
+    // A light joins the light list (its `lightData`, or its `message` when
+    // it has none) and the default light set (the first instance of a DAG
+    // light, else the node). Throws TgraphError from the graph.
+    void addLight(TdependNode* node, TDGcommand& command);
+    // The node feeds the light list, by the plug addLight connects.
+    bool isLight(const TdependNode* node) const;
+    // A shading group (a set of renderable geometry only; nothing happens
+    // for another) joins the render partition and is linked to the default
+    // light set for light and shadow. The default shader and material info
+    // that a group is also given are left for when their types exist.
+    bool addShadingGroup(TDNshadingEngine* engine, TDGcommand& command, bool connectDefault);
+    // Links the group's message to the default light set's on the active
+    // linker's `link` list (shadowLink, both); a pair there already is
+    // left alone. False when the scene has no linker.
+    bool linkShadingGroupToDefaultLightSet(TDNshadingEngine* engine, TDGcommand& command);
+    bool shadowLinkShadingGroupToDefaultLightSet(TDNshadingEngine* engine, TDGcommand& command);
+    bool linkWithShadowsShadingGroupToDefaultLightSet(TDNshadingEngine* engine,
+                                                      TDGcommand& command);
+
+    // ---- class tests
+    // A node that joins a scene as a light: a light shape, or a node with
+    // a "lightData" record other than a light list's or a swatch light's.
+    static bool isSceneLight(const TdependNode* node);
+    // The node's type is classified as a render node (a render node, a
+    // utility, rendering, post process, shader, texture, light, image plane
+    // or camera).
+    static bool isRenderNode(const TdependNode* node);
+    // The node's outColor feeds a volumeShader somewhere.
+    static bool usedForVolumeShading(const TdependNode* node);
+
+    // What a user's new node brings into a scene: lights and shading groups
+    // join. Registered as the graph's node observer.
+    static void nodeAddedToScene(TdependNode& node, TDGcommand& command);
+
+private:
+    TrenderInfo() = default;
+    void makeDefaults(TdependGraph& graph);
+    bool linkToDefaultLightSet(TDNshadingEngine* engine, int list, TDGcommand& command);
+
+    TDNshadingEngine* fInitialShadingGroup = nullptr;
+    TDNshadingEngine* fDefaultShadingGroup = nullptr;
+    TdnDefaultLightList* fDefaultLightList = nullptr;
+    TdnLightList* fLightList = nullptr;
+    TobjectSet* fDefaultLightSet = nullptr;
+    TobjectSet* fDefaultObjectSet = nullptr;
+};
+
+// ---------------------------------------------------------------- callbacks
+
+// What a renderer hands its render callbacks. The renderer that fills the
+// record gives its fields their meaning.
+struct TrenderCallbackData {
+    virtual ~TrenderCallbackData() = default;
+    uint64_t words0[7] = {};
+    TdagPath path;
+    T4dFltMatrix matrix;
+    uint32_t ints0[2] = {};
+    uint64_t words1[3] = {};
+    int16_t shorts0[6] = {};
+    uint8_t flags[2] = {};
+    uint64_t words2[2] = {};
+    int16_t shorts1[2] = {};
+    uint32_t int1 = 0;
+};
+
+// The same for shadow casting.
+struct TshadowCallbackData : TrenderCallbackData {};
+
+// A hook into renders. Callbacks run in ascending priority; the process
+// keeps one list, filled before a render starts.
+class TrenderCallback {
+public:
+    virtual ~TrenderCallback();
+
+    virtual void initialize() {}
+    virtual int shadowCastCallback(const TshadowCallbackData&) { return 0; }
+    virtual int renderCallback(const TrenderCallbackData&) { return 0; }
+    virtual int postProcessCallback(const TrenderCallbackData&) { return 0; }
+    virtual void finalize() {}
+    virtual bool useShaderGlow() { return false; }
+    virtual bool castsShadows() { return false; }
+
+    int priority() const { return fPriority; }
+    // Callbacks compare by priority and nothing else.
+    friend bool operator<(const TrenderCallback& a, const TrenderCallback& b) {
+        return a.fPriority < b.fPriority;
+    }
+    friend bool operator==(const TrenderCallback& a, const TrenderCallback& b) {
+        return a.fPriority == b.fPriority;
+    }
+
+    // Inserts in priority order, before the callbacks of the same priority.
+    // False for a callback in the list already, or, with unique
+    // priorities, for a priority that is taken.
+    static bool addCallback(TrenderCallback* callback);
+    static bool removeCallback(TrenderCallback* callback);
+    static bool callbacksExist();
+    static const std::vector<TrenderCallback*>& callbacks();
+    static void setUniquePriorities(bool on);
+
+    // Every callback in order.
+    static void invokeInitialize();
+    static void invokeFinalize();
+    // In order until one answers non-zero, whose answer is returned; 0
+    // when none does. invokeRender also puts the current graph's time back
+    // when a callback moved it.
+    static int invokeShadowCast(const TshadowCallbackData& data);
+    static int invokeRender(const TrenderCallbackData& data);
+    static int invokePostProcess(const TrenderCallbackData& data);
+    static bool invokeCastsShadows();
+    // Every callback, without stopping: whether any wants shader glow.
+    static bool invokeUseShaderGlow();
+
+protected:
+    explicit TrenderCallback(int priority) : fPriority(priority) {}
+
+private:
+    int fPriority;
+};

@@ -1,0 +1,326 @@
+// Ray traced shadows of lights. A shadowed sample sends rays toward the
+// light, spread over the cone in which the light's sphere (or, for a
+// directional light, its angle) is seen, and the sampler says how much of
+// each ray gets through. Sampling is adaptive: a first stage of n rays a
+// sample, then a second of 4n rays on the samples whose first rays
+// disagreed (the penumbra), and the two mixed 0.2 to 0.8 there.
+//
+// All rays of a stage go to the sampler in one call; the records, the
+// pointers to them and the per-sample sums live on the stack.
+
+#include <algorithm>
+#include <alloca.h>
+#include <cmath>
+#include <cstring>
+#include <new>
+
+#include "lights/non_extended_light_shape.h"
+#include "shading/hammersley.h"
+
+namespace {
+
+// Stack a stage may take for its ray records and their slots. A batch of 64
+// samples at 16 rays in its second stage (4096 rays) fits; more rays than
+// that are traced in several calls rather than overflowing the stack.
+constexpr size_t kShadowStackBudget = 256 * 1024;
+
+constexpr float kMinShadowRadius = 0.0001f;
+constexpr float kStageOneWeight = 0.2f;
+constexpr float kStageTwoWeight = 0.8f;
+constexpr unsigned kStageTwoRayFactor = 4;
+constexpr float kDirectionalReach = 1e10f;
+
+// The frame around the axis `l` that shadow rays are spread in.
+struct ShadowCone {
+    T3Float l{}, u{}, v{};
+    float cosMax = 1.0f;
+    float reach = 0.0f;
+
+    void buildFrame() {
+        const T3Float axis =
+            l.y < l.x ? T3Float(T3dFltVector::yAxis) : T3Float(T3dFltVector::xAxis);
+        u = OrvoNormalizeIfLong(OrvoCross(l, axis));
+        v = OrvoNormalizeIfLong(OrvoCross(u, l));
+    }
+
+    // Ray `index` of the low-discrepancy sequence: a direction within the
+    // cone, its angle about the axis from the first sequence and its
+    // opening from the second.
+    T3Float direction(uint32_t index) const {
+        const TrenderHammersley& h = TrenderHammersley::theHammersley();
+        const float h1 = h.thetaValue(index);
+        const float h2 = h.phiValue(index);
+        const float c = 1.0f - h2 * (1.0f - cosMax);
+        const float s = std::sqrt(std::max(0.0f, 1.0f - c * c));
+        const float angle = float(2.0 * M_PI * double(h1));
+        return u * (std::sin(angle) * s) + v * (std::cos(angle) * s) + l * c;
+    }
+};
+
+// Aims each sample's rays within its own cone.
+class ConeAim {
+public:
+    ConeAim(const ShadowCone* cones, const TvectorDataHandle& instance, void* objectId,
+            int32_t primitiveId, bool sharedIds)
+        : fCones(cones), fInstance(instance), fObjectId(objectId), fPrimitiveId(primitiveId),
+          fSharedIds(sharedIds) {}
+
+    void aim(unsigned sample, unsigned j, TgenericRay& ray) const {
+        const ShadowCone& cone = fCones[sample];
+        const T3Float d = cone.direction(uint32_t(fInstance[int(sample)].asInt()) + j);
+        std::memcpy(ray.direction, &d, sizeof ray.direction);
+        ray.maxDistance = cone.reach;
+        if (fSharedIds) {
+            ray.objectId = fObjectId;
+            ray.primitiveId = fPrimitiveId;
+        }
+    }
+
+private:
+    const ShadowCone* fCones;
+    TvectorDataHandle fInstance;
+    void* fObjectId;
+    int32_t fPrimitiveId;
+    bool fSharedIds;
+};
+
+} // namespace
+
+// ---------------------------------------------------------------- the two stages
+
+template <class Stage>
+bool TrenderLightShape::twoStageShadows(LightBatch& b, Tspectrum* reflectance, Stage&& stage) {
+    std::fill(reflectance, reflectance + b.count, kWhiteSpectrum);
+    const int n = integerValue(b.block.vectorInputValue(aNumShadowSamples, b.first, 1)[0]);
+    const TvectorDataHandle wanted =
+        b.block.vectorInputValue(aUseRayTraceShadows, b.first, b.count);
+    auto* mask = static_cast<uint8_t*>(alloca(b.count));
+    bool any = false;
+    for (unsigned i = 0; i < b.count; ++i) {
+        // A sample that gets no light casts no shadow ray.
+        mask[i] = wanted[int(i)].asBool() && !b.skip[i];
+        any = any || mask[i];
+    }
+    if (!any || n <= 0)
+        return false;
+
+    auto* penumbra = static_cast<uint8_t*>(alloca(b.count));
+    stage(unsigned(n), mask, reflectance, penumbra);
+    if (std::none_of(penumbra, penumbra + b.count, [](uint8_t p) { return p != 0; }))
+        return true;
+
+    auto* second = static_cast<Tspectrum*>(alloca(sizeof(Tspectrum) * b.count));
+    auto* unused = static_cast<uint8_t*>(alloca(b.count));
+    stage(kStageTwoRayFactor * unsigned(n), penumbra, second, unused);
+    for (unsigned i = 0; i < b.count; ++i)
+        if (penumbra[i])
+            reflectance[i] = reflectance[i] * kStageOneWeight + second[i] * kStageTwoWeight;
+    return true;
+}
+
+bool TrenderLightShape::computeRtShadowPt(LightBatch& b, float radius, Tspectrum* reflectance) {
+    return twoStageShadows(b, reflectance,
+                           [&](unsigned rays, const uint8_t* mask, Tspectrum* out, uint8_t* pen) {
+                               computeShadowColors(b, radius, rays, mask, out, pen);
+                           });
+}
+
+bool TnonExtendedLightShape::computeRtShadowDir(LightBatch& b, const T3Float& direction,
+                                                float angleDegrees, Tspectrum* reflectance) {
+    return twoStageShadows(
+        b, reflectance, [&](unsigned rays, const uint8_t* mask, Tspectrum* out, uint8_t* pen) {
+            computeDirLightShadowColors(b, direction, angleDegrees, rays, mask, out, pen);
+        });
+}
+
+// ---------------------------------------------------------------- one stage
+
+void TrenderLightShape::computeShadowColors(LightBatch& b, float radius, unsigned rays,
+                                            const uint8_t* mask, Tspectrum* reflectance,
+                                            uint8_t* penumbra) {
+    const float r = std::max(radius, kMinShadowRadius);
+    const TvectorDataHandle depth = b.block.vectorInputValue(aRayDepth, b.first, b.count);
+    const TvectorDataHandle limit = b.block.vectorInputValue(aRayDepthLimit, b.first, b.count);
+    auto* cones = static_cast<ShadowCone*>(alloca(sizeof(ShadowCone) * b.count));
+    auto* casts = static_cast<uint8_t*>(alloca(b.count));
+    for (unsigned i = 0; i < b.count; ++i) {
+        new (cones + i) ShadowCone();
+        casts[i] = 0;
+        if (!mask[i] || integerValue(depth[int(i)]) >= integerValue(limit[int(i)]))
+            continue;
+        const T3Float p = b.point(i);
+        // The light decides whether it reaches the point, in its own space.
+        T3Float local = OrvoTransformPoint(fWorldToLocal, OrvoTransformPoint(fEyeToWorld, p));
+        T3Float seenFrom, seenAlong;
+        if (!canSee(local, seenFrom, seenAlong))
+            continue;
+        casts[i] = 1;
+        ShadowCone& cone = cones[i];
+        const T3Float l = fPosition - p;
+        const float squared = OrvoDot(l, l);
+        // Inside the light's sphere the distance counts as the radius: the
+        // cone opens to the whole hemisphere about the unit axis.
+        const float d = squared <= r * r ? r : std::sqrt(squared);
+        cone.l = OrvoNormalizeIfLong(l);
+        cone.reach = d;
+        const float ratio = std::min(1.0f, r / d);
+        cone.cosMax = std::sqrt(1.0f - ratio * ratio);
+        cone.buildFrame();
+    }
+    const TvectorDataHandle instance = b.block.vectorInputValue(aRayInstance, b.first, b.count);
+    const ConeAim cone(cones, instance, nullptr, 0, false);
+    struct Aim final : ShadowRayAim {
+        const ConeAim& cone;
+        explicit Aim(const ConeAim& c) : cone(c) {}
+        void aim(unsigned sample, unsigned j, TgenericRay& ray) const override {
+            cone.aim(sample, j, ray);
+        }
+    } aim(cone);
+    traceShadowStage(b, rays, casts, aim, reflectance, penumbra);
+}
+
+void TnonExtendedLightShape::computeDirLightShadowColors(LightBatch& b, const T3Float& direction,
+                                                         float angleDegrees, unsigned rays,
+                                                         const uint8_t* mask,
+                                                         Tspectrum* reflectance,
+                                                         uint8_t* penumbra) {
+    ShadowCone shared;
+    shared.l = direction;
+    shared.cosMax = float(std::cos(double(angleDegrees) * M_PI / 180.0));
+    shared.reach = kDirectionalReach;
+    shared.buildFrame();
+    const TvectorDataHandle depth = b.block.vectorInputValue(aRayDepth, b.first, b.count);
+    const TvectorDataHandle limit = b.block.vectorInputValue(aRayDepthLimit, b.first, b.count);
+    auto* cones = static_cast<ShadowCone*>(alloca(sizeof(ShadowCone) * b.count));
+    auto* casts = static_cast<uint8_t*>(alloca(b.count));
+    for (unsigned i = 0; i < b.count; ++i) {
+        new (cones + i) ShadowCone(shared);
+        casts[i] = mask[i] && integerValue(depth[int(i)]) < integerValue(limit[int(i)]);
+    }
+    // One surface for the whole batch: its ids are read once.
+    void* objectId = b.block.vectorInputValue(aObjectId, b.first, 1)[0].as<void*>();
+    const int32_t primitiveId = integerValue(b.block.vectorInputValue(aPrimitiveId, b.first, 1)[0]);
+    const TvectorDataHandle instance = b.block.vectorInputValue(aRayInstance, b.first, b.count);
+    const ConeAim cone(cones, instance, objectId, primitiveId, true);
+    struct Aim final : ShadowRayAim {
+        const ConeAim& cone;
+        explicit Aim(const ConeAim& c) : cone(c) {}
+        void aim(unsigned sample, unsigned j, TgenericRay& ray) const override {
+            cone.aim(sample, j, ray);
+        }
+    } aim(cone);
+    traceShadowStage(b, rays, casts, aim, reflectance, penumbra);
+}
+
+void TrenderLightShape::traceShadowStage(LightBatch& b, unsigned rays, const uint8_t* casts,
+                                         const ShadowRayAim& aim, Tspectrum* reflectance,
+                                         uint8_t* penumbra) {
+    std::fill(reflectance, reflectance + b.count, kWhiteSpectrum);
+    std::memset(penumbra, 0, b.count);
+    const size_t casting =
+        size_t(std::count_if(casts, casts + b.count, [](uint8_t c) { return c; }));
+    if (!b.sampler || rays == 0 || casting == 0)
+        return;
+    TraySampler& sampler = *b.sampler;
+
+    // Record size, and how many rays one call can take within the budget.
+    const size_t total = casting * rays;
+    const size_t slot = sizeof(TgenericRay*) + 4 * sizeof(float) + sizeof(uint32_t);
+    size_t recordSize = std::max(sampler.rayRecordSize(unsigned(total)), sizeof(TgenericRay));
+    size_t capacity =
+        std::min(total, std::max<size_t>(1, kShadowStackBudget / (recordSize + slot)));
+    if (capacity < total) {
+        recordSize = std::max(recordSize, sampler.rayRecordSize(unsigned(capacity)));
+        capacity =
+            std::max<size_t>(1, std::min(capacity, kShadowStackBudget / (recordSize + slot)));
+    }
+    recordSize = OrvoAlignUp(recordSize, alignof(TgenericRay));
+
+    auto* records = static_cast<std::byte*>(alloca(capacity * recordSize + alignof(TgenericRay)));
+    records = reinterpret_cast<std::byte*>(
+        OrvoAlignUp(reinterpret_cast<uintptr_t>(records), alignof(TgenericRay)));
+    auto** pointers = static_cast<TgenericRay**>(alloca(sizeof(TgenericRay*) * capacity));
+    auto* transmission = static_cast<float*>(alloca(sizeof(float) * 3 * capacity));
+    auto* fraction = static_cast<float*>(alloca(sizeof(float) * capacity));
+    auto* owner = static_cast<uint32_t*>(alloca(sizeof(uint32_t) * capacity));
+    auto* sum = static_cast<Tspectrum*>(alloca(sizeof(Tspectrum) * b.count));
+    auto* fractionSum = static_cast<float*>(alloca(sizeof(float) * b.count));
+    auto* blocked = static_cast<unsigned*>(alloca(sizeof(unsigned) * b.count));
+    std::fill(sum, sum + b.count, kBlackSpectrum);
+    std::fill(fractionSum, fractionSum + b.count, 0.0f);
+    std::fill(blocked, blocked + b.count, 0u);
+
+    const TvectorDataHandle depth = b.block.vectorInputValue(aRayDepth, b.first, b.count);
+    const TvectorDataHandle instance = b.block.vectorInputValue(aRayInstance, b.first, b.count);
+    const TvectorDataHandle objectId = b.block.vectorInputValue(aObjectId, b.first, b.count);
+    const TvectorDataHandle primitiveId = b.block.vectorInputValue(aPrimitiveId, b.first, b.count);
+    const int depthLimit = integerValue(b.block.vectorInputValue(aRayDepthLimit, b.first, 1)[0]);
+
+    size_t used = 0;
+    auto flush = [&] {
+        if (used == 0)
+            return;
+        sampler.traceShadowRays(this, unsigned(used), pointers, transmission, fraction, depthLimit,
+                                pointers[0]->objectId);
+        for (size_t k = 0; k < used; ++k) {
+            const Tspectrum t(transmission[3 * k], transmission[3 * k + 1],
+                              transmission[3 * k + 2]);
+            sum[owner[k]] += t;
+            fractionSum[owner[k]] += fraction[k];
+            if (!(t == kWhiteSpectrum))
+                ++blocked[owner[k]];
+        }
+        used = 0;
+    };
+    for (unsigned i = 0; i < b.count; ++i) {
+        if (!casts[i])
+            continue;
+        const int e = int(i);
+        const T3Float origin = b.point(i);
+        for (unsigned j = 0; j < rays; ++j) {
+            if (used == capacity)
+                flush();
+            auto* ray = new (records + used * recordSize) TgenericRay();
+            std::memcpy(ray->origin, &origin, sizeof ray->origin);
+            ray->depth = integerValue(depth[e]) + 1;
+            ray->instance = int32_t(uint32_t(integerValue(instance[e])) + j);
+            ray->objectId = objectId[e].as<void*>();
+            ray->primitiveId = integerValue(primitiveId[e]);
+            ray->medium = 1.0f;
+            aim.aim(i, j, *ray);
+            pointers[used] = ray;
+            transmission[3 * used] = transmission[3 * used + 1] = transmission[3 * used + 2] = 1.0f;
+            fraction[used] = 1.0f;
+            owner[used] = i;
+            ++used;
+        }
+    }
+    flush();
+
+    const float perRay = 1.0f / float(rays);
+    for (unsigned i = 0; i < b.count; ++i) {
+        if (!casts[i])
+            continue;
+        reflectance[i] = sum[i] * perRay;
+        if (blocked[i] != 0 && blocked[i] != rays)
+            penumbra[i] = 1;
+        // Rays that got through whole don't count, however the surfaces on
+        // the way scaled their fraction.
+        b.record(i).shadowFraction = std::min(fractionSum[i], float(blocked[i])) * perRay;
+    }
+}
+
+// ---------------------------------------------------------------- blending
+
+void TrenderLightShape::interpolateLightAndShadow(LightBatch& b, T3Float* colours,
+                                                  const Tspectrum* reflectance,
+                                                  const uint8_t* skip) {
+    const TvectorDataHandle shadow = b.block.vectorInputValue(aShadowColor, b.first, b.count);
+    for (unsigned i = 0; i < b.count; ++i) {
+        if (skip && skip[i])
+            continue;
+        const float* s = shadow[int(i)].asFloat3();
+        for (int k = 0; k < 3; ++k)
+            colours[i][k] = (1.0f - reflectance[i][k]) * s[k] + reflectance[i][k] * colours[i][k];
+    }
+}
