@@ -261,6 +261,7 @@ unsigned TrayTracer::traceShadowRays(unsigned count, TgenericRay** rays, float* 
         p.medium = ray.medium;
         p.instance = uint32_t(ray.instance);
         p.weight = {transmission[3 * i], transmission[3 * i + 1], transmission[3 * i + 2]};
+        p.leaving = fScene.objectOf(ray.objectId);
         p.fraction = fraction[i];
         if (ray.depth <= depthLimit && OrvoLength(p.direction) > 0.0f && p.far > p.near)
             level->active.push_back(i);
@@ -299,7 +300,18 @@ void TrayTracer::follow(Level& level) {
             TrayPath& p = level.paths[index];
             Thit hit;
             ++fRaysTraced;
-            if (!fScene.intersect(p.origin, p.direction, p.near, p.far, hit)) {
+            bool found = fScene.intersect(p.origin, p.direction, p.near, p.far, hit);
+            // A shadow ray leaving a faceted surface near where it turns
+            // from the light can start just under the facets that a smooth
+            // normal lit; it then meets its own object from inside first.
+            // A ray leaving a closed surface outwards never does, so that
+            // hit is passed: the shadow terminator keeps its smooth line.
+            if (found && int(hit.object) == p.leaving && fScene.hitsBack(hit, p.direction))
+                found = fScene.intersect(p.origin, p.direction,
+                                         hit.distance + fScene.epsilon() / OrvoLength(p.direction),
+                                         p.far, hit);
+            p.leaving = -1;
+            if (!found) {
                 if (level.mode == Mode::Shade)
                     p.colour += p.weight * Tspectrum(background.x, background.y, background.z);
                 continue;
@@ -402,6 +414,8 @@ void TrayTracer::fillSample(Tsample& sample, const TrayPath& p, const TsurfacePo
     sample.setRayDepth(p.depth);
     sample.setRayInstance(p.instance);
     sample.setMediumRefractiveIndex(p.medium);
+    // Each sample is lit on its own: no neighbour shares its lights.
+    sample.setIlluminationIndex(int16_t(-1));
     sample.setMatrixObjectToWorld(object.objectToWorld());
     sample.setMatrixWorldToObject(object.worldToObject());
 }

@@ -91,6 +91,7 @@ struct TrayPath {
     float travelled = 0.0f;               // true distance from the start to the current origin
     float firstDistance = -1.0f;          // true distance to the first surface, -1 for none
     float rasterX = 0.0f, rasterY = 0.0f; // eye rays: where the sample lies
+    int leaving = -1; // shadow rays: the object the ray starts on, until it is clear of it
     bool fromEye = false;
     uint16_t layers = 0;
     // The hit being shaded.

@@ -111,6 +111,8 @@ TrenderScene::TrenderScene(TdependGraph& graph, const std::string& sceneName, un
         if (engine && std::find(fEngines.begin(), fEngines.end(), engine) == fEngines.end())
             fEngines.push_back(engine);
     }
+    for (const auto& object : fObjects)
+        fObjectOfGroup[static_cast<const TrenderGroupBase*>(object.get())] = object->index();
     buildEmbree();
 }
 
@@ -250,6 +252,20 @@ bool TrenderScene::intersect(const T3Float& origin, const T3Float& direction, fl
     hit.object = rh.hit.geomID;
     hit.primitive = rh.hit.primID;
     return true;
+}
+
+int TrenderScene::objectOf(const void* id) const {
+    const auto found = fObjectOfGroup.find(id);
+    return found == fObjectOfGroup.end() ? -1 : int(found->second);
+}
+
+bool TrenderScene::hitsBack(const Thit& hit, const T3Float& direction) const {
+    const TrenderObject& object = *fObjects[hit.object];
+    const uint32_t* corner = &object.mesh().indices[3 * size_t(hit.primitive)];
+    const T3Float& a = object.fPositions[corner[0]];
+    const T3Float n = OrvoCross(object.fPositions[corner[1]] - a, object.fPositions[corner[2]] - a);
+    const float facing = OrvoDot(n, direction);
+    return object.fMirrored ? facing < 0.0f : facing > 0.0f;
 }
 
 TsurfacePoint TrenderScene::surfacePoint(const Thit& hit, const T3Float& origin,

@@ -10,6 +10,7 @@
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "host/scene/dag.h"
@@ -145,6 +146,11 @@ public:
     // units of the direction's length).
     bool intersect(const T3Float& origin, const T3Float& direction, float near, float far,
                    Thit& hit) const;
+    // The object whose render group is `id` (a sample's objectId), or -1.
+    int objectOf(const void* id) const;
+    // The ray leaves the hit triangle's outside: it hit the triangle's back.
+    bool hitsBack(const Thit& hit, const T3Float& direction) const;
+
     // The surface at a hit, seen along `direction`.
     TsurfacePoint surfacePoint(const Thit& hit, const T3Float& origin,
                                const T3Float& direction) const;
@@ -163,6 +169,7 @@ private:
     TdnRenderLayer* fLayer = nullptr;
     std::vector<std::unique_ptr<TrenderObject>> fObjects;
     std::vector<TDNshadingEngine*> fEngines;
+    std::unordered_map<const void*, unsigned> fObjectOfGroup;
     float fEpsilon = 1e-4f;
     RTCDeviceTy* fDevice = nullptr;
     RTCSceneTy* fScene = nullptr;

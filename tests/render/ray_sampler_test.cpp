@@ -191,3 +191,40 @@ node lambert paint
 }
 
 } // namespace
+
+namespace {
+
+// A shadow ray that leaves a closed surface inwards (as one from a facet
+// near the shadow terminator does, when the smooth normal still faces the
+// light) meets its own object from inside first: that hit does not shadow.
+// The same ray from anywhere else is stopped by the box.
+TEST(ShadowRays, TheirOwnObjectSeenFromInsideDoesNotShadow) {
+    auto graph = sceneFromText(std::string(kUnitCamera) + R"(
+node transform crate
+set crate.translate 0 0 -5
+node mesh crateShape -parent crate
+set crateShape.primitive box
+)",
+                               "crate.qsl");
+    TrenderScene scene(*graph, "crate.qsl", 8, 8);
+    TrenderFrameSetup setup(*graph, scene, "crate.qsl", 10);
+    TrenderWorker thread(setup.prototype());
+    TrayTracer tracer(scene, thread, TsamplingSettings());
+    TrayTracer::setCurrent(&tracer);
+
+    // From the middle of the top face, a little downwards: through the
+    // box's inside to its side at x = 0.5.
+    TgenericRay rays[2] = {ray({0, 0.5f, -5}, {1, -0.1f, 0}), ray({0, 0.5f, -5}, {1, -0.1f, 0})};
+    rays[0].objectId = static_cast<TrenderGroupBase*>(&scene.object(0));
+    rays[1].objectId = nullptr;
+    rays[0].maxDistance = rays[1].maxDistance = 100.0f;
+    TgenericRay* pointers[2] = {&rays[0], &rays[1]};
+    float transmission[6] = {1, 1, 1, 1, 1, 1};
+    float fraction[2] = {1, 1};
+    setup.sampler().traceShadowRays(nullptr, 2, pointers, transmission, fraction, 5, nullptr);
+    TrayTracer::setCurrent(nullptr);
+    EXPECT_EQ(transmission[0], 1.0f) << "leaving its own box";
+    EXPECT_EQ(transmission[3], 0.0f) << "inside someone else's box";
+}
+
+} // namespace
