@@ -19,6 +19,9 @@ namespace {
 struct GoldenCase {
     const char* name;
     unsigned width, height, spp;
+    // The scene, when it is not tests/scenes/golden/NAME.qsl: a path under
+    // examples/.
+    const char* example = nullptr;
 };
 
 // A channel may differ by this many 8-bit steps without counting...
@@ -28,6 +31,10 @@ constexpr double kPercentAllowed = 0.5;
 
 const GoldenCase kCases[] = {
     {"textures", 96, 54, 4},
+    {"shadows", 128, 72, 4},
+    {"glass", 128, 72, 4},
+    // The built-in scene, as `orvo render` and scripts/demo show it.
+    {"default_scene", 160, 90, 4, "default_scene.qsl"},
 };
 
 std::string goldenPath(const std::string& name, const char* extension) {
@@ -38,7 +45,8 @@ class Golden : public ::testing::TestWithParam<GoldenCase> {};
 
 TEST_P(Golden, MatchesItsReference) {
     const GoldenCase& c = GetParam();
-    const std::string scene = goldenPath(c.name, ".qsl");
+    const std::string scene =
+        c.example ? std::string(ORVO_EXAMPLES_DIR) + "/" + c.example : goldenPath(c.name, ".qsl");
     const std::string reference = goldenPath(c.name, ".png");
     std::ifstream file(scene);
     ASSERT_TRUE(file) << scene;
