@@ -25,11 +25,6 @@ TEST(RenderScene, NoCameraIsAnErrorNamingTheFile) {
     }
 }
 
-TEST(RenderScene, NonRenderableCamerasDoNotCount) {
-    auto graph = sceneFromText(std::string(kUnitCamera) + "set cameraShape1.renderable false\n");
-    EXPECT_THROW(TrenderScene(*graph, "test.qsl", 8, 8), TrenderError);
-}
-
 // The square faces the camera at depth 2: the ray through (x, y, -1) meets
 // it at (2x, 2y, -2), where u = (2x + 2) / 4 and v = (2y + 2) / 4.
 TEST(RenderScene, HitsCarryThePointNormalAndUvOfTheSurface) {
