@@ -537,7 +537,11 @@ unsigned TshadingOpus::illuminationSlots(unsigned count, Tsample* const* samples
     unsigned slots = 0;
     long previous = 0;
     for (unsigned s = 0; s < count; ++s) {
-        const int16_t index = *samples[s]->illuminationIndex();
+        // A renderer that never set the index leaves whatever the slot held:
+        // such a sample is lit on its own.
+        const int16_t index = samples[s]->isSet(TsampleFields::illuminationIndex)
+                                  ? *samples[s]->illuminationIndex()
+                                  : int16_t(-1);
         const long key = index < 0 ? long(s) + 0x10000 : long(index);
         if (s == 0 || key != previous) {
             representative[slots] = uint16_t(s);

@@ -218,6 +218,21 @@ void TDNshadingEngine::buildNodeTable(const Tplug& plug) {
     }
 }
 
+namespace {
+// The material is known by its registered type name: the engine does not
+// build on the materials.
+bool refractsRays(TdependNode* node) {
+    static TdependNodeClass* lambert = TdependGraph::findNodeType("lambert");
+    if (!lambert || !node->cast(lambert->metaclass()) || !node->graph())
+        return false;
+    const Tattribute* refractions = node->findAttribute("refractions");
+    if (!refractions)
+        return false;
+    const TdataHandle value = node->graph()->evaluate(Tplug(node, refractions));
+    return !value.isNull() && value.asBool();
+}
+} // namespace
+
 void TDNshadingEngine::processNodeTable(TframeSampleData* frame) {
     fSurfaceIsRefracting = false;
     fSurfaceIsUseBackground = false;
@@ -230,6 +245,11 @@ void TDNshadingEngine::processNodeTable(TframeSampleData* frame) {
             continue;
         }
         shading->incrementReferenceCount(frame);
+        // A lambert, or a material built on it, with refractions on traces
+        // what lies behind it itself: a renderer must not look through the
+        // surface a second time.
+        if (!fSurfaceIsRefracting && refractsRays(node))
+            fSurfaceIsRefracting = true;
     }
     fNodeTable.erase(std::remove(fNodeTable.begin(), fNodeTable.end(), nullptr), fNodeTable.end());
 }

@@ -15,13 +15,13 @@ struct PendingCommand {
 // They accept any arguments so that scripts written against the final
 // interface get the honest answer rather than a parse error.
 constexpr PendingCommand kPendingCommands[] = {
-    {"render", "Render a scene (the built-in default scene without one)"},
     {"names", "Preview the output file names of a render"},
     {"maketx", "Write a block-ordered texture from an image"},
 };
 
 } // namespace
 
+void addRenderCommand(CLI::App& app, CommandRun& run);
 void addEvalCommand(CLI::App& app, CommandRun& run);
 void addNodesCommand(CLI::App& app, CommandRun& run);
 void addCompileCommand(CLI::App& app, CommandRun& run);
@@ -29,6 +29,7 @@ void addShadeCommand(CLI::App& app, CommandRun& run);
 void addInfoCommand(CLI::App& app, CommandRun& run);
 
 void addCommands(CLI::App& app, CommandRun& run) {
+    addRenderCommand(app, run);
     addEvalCommand(app, run);
     addNodesCommand(app, run);
     addCompileCommand(app, run);

@@ -1,0 +1,46 @@
+#pragma once
+
+// Rendered images to files and back, through OpenImageIO. A file is written
+// under a hidden temporary name beside its final one and renamed into place
+// only once complete, so a failed or interrupted write never leaves a
+// partial image under the final name.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "render/pixel_filter.h"
+
+enum class TimageFormat {
+    // 8 bits a channel, RGBA, colour encoded for display (sRGB). The colour
+    // is written as rendered, background included, beside the alpha.
+    Png,
+    ExrHalf,  // 16-bit float, linear: R, G, B, A and matteOpacity
+    ExrFloat, // the same in 32-bit float
+};
+
+// The file extension of a format, without the dot.
+const char* OrvoImageExtension(TimageFormat format);
+
+// Writes the image; throws TrenderError naming the file when it cannot.
+void OrvoWriteImage(const std::string& path, const TrenderedImage& image, TimageFormat format);
+
+// The sRGB encoding of a linear value in [0, 1], and its 8-bit form.
+float OrvoSrgbEncode(float linear);
+uint8_t OrvoToByte(float encoded);
+
+// The image as a PNG file holds it: RGBA bytes, rows from the top.
+std::vector<uint8_t> OrvoEncodeRgba8(const TrenderedImage& image);
+
+// Reads an 8-bit RGBA image (as the PNG writer makes them). Throws
+// TrenderError naming the file when it cannot be read or is not RGBA.
+std::vector<uint8_t> OrvoReadRgba8(const std::string& path, unsigned& width, unsigned& height);
+
+// How far two RGBA byte images of one size are apart.
+struct TimageDifference {
+    unsigned maxDifference = 0; // the largest difference of one channel
+    size_t pixelsOver = 0;      // pixels with a channel beyond the tolerance
+    double percentOver = 0.0;   // the same as a share of all pixels, in percent
+};
+TimageDifference OrvoCompareRgba8(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b,
+                                  unsigned tolerance);

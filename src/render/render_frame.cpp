@@ -1,0 +1,103 @@
+#include "render/render_frame.h"
+
+#include <fmt/format.h>
+
+#include "host/graph.h"
+#include "host/messages.h"
+#include "shading/shading_engine.h"
+
+TrenderFrameSetup::TrenderFrameSetup(TdependGraph& graph, TrenderScene& scene,
+                                     const std::string& sceneName, int maxRayDepth)
+    : fGraph(graph), fArena(theMallocAllocator(), 4096, "orvo render frame"), fFrame(fArena),
+      fSampler(scene, maxRayDepth) {
+    // A colour render, not a swatch.
+    currentRenderPassControl = 0;
+    inSampleSwatchMode = false;
+    fPrototype = std::make_unique<TrenderWorker>(fFrame, &fSampler);
+    try {
+        setFrameConstantPlugs(scene);
+        setUpShadingGroups(scene, sceneName);
+    } catch (...) {
+        takeDown();
+        throw;
+    }
+}
+
+TrenderFrameSetup::~TrenderFrameSetup() {
+    takeDown();
+}
+
+void TrenderFrameSetup::takeDown() {
+    TrenderThreadBase::resetShadingGroups();
+    if (fPrototype)
+        fPrototype->destroyContents();
+    // Back to the defaults: a null sampler, identity matrices.
+    std::vector<std::byte> value;
+    for (const Tplug& plug : fFramePlugs) {
+        value.assign(plug.attribute()->dataSize(), std::byte(0));
+        plug.attribute()->writeDefault(value.data());
+        fGraph.setPlugValue(plug, value.data());
+    }
+    fFramePlugs.clear();
+}
+
+// What every node reads from the frame rather than the sample: the ray
+// sampler in `raySampler`, and for lights the camera in `eyeToWorld` and
+// `worldToEye`. The analysis captures them as constants, so they must be in
+// place before the shading groups compile.
+void TrenderFrameSetup::setFrameConstantPlugs(const TrenderScene& scene) {
+    void* address = static_cast<TraySampler*>(&fSampler);
+    const T4dFltMatrix eyeToWorld = scene.eyeToWorld().asFloat();
+    const T4dFltMatrix worldToEye = scene.worldToEye().asFloat();
+    for (TdependNode* node : fGraph.nodes()) {
+        auto set = [&](const char* name, TattrKind kind, const void* value) {
+            const Tattribute* a = node->findAttribute(name);
+            if (!a || a->kind() != kind)
+                return;
+            const Tplug plug(node, a);
+            if (!plug.source().isNull())
+                return;
+            fGraph.setPlugValue(plug, value);
+            fFramePlugs.push_back(plug);
+        };
+        set("raySampler", TattrKind::Addr, &address);
+        set("eyeToWorld", TattrKind::FltMatrix, &eyeToWorld);
+        set("worldToEye", TattrKind::FltMatrix, &worldToEye);
+    }
+}
+
+// On the prototype thread, before any worker starts.
+void TrenderFrameSetup::setUpShadingGroups(TrenderScene& scene, const std::string& sceneName) {
+    TrenderWorker& prototype = *fPrototype;
+    for (TDNshadingEngine* engine : scene.engines()) {
+        TrenderObject* first = nullptr;
+        for (const auto& object : scene.objects())
+            if (object->engine() == engine) {
+                first = object.get();
+                break;
+            }
+        prototype.initShadingGroup(engine);
+        const TbitField64 provided = prototype.startSampling(engine, 0, first);
+        bool usable = provided.test(TsampleFields::outColor);
+        bool opaque = engine->surfaceIsOpaque();
+        if (usable && !opaque) {
+            const TbitField64 shadow = prototype.startSampling(engine, 3, first);
+            opaque = !shadow.test(TsampleFields::outTransparency);
+        }
+        if (!usable)
+            TcommandEngine::displayWarning(
+                fmt::format("{}: shading group '{}' gives no colour; its members render in the "
+                            "default material",
+                            sceneName, engine->name()));
+        for (const auto& object : scene.objects()) {
+            if (object->engine() != engine)
+                continue;
+            if (!usable)
+                object->setEngine(nullptr);
+            object->setOpaque(opaque);
+            object->setRefracting(engine->surfaceIsRefracting());
+        }
+    }
+    for (const auto& object : scene.objects())
+        object->setCompletion(TrayTracer::callback());
+}

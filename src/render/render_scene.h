@@ -1,0 +1,179 @@
+#pragma once
+
+// The scene as the renderer sees it: the graph translated once a frame into
+// a camera, a list of objects (one per instance of a visible mesh, each with
+// its shading group) and one Embree scene of all their triangles.
+//
+// Everything lives in the camera's eye space: that is the space of every
+// "Camera" sample field, so a hit point is a pointCamera as it stands and
+// the shading path never transforms a point twice.
+
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "host/scene/dag.h"
+#include "host/scene/matrix.h"
+#include "host/scene/mesh_data.h"
+#include "render/pinhole_camera.h"
+#include "shading/render_thread.h"
+
+class TdependGraph;
+class TDNshadingEngine;
+class TdnRenderLayer;
+class TcameraShape;
+struct RTCDeviceTy;
+struct RTCSceneTy;
+
+// One instance of a mesh: its triangles in eye space and the shading group
+// it renders with. An object is also the render group of the samples shaded
+// on it, so a sample's objectId is its object.
+class TrenderObject : public TrenderGroupBase {
+public:
+    unsigned objectId() const override { return fIndex; }
+    // Its place among the members of its shading group, which picks the
+    // lights that reach it; -1 outside a group.
+    int objectIndex() const override { return fMemberIndex; }
+    Completion completion() const override { return fCompletion; }
+    void* completionData() const override { return const_cast<TrenderObject*>(this); }
+
+    unsigned index() const { return fIndex; }
+    // The path's shortest unique name, for messages.
+    const std::string& name() const { return fName; }
+    const TdagPath& path() const { return fPath; }
+    const TmeshData& mesh() const { return *fMesh; }
+    // Null when the object has no usable shading group: it renders in the
+    // plain default material.
+    TDNshadingEngine* engine() const { return fEngine; }
+    void setEngine(TDNshadingEngine* engine) { fEngine = engine; }
+    // Lets nothing through: shadow rays stop here without shading.
+    bool opaque() const { return fOpaque; }
+    void setOpaque(bool opaque) { fOpaque = opaque; }
+    // The surface's material traces its own refraction rays: what lies
+    // behind is already in its colour, so the renderer must not look
+    // through it again.
+    bool refracting() const { return fRefracting; }
+    void setRefracting(bool refracting) { fRefracting = refracting; }
+    void setCompletion(Completion completion) { fCompletion = completion; }
+
+    // Eye-space copies of the mesh's vertex arrays (UVs stay as they are).
+    const std::vector<T3Float>& positions() const { return fPositions; }
+    const std::vector<T3Float>& normals() const { return fNormals; }
+    const std::vector<T3Float>& tangentsU() const { return fTangentsU; }
+    const std::vector<T3Float>& tangentsV() const { return fTangentsV; }
+
+    const T4dFltMatrix& objectToWorld() const { return fObjectToWorld; }
+    const T4dFltMatrix& worldToObject() const { return fWorldToObject; }
+    // Eye space to object space, for pointObj.
+    const T4dFltMatrix& eyeToObject() const { return fEyeToObject; }
+
+private:
+    friend class TrenderScene;
+    unsigned fIndex = 0;
+    int fMemberIndex = -1;
+    std::string fName;
+    TdagPath fPath;
+    std::shared_ptr<const TmeshData> fMesh;
+    TDNshadingEngine* fEngine = nullptr;
+    bool fOpaque = true;
+    bool fRefracting = false;
+    bool fMirrored = false; // the transform turns the winding inside out
+    Completion fCompletion = nullptr;
+    std::vector<T3Float> fPositions, fNormals, fTangentsU, fTangentsV;
+    T4dFltMatrix fObjectToWorld, fWorldToObject;
+    T4dFltMatrix fEyeToObject;
+};
+
+// Where a ray met a surface.
+struct Thit {
+    float distance = 0.0f;    // along the ray, in units of its direction's length
+    float u = 0.0f, v = 0.0f; // barycentric weights of vertices two and three
+    unsigned object = 0;
+    unsigned primitive = 0;
+};
+
+// What the sample fields need to know of a hit, worked out from the
+// triangle: everything in eye space.
+struct TsurfacePoint {
+    T3Float point;
+    T3Float normal;         // interpolated, unit, facing the ray
+    T3Float triangleNormal; // geometric, unit, facing the ray
+    T3Float tangentU, tangentV;
+    T2Float uv;
+    T3Float vertex[3];
+    T2Float vertexUv[3];
+    // How the surface position moves with u and with v (zero when the
+    // triangle's UVs are degenerate).
+    T3Float dPdu, dPdv;
+    // The normals were turned to face the ray: the ray hit the back.
+    bool flipped = false;
+};
+
+class TrenderScene {
+public:
+    // Translates the graph as the current render layer sees it. `sceneName`
+    // names the file in messages. Throws TrenderError when there is nothing
+    // to look through (no renderable camera). A mesh in no shading group,
+    // or in one without a surface shader, renders in the default material
+    // with a warning.
+    TrenderScene(TdependGraph& graph, const std::string& sceneName, unsigned width,
+                 unsigned height);
+    ~TrenderScene();
+    TrenderScene(const TrenderScene&) = delete;
+    TrenderScene& operator=(const TrenderScene&) = delete;
+
+    const TpinholeCamera& camera() const { return *fCamera; }
+    const TdagPath& cameraPath() const { return fCameraPath; }
+    TcameraShape* cameraShape() const { return fCameraShape; }
+    const T4dDblMatrix& eyeToWorld() const { return fEyeToWorld; }
+    const T4dDblMatrix& worldToEye() const { return fWorldToEye; }
+    // The camera's background colour as the current layer sees it.
+    T3Float background() const { return fBackground; }
+    TdnRenderLayer* layer() const { return fLayer; }
+
+    const std::vector<std::unique_ptr<TrenderObject>>& objects() const { return fObjects; }
+    TrenderObject& object(unsigned index) const { return *fObjects[index]; }
+    // The distinct shading groups of the objects, in the order met.
+    const std::vector<TDNshadingEngine*>& engines() const { return fEngines; }
+    size_t triangleCount() const;
+
+    // How far a ray that leaves a surface starts from it, so that it does
+    // not find the surface it leaves: a small fraction of the scene's size.
+    float epsilon() const { return fEpsilon; }
+
+    // The nearest hit of the ray between `near` and `far` (distances in
+    // units of the direction's length).
+    bool intersect(const T3Float& origin, const T3Float& direction, float near, float far,
+                   Thit& hit) const;
+    // The object whose render group is `id` (a sample's objectId), or -1.
+    int objectOf(const void* id) const;
+    // The ray leaves the hit triangle's outside: it hit the triangle's back.
+    bool hitsBack(const Thit& hit, const T3Float& direction) const;
+
+    // The surface at a hit, seen along `direction`.
+    TsurfacePoint surfacePoint(const Thit& hit, const T3Float& origin,
+                               const T3Float& direction) const;
+
+private:
+    void findCamera(TdependGraph& graph, const std::string& sceneName, unsigned width,
+                    unsigned height);
+    void addObject(const TdagPath& path, class Tmesh& mesh);
+    void buildEmbree();
+
+    std::unique_ptr<TpinholeCamera> fCamera;
+    TdagPath fCameraPath;
+    TcameraShape* fCameraShape = nullptr;
+    T4dDblMatrix fEyeToWorld, fWorldToEye;
+    T3Float fBackground;
+    TdnRenderLayer* fLayer = nullptr;
+    std::vector<std::unique_ptr<TrenderObject>> fObjects;
+    std::vector<TDNshadingEngine*> fEngines;
+    std::unordered_map<const void*, unsigned> fObjectOfGroup;
+    float fEpsilon = 1e-4f;
+    RTCDeviceTy* fDevice = nullptr;
+    RTCSceneTy* fScene = nullptr;
+};
+
+// The plain material of an object without a usable shading group.
+inline constexpr T3Float kDefaultMaterialColour{0.5f, 0.5f, 0.5f};

@@ -1,0 +1,164 @@
+#include "render/renderer.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <exception>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "host/arena.h"
+#include "host/graph.h"
+#include "host/messages.h"
+#include "render/ray_tracer.h"
+#include "render/render_error.h"
+#include "render/render_frame.h"
+#include "render/render_scene.h"
+#include "shading/ray_sampler.h"
+#include "shading/shading_engine.h"
+
+namespace {
+
+struct Tile {
+    unsigned x0, y0, x1, y1;
+};
+
+} // namespace
+
+Trenderer::Trenderer(const TrenderOptions& options) : fOptions(options) {}
+
+unsigned Trenderer::threadCount() const {
+    if (fOptions.threads)
+        return fOptions.threads;
+    return std::max(1u, std::thread::hardware_concurrency());
+}
+
+bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, uint32_t seed,
+                            TrenderedImage& image, TframeStats& stats,
+                            const std::atomic<bool>* cancel, const Progress& progress) {
+    const auto start = std::chrono::steady_clock::now();
+    if (fOptions.width == 0 || fOptions.height == 0)
+        throw TrenderError("the image must be at least one pixel wide and high");
+    stats = TframeStats();
+
+    TrenderScene scene(graph, sceneName, fOptions.width, fOptions.height);
+    stats.objects = scene.objects().size();
+    stats.triangles = scene.triangleCount();
+
+    TrenderFrameSetup setup(graph, scene, sceneName, fOptions.maxRayDepth);
+    const TrenderWorker& prototype = setup.prototype();
+
+    // Tiles in rows from the top.
+    const unsigned size = std::max(8u, fOptions.tileSize);
+    std::vector<Tile> tiles;
+    for (unsigned y = 0; y < fOptions.height; y += size)
+        for (unsigned x = 0; x < fOptions.width; x += size)
+            tiles.push_back(
+                {x, y, std::min(fOptions.width, x + size), std::min(fOptions.height, y + size)});
+
+    TsamplingSettings sampling;
+    sampling.samplesPerPixel = std::max(1u, fOptions.samplesPerPixel);
+    sampling.seed = seed;
+    sampling.maxRayDepth = fOptions.maxRayDepth;
+
+    const int margin = int(std::ceil(TpixelFilter::kRadius));
+    TpixelSums frameSums(0, 0, fOptions.width, fOptions.height);
+    std::mutex lock;
+    std::condition_variable changed;
+    std::atomic<unsigned> nextTile{0};
+    unsigned tilesDone = 0, running = 0;
+    std::exception_ptr failure;
+    std::atomic<bool> stop{false};
+
+    const unsigned threadCount = std::min<unsigned>(this->threadCount(), unsigned(tiles.size()));
+    stats.threads = threadCount;
+    auto work = [&](unsigned index) {
+        uint64_t shaded = 0, traced = 0;
+        try {
+            TrenderWorker thread(prototype);
+            thread.setThreadIndex(index);
+            TrayTracer tracer(scene, thread, sampling);
+            TrayTracer::setCurrent(&tracer);
+            TpixelSums sums;
+            for (;;) {
+                if (stop.load() || (cancel && cancel->load()))
+                    break;
+                const unsigned t = nextTile.fetch_add(1);
+                if (t >= tiles.size())
+                    break;
+                const Tile& tile = tiles[t];
+                sums.reset(int(tile.x0) - margin, int(tile.y0) - margin,
+                           tile.x1 - tile.x0 + 2 * unsigned(margin),
+                           tile.y1 - tile.y0 + 2 * unsigned(margin));
+                tracer.renderTile(tile.x0, tile.y0, tile.x1, tile.y1, sums);
+                std::lock_guard guard(lock);
+                frameSums.add(sums);
+                ++tilesDone;
+                changed.notify_all();
+            }
+            shaded = tracer.samplesShaded();
+            traced = tracer.raysTraced();
+            TrayTracer::setCurrent(nullptr);
+        } catch (...) {
+            stop.store(true);
+            std::lock_guard guard(lock);
+            if (!failure)
+                failure = std::current_exception();
+        }
+        std::lock_guard guard(lock);
+        stats.samplesShaded += shaded;
+        stats.raysTraced += traced;
+        --running;
+        changed.notify_all();
+    };
+
+    // Every worker is joined however this frame ends.
+    struct Workers {
+        std::vector<std::thread> threads;
+        std::atomic<bool>& stop;
+        ~Workers() {
+            stop.store(true);
+            for (std::thread& t : threads)
+                if (t.joinable())
+                    t.join();
+        }
+    } workers{{}, stop};
+    {
+        std::unique_lock guard(lock);
+        running = threadCount;
+    }
+    for (unsigned i = 0; i < threadCount; ++i) {
+        try {
+            workers.threads.emplace_back(work, i);
+        } catch (...) {
+            std::lock_guard guard(lock);
+            running -= threadCount - i;
+            throw;
+        }
+    }
+    {
+        std::unique_lock guard(lock);
+        while (running > 0) {
+            changed.wait_for(guard, std::chrono::milliseconds(100));
+            if (progress) {
+                const unsigned done = tilesDone;
+                guard.unlock();
+                progress(done, unsigned(tiles.size()));
+                guard.lock();
+            }
+        }
+    }
+    for (std::thread& t : workers.threads)
+        t.join();
+    if (failure)
+        std::rethrow_exception(failure);
+    stats.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    if (tilesDone < tiles.size())
+        return false;
+    image = OrvoResolve(frameSums);
+    return true;
+}

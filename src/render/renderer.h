@@ -1,0 +1,60 @@
+#pragma once
+
+// The reference renderer: one frame of a scene, rendered by worker threads
+// that take tiles in turn. It drives the render model the way an outside
+// renderer would: it sets up the shading groups on a prototype render
+// thread, copies the prototype for each worker, fills samples, dispatches
+// them, reads the outputs back in the completion callback, and hands
+// materials and lights a ray sampler.
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "render/pixel_filter.h"
+
+class TdependGraph;
+
+struct TrenderOptions {
+    unsigned width = 640;
+    unsigned height = 360;
+    unsigned samplesPerPixel = 4;
+    unsigned threads = 0; // 0: one per hardware thread
+    unsigned tileSize = 32;
+    int maxRayDepth = 10;
+};
+
+struct TframeStats {
+    double seconds = 0.0;
+    uint64_t samplesShaded = 0; // samples run through a shading network
+    uint64_t raysTraced = 0;    // eye, reflection, refraction and shadow rays
+    unsigned threads = 0;
+    size_t objects = 0;
+    size_t triangles = 0;
+};
+
+class Trenderer {
+public:
+    explicit Trenderer(const TrenderOptions& options);
+
+    const TrenderOptions& options() const { return fOptions; }
+    // The number of worker threads a frame uses.
+    unsigned threadCount() const;
+
+    // Called on the rendering thread about ten times a second and once at the
+    // end, with the tiles done and the tiles of the frame.
+    using Progress = std::function<void(unsigned done, unsigned total)>;
+
+    // Renders the graph at its current time. `sceneName` names the scene in
+    // messages; `seed` varies the sampling pattern from frame to frame.
+    // Returns false, with `image` untouched, when `cancel` became true
+    // before the frame was done. Throws TrenderError for a scene that
+    // cannot be rendered (no camera), and passes on exceptions from nodes.
+    bool renderFrame(TdependGraph& graph, const std::string& sceneName, uint32_t seed,
+                     TrenderedImage& image, TframeStats& stats,
+                     const std::atomic<bool>* cancel = nullptr, const Progress& progress = {});
+
+private:
+    TrenderOptions fOptions;
+};

@@ -1,0 +1,145 @@
+#include "test_paths.h"
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "render/image_io.h"
+#include "render/renderer.h"
+#include "render/scene_text.h"
+
+// Golden images: each scene of tests/scenes/golden is rendered small and
+// compared with the PNG beside it. docs/golden.md tells the tolerance and
+// how to make new references (ORVO_UPDATE_GOLDEN=1).
+
+namespace {
+
+struct GoldenCase {
+    const char* name;
+    unsigned width, height, spp;
+    // The scene, when it is not tests/scenes/golden/NAME.qsl: a path under
+    // examples/.
+    const char* example = nullptr;
+};
+
+// A channel may differ by this many 8-bit steps without counting...
+constexpr unsigned kChannelTolerance = 3;
+// ...and this share of the pixels, in percent, may differ by more.
+constexpr double kPercentAllowed = 0.5;
+
+const GoldenCase kCases[] = {
+    {"textures", 96, 54, 4},
+    {"shadows", 128, 72, 4},
+    {"glass", 128, 72, 4},
+    // The built-in scene, as `orvo render` and scripts/demo show it.
+    {"default_scene", 160, 90, 4, "default_scene.qsl"},
+};
+
+std::string goldenPath(const std::string& name, const char* extension) {
+    return std::string(ORVO_TEST_DATA_DIR) + "/scenes/golden/" + name + extension;
+}
+
+class Golden : public ::testing::TestWithParam<GoldenCase> {};
+
+TEST_P(Golden, MatchesItsReference) {
+    const GoldenCase& c = GetParam();
+    const std::string scene =
+        c.example ? std::string(ORVO_EXAMPLES_DIR) + "/" + c.example : goldenPath(c.name, ".qsl");
+    const std::string reference = goldenPath(c.name, ".png");
+    std::ifstream file(scene);
+    ASSERT_TRUE(file) << scene;
+    std::stringstream text;
+    text << file.rdbuf();
+    MessageCapture quiet;
+    auto graph = sceneFromText(text.str(), scene);
+
+    TrenderOptions options;
+    options.width = c.width;
+    options.height = c.height;
+    options.samplesPerPixel = c.spp;
+    options.threads = 2;
+    TrenderedImage image;
+    TframeStats stats;
+    ASSERT_TRUE(Trenderer(options).renderFrame(*graph, scene, 16, image, stats));
+
+    const char* update = std::getenv("ORVO_UPDATE_GOLDEN");
+    if (update && std::string(update) == "1") {
+        OrvoWriteImage(reference, image, TimageFormat::Png);
+        GTEST_SKIP() << "wrote " << reference << ": look at it before committing it";
+    }
+    ASSERT_TRUE(std::filesystem::exists(reference))
+        << reference << " is missing; see docs/golden.md to make it";
+    unsigned width = 0, height = 0;
+    const std::vector<uint8_t> expected = OrvoReadRgba8(reference, width, height);
+    ASSERT_EQ(width, c.width);
+    ASSERT_EQ(height, c.height);
+    const TimageDifference d =
+        OrvoCompareRgba8(OrvoEncodeRgba8(image), expected, kChannelTolerance);
+    EXPECT_LE(d.percentOver, kPercentAllowed)
+        << c.name << ": " << d.pixelsOver << " pixels differ by more than " << kChannelTolerance
+        << " (at most " << d.maxDifference << ")";
+}
+
+INSTANTIATE_TEST_SUITE_P(Scenes, Golden, ::testing::ValuesIn(kCases),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// The comparison itself, on images made by hand.
+TEST(GoldenComparison, CountsPixelsBeyondTheTolerance) {
+    std::vector<uint8_t> a(4 * 10, 100), b = a;
+    b[0] = 103;        // pixel 0: within 3
+    b[4 * 3 + 3] = 96; // pixel 3: alpha off by 4
+    b[4 * 7 + 1] = 0;  // pixel 7: off by 100
+    const TimageDifference d = OrvoCompareRgba8(a, b, 3);
+    EXPECT_EQ(d.pixelsOver, 2u);
+    EXPECT_EQ(d.maxDifference, 100u);
+    EXPECT_DOUBLE_EQ(d.percentOver, 20.0);
+}
+
+// PNG bytes are the sRGB encoding: 0.5 linear is 0.7354 encoded, 188 of
+// 255; 0.002 is on the straight part, 12.92 * 0.002 = 0.0258, 7 of 255.
+TEST(GoldenComparison, PngBytesAreSrgbEncoded) {
+    EXPECT_EQ(OrvoToByte(OrvoSrgbEncode(0.5f)), 188);
+    EXPECT_EQ(OrvoToByte(OrvoSrgbEncode(0.002f)), 7);
+    EXPECT_EQ(OrvoToByte(OrvoSrgbEncode(1.0f)), 255);
+    EXPECT_EQ(OrvoToByte(OrvoSrgbEncode(-1.0f)), 0);
+    EXPECT_EQ(OrvoToByte(OrvoSrgbEncode(4.0f)), 255);
+}
+
+// An image goes out under a temporary name and comes back as written.
+TEST(GoldenComparison, WrittenImagesReadBackAndLeaveNoTemporaryFile) {
+    const auto dir = std::filesystem::temp_directory_path() / "orvo-render-image-io";
+    std::filesystem::remove_all(dir);
+    std::filesystem::create_directories(dir);
+    TrenderedImage image;
+    image.width = 3;
+    image.height = 2;
+    image.pixels.assign(3 * 2 * TrenderedImage::kChannels, 0.0f);
+    image.pixels[0] = 1.0f; // red, pixel (0, 0)
+    image.pixels[3] = 1.0f; // its alpha
+    image.pixels[TrenderedImage::kChannels * 5 + 3] = 0.5f;
+    const std::string path = (dir / "out.png").string();
+    OrvoWriteImage(path, image, TimageFormat::Png);
+    OrvoWriteImage((dir / "out.exr").string(), image, TimageFormat::ExrHalf);
+    unsigned w = 0, h = 0;
+    const std::vector<uint8_t> back = OrvoReadRgba8(path, w, h);
+    ASSERT_EQ(w, 3u);
+    ASSERT_EQ(h, 2u);
+    EXPECT_EQ(back[0], 255);
+    EXPECT_EQ(back[3], 255);
+    EXPECT_EQ(back[1], 0);
+    EXPECT_EQ(back[4 * 5 + 3], 128);
+    size_t files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        ++files;
+        EXPECT_NE(entry.path().filename().string().front(), '.') << entry.path();
+    }
+    EXPECT_EQ(files, 2u);
+    // A folder that does not exist: an error naming the file, and nothing left.
+    EXPECT_THROW(OrvoWriteImage((dir / "missing" / "x.png").string(), image, TimageFormat::Png),
+                 std::runtime_error);
+    std::filesystem::remove_all(dir);
+}
+
+} // namespace
