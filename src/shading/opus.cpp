@@ -265,6 +265,9 @@ void copyRun(const To& to, const From& from, const Copy& copy, unsigned first, u
 template <class To, class From>
 void copyRun(const To& to, const From& from, const Converted& copy, unsigned first, unsigned last) {
     switch (copy.bytes) {
+    case 1:
+        copyRun(to, from, Fixed<1>{}, first, last);
+        break;
     case 2:
         copyRun(to, from, Fixed<2>{}, first, last);
         break;
@@ -276,6 +279,9 @@ void copyRun(const To& to, const From& from, const Converted& copy, unsigned fir
         break;
     case 12:
         copyRun(to, from, Fixed<12>{}, first, last);
+        break;
+    case 16:
+        copyRun(to, from, Fixed<16>{}, first, last);
         break;
     case sizeof(TmultiHeader):
         copyRun(to, from, Fixed<sizeof(TmultiHeader)>{}, first, last);
