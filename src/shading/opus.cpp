@@ -654,6 +654,7 @@ void TshadingOpus::addIlluminationData(std::vector<TbitFieldFixedN> rows, unsign
     fLitBy = std::move(rows);
     fLightCount = lights;
     fLightOpuses.assign(lights, nullptr);
+    fLightNodes.assign(lights, nullptr);
     fLightBuilderSize =
         unsigned(TmultiBuilder::computeSize(TDNshadingEngine::aBogusAttribute, lights));
     fPerSampleSize += fLightBuilderSize + unsigned(sizeof(TmultiHeader));
@@ -663,6 +664,7 @@ void TshadingOpus::addIlluminatingLight(unsigned i, TshadingOpus* light) {
     if (i >= fLightOpuses.size())
         return;
     fLightOpuses[i] = light;
+    fLightNodes[i] = light ? light->node() : nullptr;
     // One reservation of the frame serves the group and every light.
     fFrameSize = std::max(fFrameSize, light ? light->fFrameSize : 0u);
 }
@@ -693,9 +695,12 @@ void TshadingOpus::releaseOpus() {
     fUserTable.clear();
     // Light opuses are shared between groups through the table: give back
     // this group's reference.
-    std::vector<TshadingOpus*> lights;
-    lights.swap(fLightOpuses);
-    for (TshadingOpus* light : lights)
-        if (light && light->node() != fNode)
-            TrenderThreadBase::deleteOpus(light->node(), kTSElightOption, false);
+    // The lights' nodes, not their opuses: when the whole table goes, a
+    // light's opus may already be gone.
+    std::vector<TdependNode*> lights;
+    lights.swap(fLightNodes);
+    fLightOpuses.clear();
+    for (TdependNode* light : lights)
+        if (light && light != fNode)
+            TrenderThreadBase::deleteOpus(light, kTSElightOption, false);
 }

@@ -150,6 +150,7 @@ private:
     TSEudSampleTable fUserTable;
     std::vector<TbitFieldFixedN> fLitBy;
     std::vector<TshadingOpus*> fLightOpuses;
+    std::vector<TdependNode*> fLightNodes; // whose references releaseOpus gives back
     unsigned fLightBuilderSize = 0;
 
     // Runs the light opuses over one sample of each illumination slot and
