@@ -1,6 +1,8 @@
 #include "test_paths.h"
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -109,7 +111,8 @@ TEST(GoldenComparison, PngBytesAreSrgbEncoded) {
 
 // An image goes out under a temporary name and comes back as written.
 TEST(GoldenComparison, WrittenImagesReadBackAndLeaveNoTemporaryFile) {
-    const auto dir = std::filesystem::temp_directory_path() / "orvo-render-image-io";
+    const auto dir = std::filesystem::temp_directory_path() /
+                     ("orvo-render-image-io-" + std::to_string(::getpid()));
     std::filesystem::remove_all(dir);
     std::filesystem::create_directories(dir);
     TrenderedImage image;
