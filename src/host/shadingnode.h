@@ -10,7 +10,7 @@
 
 class TDNshadingEngine;
 struct TSEnodeDescription;
-struct TframeSampleData;
+class TframeSampleData;
 using TattributeArray = std::vector<const Tattribute*>;
 
 class TshadingNode {
