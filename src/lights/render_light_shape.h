@@ -80,10 +80,9 @@ public:
                                       const T3Float& reflected, const T3Float& normal,
                                       const T3Float* hint) final {
         const T3dFltVector h = hint ? T3dFltVector(*hint) : T3dFltVector();
-        return maxPhongSpecularDirection(T3dFltVector(lightDirection),
-                                         T4dFltPoint(point.x, point.y, point.z),
-                                         T3dFltVector(reflected), T3dFltVector(normal),
-                                         hint ? &h : nullptr);
+        return maxPhongSpecularDirection(
+            T3dFltVector(lightDirection), T4dFltPoint(point.x, point.y, point.z),
+            T3dFltVector(reflected), T3dFltVector(normal), hint ? &h : nullptr);
     }
     float lightAttenuation(const T3Float& point, const T3Float& direction, bool flag) final {
         return lightAttenuation(T4dFltPoint(point.x, point.y, point.z), T3dFltVector(direction),

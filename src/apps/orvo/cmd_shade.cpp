@@ -14,8 +14,8 @@
 #include "host/arena.h"
 #include "host/env.h"
 #include "host/graph.h"
-#include "shading/sample_manager.h"
 #include "shading/ray_sampler.h"
+#include "shading/sample_manager.h"
 #include "shading/shading_engine.h"
 
 namespace orvo::cli {
