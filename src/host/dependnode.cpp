@@ -103,6 +103,12 @@ void TdependNodeVS::computeLayout() {
         if (a->isArray() || a->hasFlag(TattrFlag::kValueIsObject | TattrFlag::kCompoundConstructs))
             fConstructed.push_back(a);
     }
+    // A compound lays its children out on first use of its size; an array's
+    // slot is only a header, so ask every compound now, before reading the
+    // children's offsets in their parents.
+    for (const Tattribute* a : fAttributes)
+        if (!a->children().empty())
+            (void)a->dataSize();
     // Children: inside their root's value, or inside an array element's value.
     for (const Tattribute* a : fAttributes) {
         if (!a->parent())

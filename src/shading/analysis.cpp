@@ -303,6 +303,36 @@ void TSEanalysis::postVisit(TSEnodeDescription& d, const Tattribute& attribute,
     (void)consumer;
 }
 
+namespace {
+
+// The AttrInfo type of an attribute from its own source's memory type (0
+// none, 1 constant, 2 varying), its parent's, and the strongest of its
+// children's.
+uint32_t combinedKind(uint8_t own, uint8_t parentOwn, uint8_t children) {
+    static constexpr uint32_t kCombined[4][3] = {
+        {kConstDefaultValue, kConstUseChild, kVarUseChild},
+        {kConstPresent, kConstPresent, kConstPreferChild},
+        {kVarPresent, kVarPreferChild, kVarPreferChild},
+        {kConstDefaultValue, kConstUseParentAndChild, kVarUseParentAndChild},
+    };
+    if (own == 0 && parentOwn != 0 && children == 0)
+        // The value is part of the parent's: where the parent's lies.
+        return parentOwn == 2 ? kVarUseParent : kConstUseParent;
+    const uint32_t kind = kCombined[own ? own : (parentOwn ? 3 : 0)][children];
+    // A constant value under varying children varies as a whole: its own
+    // constant is copied in and the children assembled over it.
+    return kind == kConstPreferChild ? uint32_t(kVarPreferChild) : kind;
+}
+
+int depthOf(const Tattribute* a) {
+    int depth = 0;
+    for (; a; a = a->parent())
+        ++depth;
+    return depth;
+}
+
+} // namespace
+
 uint8_t TSEanalysis::processConnection(TSEnodeDescription& d, const Tattribute& attribute,
                                        uint8_t parentOwn) {
     const Tplug plug(d.node, &attribute);
@@ -331,24 +361,16 @@ uint8_t TSEanalysis::processConnection(TSEnodeDescription& d, const Tattribute& 
     for (const Tattribute* child : attribute.children())
         children = std::max(children, processConnection(d, *child, own ? own : parentOwn));
 
-    static constexpr uint32_t kCombined[4][3] = {
-        {kConstDefaultValue, kConstUseChild, kVarUseChild},
-        {kConstPresent, kConstPresent, kConstPreferChild},
-        {kVarPresent, kVarPreferChild, kVarPreferChild},
-        {kConstDefaultValue, kConstUseParentAndChild, kVarUseParentAndChild},
-    };
-    uint32_t kind;
-    if (own == 0 && parentOwn != 0 && children == 0)
-        // The value is part of the parent's: where the parent's lies.
-        kind = parentOwn == 2 ? kVarUseParent : kConstUseParent;
-    else
-        kind = kCombined[own ? own : (parentOwn ? 3 : 0)][children];
+    const uint32_t kind = combinedKind(own, parentOwn, children);
     d.kind[attribute.index()] = kind;
     d.state[attribute.index()] = (kind & 1u) ? 2 : 1;
-    // Children of a varying compound follow it into the variable block.
+    // Unconnected children of a varying compound come with it into the
+    // variable block; a child with a constant source of its own keeps it in
+    // a constant slot and is copied over the compound when it is read.
     if ((kind & 1u) && own)
         for (const Tattribute* child : attribute.children())
-            if (!(d.kind[child->index()] & 1u)) {
+            if (d.kind[child->index()] == kConstDefaultValue ||
+                d.kind[child->index()] == kConstUseParent) {
                 d.kind[child->index()] = kVarUseParent;
                 d.state[child->index()] = 2;
             }
@@ -362,21 +384,33 @@ uint8_t TSEanalysis::processArray(TSEnodeDescription& d, const Tattribute& array
     TdependGraph* graph = d.node->graph();
     std::vector<std::pair<Tplug, Tplug>> feeds; // destination, source
     if (graph)
-        for (const auto& [source, destination] : graph->connections())
-            if (destination.node() == d.node && (destination.attribute() == &array ||
-                                                 destination.attribute()->isDescendentOf(array))) {
-                feeds.emplace_back(destination, source);
-                indices.push_back(destination.multiIndex(&array));
-            }
+        for (const auto& [source, destination] : graph->connections()) {
+            if (destination.node() != d.node || (destination.attribute() != &array &&
+                                                 !destination.attribute()->isDescendentOf(array)))
+                continue;
+            // A connection into the whole array isn't served per element;
+            // the elements keep the node's values.
+            const unsigned logical = destination.multiIndex(&array);
+            if (logical == Tplug::kNoIndex || source.node()->cast(TDNshadingEngine::sTypeof()))
+                continue;
+            feeds.emplace_back(destination, source);
+            indices.push_back(logical);
+        }
     std::sort(indices.begin(), indices.end());
     indices.erase(std::unique(indices.begin(), indices.end()), indices.end());
     indices.erase(std::remove(indices.begin(), indices.end(), Tplug::kNoIndex), indices.end());
+    // An element's own connection is copied before its children's, which
+    // override it.
+    std::stable_sort(feeds.begin(), feeds.end(), [](const auto& a, const auto& b) {
+        return depthOf(a.first.attribute()) < depthOf(b.first.attribute());
+    });
 
-    std::vector<uint8_t> memory(indices.size(), 0);
+    // The memory type of each connected element and child.
+    std::map<std::pair<unsigned, const Tattribute*>, uint8_t> ownOf;
     for (const auto& [destination, source] : feeds) {
         const unsigned logical = destination.multiIndex(&array);
-        const size_t position =
-            size_t(std::lower_bound(indices.begin(), indices.end(), logical) - indices.begin());
+        const TSEnodeDescription* before = find(source.node());
+        const bool loop = before && before->inProgress;
         traverseNode(source, &d);
         TSEnodeDescription* upstream = find(source.node());
         TSEconnection c;
@@ -384,32 +418,60 @@ uint8_t TSEanalysis::processArray(TSEnodeDescription& d, const Tattribute& array
         c.source = source;
         c.destination = destination.attribute();
         c.logicalIndex = logical;
-        const uint8_t own = upstream->state[source.attribute()->index()] == 2 ? 2 : 1;
-        c.kind = own == 2 ? kConnVarying : kConnPlaceholder;
+        uint8_t own = 1;
+        if (loop) {
+            c.kind = kConnLoopEdge;
+        } else {
+            own = upstream->state[source.attribute()->index()] == 2 ? 2 : 1;
+            c.kind = own == 2 ? kConnVarying : kConnPlaceholder;
+        }
         c.memory = own;
         d.connections.push_back(std::move(c));
-        memory[position] = std::max(memory[position], own);
+        uint8_t& known = ownOf[{logical, destination.attribute()}];
+        known = std::max(known, own);
     }
-    const bool varying = std::find(memory.begin(), memory.end(), uint8_t(2)) != memory.end();
 
-    // MultiInfo: the header, then one record per element.
+    // MultiInfo: the header, then each element's record followed by the
+    // records of its children, nested, in the attribute's order.
     const size_t header = d.multis.size();
-    MultiInfo h;
+    d.multis.emplace_back();
+    uint8_t strongest = 0;
+    struct Records {
+        TSEnodeDescription& d;
+        const std::map<std::pair<unsigned, const Tattribute*>, uint8_t>& ownOf;
+        unsigned logical;
+        // Appends the record of `a` (and under it its children's); gives
+        // the strongest memory type found there.
+        uint8_t add(const Tattribute& a, uint8_t parentOwn, size_t parent) {
+            const size_t at = d.multis.size();
+            d.multis.emplace_back();
+            d.multis[at].pOff = int32_t(at - parent);
+            const auto it = ownOf.find({logical, &a});
+            const uint8_t own = it == ownOf.end() ? 0 : it->second;
+            uint8_t children = 0;
+            for (const Tattribute* child : a.children())
+                children = std::max(children, add(*child, own ? own : parentOwn, at));
+            MultiInfo& m = d.multis[at];
+            m.kind = combinedKind(own, parentOwn, children);
+            m.numKids = int16_t(a.children().size());
+            if (a.isArray())
+                m.setLogicalIndex(logical);
+            else
+                m.dOff = uint16_t(a.offsetInParent());
+            return std::max(own, children);
+        }
+    };
+    for (const unsigned logical : indices)
+        strongest = std::max(strongest, Records{d, ownOf, logical}.add(array, 0, header));
+    const bool varying = strongest == 2;
+    MultiInfo& h = d.multis[header];
     h.kind = varying ? kVarUseChild : kConstDefaultValue;
     h.numKids = int16_t(indices.size());
-    d.multis.push_back(h);
-    for (size_t e = 0; e < indices.size(); ++e) {
-        MultiInfo m;
-        m.kind = memory[e] == 2 ? kVarPresent : memory[e] == 1 ? kConstPresent : kConstDefaultValue;
-        m.setLogicalIndex(indices[e]);
-        m.pOff = int32_t(e + 1);
-        d.multis.push_back(m);
-    }
     d.arrayElements[&array] = std::vector<unsigned>(indices.begin(), indices.end());
     d.kind[array.index()] = varying ? kVarUseChild : kConstDefaultValue;
     d.state[array.index()] = varying ? 2 : 1;
     d.arrayHeader[&array] = header;
-    return varying ? 2 : memory.empty() ? 0 : 1;
+    return strongest;
 }
 
 // A material's unconnected lightDataArray in a group with lights: each

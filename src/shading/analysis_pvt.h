@@ -122,6 +122,10 @@ private:
     TSEdescriptorHalf blockHalf(const TSEnodeDescription& d, const Tattribute& attribute,
                                 unsigned logicalIndex) const;
     void assignThreads(TSEnodeDescription& d);
+    // The MultiInfo record of element `logicalIndex` of `array`, or of its
+    // descendant `leaf` in that element.
+    static MultiInfo* recordOf(TSEnodeDescription& d, const Tattribute& array,
+                               unsigned logicalIndex, const Tattribute& leaf);
 
     TDNshadingEngine& fEngine;
     TSEoption fOption;

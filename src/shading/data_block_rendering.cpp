@@ -116,8 +116,7 @@ uint32_t TdataBlockRendering::arraySlotSize(const Tattribute& array, const Multi
 
 TdataBlockRendering::Layout TdataBlockRendering::layout(const TdependNode& node,
                                                         const uint32_t* types, AttrInfo* infos,
-                                                        const MultiInfo* multiInfos,
-                                                        uint16_t* initList) {
+                                                        MultiInfo* multiInfos, uint16_t* initList) {
     const TattributeList& attributes = node.vsData()->attributes();
     const size_t n = attributes.size();
     for (size_t i = 0; i < n; ++i) {
@@ -127,11 +126,12 @@ TdataBlockRendering::Layout TdataBlockRendering::layout(const TdependNode& node,
     }
     size_t sizes[2] = {0, 0}; // constant, variable
     uint16_t inits = 0;
-    auto place = [&](AttrInfo& info, bool variable, size_t size, size_t align) {
+    auto place = [&](bool variable, size_t size, size_t align) {
         size_t& running = sizes[variable ? 1 : 0];
         running = OrvoAlignUp(running, align);
-        info.offset = uint32_t(running);
+        const uint32_t offset = uint32_t(running);
         running += size;
+        return offset;
     };
     for (size_t i = 0; i < n; ++i) {
         const Tattribute& a = *attributes[i];
@@ -145,13 +145,18 @@ TdataBlockRendering::Layout TdataBlockRendering::layout(const TdependNode& node,
         if (root || a.isArray()) {
             if (isOtherDB(info.type)) {
                 // Two pointers; aligned as pointers are.
-                place(info, true, sizeof(OtherDBPair), alignof(OtherDBPair));
+                info.offset = place(true, sizeof(OtherDBPair), alignof(OtherDBPair));
             } else if (a.isArray()) {
-                const MultiInfo* header = multiInfos ? multiInfos + info.thread : nullptr;
-                place(info, isVariable(info.type), arraySlotSize(a, header), 8);
+                MultiInfo* header = multiInfos ? multiInfos + info.thread : nullptr;
+                const uint32_t size = arraySlotSize(a, header);
+                info.offset = place(isVariable(info.type), size, 8);
+                // A varying array is copied into each element from a slot
+                // prepared once in the constant block.
+                if (isVariable(info.type) && header)
+                    header->setTemplateOffset(place(false, size, 8));
             } else {
-                place(info, isVariable(info.type), a.dataSize(),
-                      std::max<uint32_t>(1, a.dataAlignment()));
+                info.offset = place(isVariable(info.type), a.dataSize(),
+                                    std::max<uint32_t>(1, a.dataAlignment()));
             }
             if (isOtherDB(info.type) || a.isArray() ||
                 a.hasFlag(TattrFlag::kValueIsObject | TattrFlag::kCompoundConstructs))
@@ -163,7 +168,7 @@ TdataBlockRendering::Layout TdataBlockRendering::layout(const TdependNode& node,
         if (!isVariable(info.type) && isVariable(topInfo.type)) {
             // A constant child of a varying compound gets its own constant
             // slot rather than a copy in every element.
-            place(info, false, a.dataSize(), std::max<uint32_t>(1, a.dataAlignment()));
+            info.offset = place(false, a.dataSize(), std::max<uint32_t>(1, a.dataAlignment()));
         } else {
             info.offset = topInfo.offset + offsetWithin(a, top);
         }
@@ -172,9 +177,24 @@ TdataBlockRendering::Layout TdataBlockRendering::layout(const TdependNode& node,
     return Layout{uint32_t(OrvoAlignUp(sizes[0], 8)), uint32_t(OrvoAlignUp(sizes[1], 8))};
 }
 
+uint32_t TdataBlockRendering::elementOffset(const Tattribute& array, const MultiInfo* header,
+                                            unsigned logicalIndex, const Tattribute& leaf) {
+    const uint32_t count = elementCountOf(header);
+    const MultiInfo* record = header ? header + 1 : nullptr;
+    for (uint32_t e = 0; e < count; ++e, record += OrvoMultiSpan(record))
+        if (record->logicalIndex() == logicalIndex)
+            return uint32_t(sizeof(TmultiHeader) + e * TmultiBuilder::calcStride(array) +
+                            TmultiBuilder::valueOffset(array) + offsetWithin(leaf, array));
+    return ~0u;
+}
+
 // ---------------------------------------------------------------- set-up
 
 namespace {
+
+bool constructs(const Tattribute& a) {
+    return a.hasFlag(TattrFlag::kValueIsObject | TattrFlag::kCompoundConstructs);
+}
 
 void constructArraySlot(const Tattribute& array, const MultiInfo* header, std::byte* slot) {
     auto* h = new (slot) TmultiHeader();
@@ -182,9 +202,10 @@ void constructArraySlot(const Tattribute& array, const MultiInfo* header, std::b
     const uint32_t stride = TmultiBuilder::calcStride(array);
     const uint32_t valueAt = TmultiBuilder::valueOffset(array);
     std::byte* data = slot + sizeof(TmultiHeader);
-    for (uint32_t e = 0; e < count; ++e) {
+    const MultiInfo* record = header ? header + 1 : nullptr;
+    for (uint32_t e = 0; e < count; ++e, record += OrvoMultiSpan(record)) {
         std::byte* element = data + size_t(e) * stride;
-        const uint32_t index = header[1 + e].logicalIndex();
+        const uint32_t index = record->logicalIndex();
         std::memcpy(element, &index, 4);
         array.constructValue(element + valueAt);
     }
@@ -193,9 +214,27 @@ void constructArraySlot(const Tattribute& array, const MultiInfo* header, std::b
     h->data = count ? data : nullptr;
 }
 
+// A copy of a prepared slot: plain values by bytes, objects one by one.
+void copyArraySlot(const Tattribute& array, const MultiInfo* header, const std::byte* from,
+                   std::byte* to, uint32_t size) {
+    if (!constructs(array)) {
+        std::memcpy(to, from, size);
+        auto* h = reinterpret_cast<TmultiHeader*>(to);
+        h->data = h->count ? to + sizeof(TmultiHeader) : nullptr;
+        return;
+    }
+    constructArraySlot(array, header, to);
+    const auto* source = reinterpret_cast<const TmultiHeader*>(from);
+    auto* destination = reinterpret_cast<TmultiHeader*>(to);
+    const uint32_t valueAt = TmultiBuilder::valueOffset(array);
+    for (uint32_t e = 0; e < destination->count; ++e)
+        array.copyValue(destination->data + size_t(e) * destination->stride + valueAt,
+                        source->data + size_t(e) * source->stride + valueAt);
+}
+
 void destroyArraySlot(const Tattribute& array, std::byte* slot) {
     auto* h = reinterpret_cast<TmultiHeader*>(slot);
-    if (array.hasFlag(TattrFlag::kValueIsObject | TattrFlag::kCompoundConstructs)) {
+    if (constructs(array)) {
         const uint32_t valueAt = TmultiBuilder::valueOffset(array);
         for (uint32_t e = 0; e < h->count; ++e)
             array.destroyValue(h->data + size_t(e) * h->stride + valueAt);
@@ -212,11 +251,40 @@ void forInitList(const TdependNode* node, const uint16_t* initList, F&& f) {
         f(*attributes[initList[k]]);
 }
 
+// The node's own value of `a` (a non-array), copied to `address`: the
+// node's cache first for attributes it caches, then its block, else the
+// attribute's default.
+void fetchNodeValue(TdependNode* node, const Tattribute& a, std::byte* address) {
+    if (a.hasFlag(kCachedByNode) && node) {
+        TdataHandle h(nullptr, &a, address);
+        if (node->getCachedValue(Tplug(node, &a), h))
+            return;
+    }
+    if (TordinaryDataBlock* own = node ? node->getDatablock() : nullptr)
+        a.copyValue(address, own->valueAddress(a, 0));
+    else
+        a.writeDefault(address);
+}
+
+// The node's elements of `array`, copied into the elements of `slot` that
+// both have; the others keep their defaults.
+void fetchNodeElements(TdependNode* node, const Tattribute& array, std::byte* slot) {
+    TordinaryDataBlock* own = node ? node->getDatablock() : nullptr;
+    if (!own)
+        return;
+    TmultiHandle from(TdataHandle(own, &array, own->valueAddress(array, 0), TdataHandle::kIsArray));
+    TmultiHandle to(TdataHandle(nullptr, &array, slot, TdataHandle::kIsArray));
+    for (unsigned i = 0; to.jumpToArrayElement(i); ++i)
+        if (from.jumpToElement(to.elementIndex()))
+            array.copyValue(to.reference().address(), from.reference().address());
+}
+
 } // namespace
 
-void TdataBlockRendering::initialize(TdependNode* node, AttrInfo* infos, MultiInfo* multiInfos,
-                                     const uint16_t* initList, std::byte* constantBlock,
-                                     unsigned count, std::byte* variableBase, uint32_t stride,
+void TdataBlockRendering::initialize(TdependNode* node, const AttrInfo* infos,
+                                     const MultiInfo* multiInfos, const uint16_t* initList,
+                                     const std::byte* constantBlock, unsigned count,
+                                     std::byte* variableBase, uint32_t stride,
                                      TrenderingEvaluator* evaluator) {
     fNode = node;
     fInfos = infos;
@@ -239,22 +307,13 @@ void TdataBlockRendering::initialize(TdependNode* node, AttrInfo* infos, MultiIn
                 reinterpret_cast<OtherDBPair*>(first + size_t(e) * fStride)->base = nullptr;
         } else if (a.isArray()) {
             const MultiInfo* header = fMultis ? fMultis + info.thread : nullptr;
-            if (count)
-                constructArraySlot(a, header, first);
-            // Elements of plain values: every slot is a copy of the first,
-            // with its data pointer moved to its own elements.
-            const bool plain =
-                !a.hasFlag(TattrFlag::kValueIsObject | TattrFlag::kCompoundConstructs);
             const uint32_t size = arraySlotSize(a, header);
-            for (unsigned e = 1; e < count; ++e) {
+            for (unsigned e = 0; e < count; ++e) {
                 std::byte* at = first + size_t(e) * fStride;
-                if (!plain) {
+                if (header)
+                    copyArraySlot(a, header, fConstant + header->templateOffset(), at, size);
+                else
                     constructArraySlot(a, header, at);
-                    continue;
-                }
-                std::memcpy(at, first, size);
-                auto* h = reinterpret_cast<TmultiHeader*>(at);
-                h->data = h->count ? at + sizeof(TmultiHeader) : nullptr;
             }
         } else {
             for (unsigned e = 0; e < count; ++e)
@@ -263,33 +322,57 @@ void TdataBlockRendering::initialize(TdependNode* node, AttrInfo* infos, MultiIn
     });
 }
 
-void TdataBlockRendering::initializeConstant(TdependNode* node, AttrInfo* infos,
-                                             MultiInfo* multiInfos, const uint16_t* initList,
+void TdataBlockRendering::initializeConstant(TdependNode* node, const AttrInfo* infos,
+                                             const MultiInfo* multiInfos, const uint16_t* initList,
                                              std::byte* constantBlock) {
     forInitList(node, initList, [&](const Tattribute& a) {
         const AttrInfo& info = infos[a.index()];
-        if (isVariable(info.type))
+        if (a.isArray()) {
+            const MultiInfo* header = multiInfos ? multiInfos + info.thread : nullptr;
+            if (!isVariable(info.type))
+                constructArraySlot(a, header, constantBlock + info.offset);
+            else if (header)
+                constructArraySlot(a, header, constantBlock + header->templateOffset());
             return;
-        std::byte* at = constantBlock + info.offset;
-        if (a.isArray())
-            constructArraySlot(a, multiInfos ? multiInfos + info.thread : nullptr, at);
-        else
-            a.constructValue(at);
+        }
+        if (!isVariable(info.type))
+            a.constructValue(constantBlock + info.offset);
     });
 }
 
-void TdataBlockRendering::fetchConstantDefaults(TdependNode* node, AttrInfo* infos,
-                                                MultiInfo* multiInfos, const uint16_t* initList,
-                                                std::byte* constantBlock) {
-    TdataBlockRendering block;
-    block.initialize(node, infos, multiInfos, initList, constantBlock, 0, nullptr, 0, nullptr);
+void TdataBlockRendering::resolveConstants(TdependNode* node, AttrInfo* infos,
+                                           MultiInfo* multiInfos, const uint16_t*,
+                                           std::byte* constantBlock) {
     for (const Tattribute* a : attributesOf(node)) {
         if (a->isArrayDescendant())
             continue;
-        const uint32_t type = infos[a->index()].type;
-        if (type == kConstDefaultValue || type == kConstUseChild)
-            block.evaluate(*a, 0, 1);
+        AttrInfo& info = infos[a->index()];
+        if (a->isArray()) {
+            MultiInfo* header = multiInfos ? multiInfos + info.thread : nullptr;
+            if (isVariable(info.type)) {
+                // The elements that don't vary are prepared once; each
+                // batch copies them.
+                if (header)
+                    fetchNodeElements(node, *a, constantBlock + header->templateOffset());
+            } else if (info.type == kConstDefaultValue) {
+                fetchNodeElements(node, *a, constantBlock + info.offset);
+                info.type = kConstPresent;
+                if (header)
+                    header->kind = kConstPresent;
+            }
+            continue;
+        }
+        // Children of a compound that uses its children lie inside it (or,
+        // under a varying compound, in slots of their own): each fetch lands
+        // in place, so the compound is present once its children are.
+        if (info.type == kConstDefaultValue) {
+            fetchNodeValue(node, *a, constantBlock + info.offset);
+            info.type = kConstPresent;
+        }
     }
+    for (const Tattribute* a : attributesOf(node))
+        if (!a->isArrayDescendant() && infos[a->index()].type == kConstUseChild)
+            infos[a->index()].type = kConstPresent;
 }
 
 void TdataBlockRendering::tearDownVariable() {
@@ -301,7 +384,7 @@ void TdataBlockRendering::tearDownVariable() {
         if (!isVariable(info.type) || isOtherDB(info.type))
             return;
         // Arrays of plain values have nothing to destroy.
-        if (a.isArray() && !a.hasFlag(TattrFlag::kValueIsObject | TattrFlag::kCompoundConstructs))
+        if (a.isArray() && !constructs(a))
             return;
         for (unsigned e = 0; e < count; ++e) {
             std::byte* at = fFirst + size_t(e) * fStride + info.offset;
@@ -313,17 +396,21 @@ void TdataBlockRendering::tearDownVariable() {
     });
 }
 
-void TdataBlockRendering::tearDownConstant(TdependNode* node, AttrInfo* infos, MultiInfo*,
-                                           const uint16_t* initList, std::byte* constantBlock) {
+void TdataBlockRendering::tearDownConstant(TdependNode* node, const AttrInfo* infos,
+                                           const MultiInfo* multiInfos, const uint16_t* initList,
+                                           std::byte* constantBlock) {
     forInitList(node, initList, [&](const Tattribute& a) {
         const AttrInfo& info = infos[a.index()];
-        if (isVariable(info.type))
+        if (a.isArray()) {
+            const MultiInfo* header = multiInfos ? multiInfos + info.thread : nullptr;
+            if (!isVariable(info.type))
+                destroyArraySlot(a, constantBlock + info.offset);
+            else if (header)
+                destroyArraySlot(a, constantBlock + header->templateOffset());
             return;
-        std::byte* at = constantBlock + info.offset;
-        if (a.isArray())
-            destroyArraySlot(a, at);
-        else
-            a.destroyValue(at);
+        }
+        if (!isVariable(info.type))
+            a.destroyValue(constantBlock + info.offset);
     });
 }
 
@@ -333,7 +420,8 @@ std::byte* TdataBlockRendering::addressOf(const Tattribute& a, unsigned element)
     const AttrInfo& info = fInfos[a.index()];
     if (isVariable(info.type))
         return fFirst + size_t(element) * fStride + info.offset;
-    return fConstant + info.offset;
+    // Constant values are only read while shading; handles are not const.
+    return const_cast<std::byte*>(fConstant) + info.offset;
 }
 
 TdataHandle TdataBlockRendering::handleOf(const Tattribute& a, unsigned element,
@@ -350,77 +438,47 @@ void TdataBlockRendering::restoreCurrent(unsigned index) {
         fCurrent = at;
 }
 
-void TdataBlockRendering::compute(uint16_t segment, const Tattribute& a, unsigned first,
-                                  unsigned count) {
+void TdataBlockRendering::compute(uint16_t segment, const Tattribute& a, std::byte* destination,
+                                  unsigned first, unsigned count) {
     if (!segment || !fEvaluator)
         return;
     const unsigned index = currentIndex();
-    uint8_t* destination = reinterpret_cast<uint8_t*>(addressOf(a, first));
+    auto* value = reinterpret_cast<uint8_t*>(destination);
     TdataBlock* caller = this;
-    fEvaluator->computeValue(segment, a, &destination, &caller, first, count);
+    fEvaluator->computeValue(segment, a, &value, &caller, first, count);
     restoreCurrent(index);
 }
 
-void TdataBlockRendering::fetchDefault(const Tattribute& a, std::byte* address, unsigned first,
-                                       unsigned count, bool replicate) {
-    bool done = false;
-    if (a.hasFlag(kCachedByNode) && fNode) {
-        TdataHandle h(this, &a, address);
-        done = fNode->getCachedValue(Tplug(fNode, &a), h);
-    }
-    if (!done) {
-        TordinaryDataBlock* own = fNode ? fNode->getDatablock() : nullptr;
-        if (own && !a.isArray()) {
-            a.copyValue(address, own->valueAddress(a, 0));
-        } else if (own && a.isArray()) {
-            // Elements present in both take the node's values; the rest keep
-            // their defaults.
-            TmultiHandle from(TdataHandle(own, &a, own->valueAddress(a, 0), TdataHandle::kIsArray));
-            TmultiHandle to(TdataHandle(this, &a, address, TdataHandle::kIsArray));
-            for (unsigned i = 0; to.jumpToArrayElement(i); ++i)
-                if (from.jumpToElement(to.elementIndex()))
-                    a.copyValue(to.reference().address(), from.reference().address());
-        } else if (!a.isArray()) {
-            a.writeDefault(address);
-        }
-    }
-    if (replicate && count > 1 && !a.isArray())
-        for (unsigned e = 1; e < count; ++e)
-            a.copyValue(address + size_t(e) * fStride, address);
-    (void)first;
+void TdataBlockRendering::fetchVaryingDefault(const Tattribute& a, unsigned first, unsigned count) {
+    // Not connected, but in the variable block because a compound around it
+    // varies: the node's value in every element of the run.
+    std::byte* address = addressOf(a, first);
+    fetchNodeValue(fNode, a, address);
+    for (unsigned e = 1; e < count; ++e)
+        a.copyValue(address + size_t(e) * fStride, address);
 }
 
 void TdataBlockRendering::assembleChildren(const Tattribute& compound, unsigned first,
                                            unsigned count) {
     for (const Tattribute* child : compound.children()) {
         const Tattribute& c = *child;
-        AttrInfo& ci = fInfos[c.index()];
-        if (ci.type < kConstPresent) {
-            fetchDefault(c, addressOf(c, first), first, count, ci.type == kVarDefaultValue);
-            if (ci.type == kConstDefaultValue)
-                ci.type = kConstPresent;
-        }
-        auto copyIntoCompound = [&] {
+        const AttrInfo& ci = fInfos[c.index()];
+        switch (ci.type) {
+        case kVarDefaultValue:
+            fetchVaryingDefault(c, first, count);
+            break;
+        case kConstPresent:
+        case kConstUseParentAndChild:
+            // A constant child over a varying compound: into each element.
             for (unsigned e = first; e < first + count; ++e) {
                 std::byte* place = addressOf(compound, e) + c.offsetInParent();
                 const std::byte* from = addressOf(c, e);
                 if (place != from)
                     c.copyValue(place, from);
             }
-        };
-        switch (ci.type) {
-        case kConstDefaultValue:
-        case kConstPresent:
-        case kConstUseParentAndChild:
-            copyIntoCompound();
             break;
         case kVarPresent:
-            compute(ci.thread, c, first, count);
-            break;
-        case kConstUseChild:
-            assembleChildren(c, first, 1);
-            ci.type = kConstPresent;
-            copyIntoCompound();
+            compute(ci.thread, c, addressOf(c, first), first, count);
             break;
         case kVarUseChild:
         case kVarUseParentAndChild:
@@ -428,74 +486,55 @@ void TdataBlockRendering::assembleChildren(const Tattribute& compound, unsigned 
             assembleChildren(c, first, count);
             break;
         case kVarPreferChild:
-            compute(ci.thread, c, first, count);
+            compute(ci.thread, c, addressOf(c, first), first, count);
             assembleChildren(c, first, count);
             break;
         default:
-            break;
+            break; // its value comes with the compound's
         }
     }
 }
 
-void TdataBlockRendering::evaluateArray(const Tattribute& array, unsigned first, unsigned count) {
-    AttrInfo& info = fInfos[array.index()];
-    if (!isVariable(info.type)) {
-        if (info.type == kConstDefaultValue) {
-            fetchDefault(array, addressOf(array, first), first, 1, false);
-            info.type = kConstPresent;
-        }
+const MultiInfo* TdataBlockRendering::headerRecord(const Tattribute& array) const {
+    return fMultis ? fMultis + fInfos[array.index()].thread : nullptr;
+}
+
+void TdataBlockRendering::evaluateRecord(const MultiInfo* record, const Tattribute& a,
+                                         std::byte* at, std::ptrdiff_t inSlot, unsigned first,
+                                         unsigned count) {
+    const bool own = record->kind == kVarPresent || record->kind == kVarPreferChild;
+    if (own && record->segment())
+        compute(record->segment(), a, at, first, count);
+    if (record->numKids <= 0)
         return;
+    // The template of the array's slot, for children that keep a constant
+    // value over their own varying parent.
+    const Tattribute& array = *(a.isArray() ? &a : a.arrayAncestor());
+    const std::byte* prepared = fConstant + headerRecord(array)->templateOffset();
+    const MultiInfo* kid = record + 1;
+    for (const Tattribute* child : a.children()) {
+        const uint32_t offset = child->offsetInParent();
+        if (own && (kid->kind == kConstPresent || kid->kind == kConstUseParentAndChild))
+            for (unsigned e = 0; e < count; ++e)
+                child->copyValue(at + offset + size_t(e) * fStride, prepared + inSlot + offset);
+        evaluateRecord(kid, *child, at + offset, inSlot + std::ptrdiff_t(offset), first, count);
+        kid += OrvoMultiSpan(kid);
     }
-    if (!fMultis)
+}
+
+void TdataBlockRendering::evaluateArray(const Tattribute& array, unsigned first, unsigned count) {
+    // A constant array was made whole when the network was compiled.
+    if (!isVariable(fInfos[array.index()].type) || !fMultis)
         return;
-    // A varying array: each element as its record says, for the run.
-    const MultiInfo* header = fMultis + info.thread;
-    TordinaryDataBlock* own = fNode ? fNode->getDatablock() : nullptr;
-    for (int e = 0; e < header->numKids; ++e) {
-        const MultiInfo& record = header[1 + e];
-        const unsigned logicalIndex = record.logicalIndex();
-        if ((record.kind & 1u) && record.threadOrCOff) {
-            evaluateElement(array, logicalIndex, first, count);
-        } else if (record.kind == kConstDefaultValue && own) {
-            TmultiHandle from(
-                TdataHandle(own, &array, own->valueAddress(array, 0), TdataHandle::kIsArray));
-            if (!from.jumpToElement(logicalIndex))
-                continue;
-            const void* value = from.reference().address();
-            const bool plain =
-                !array.hasFlag(TattrFlag::kValueIsObject | TattrFlag::kCompoundConstructs);
-            const uint32_t bytes = array.dataSize();
-            auto copy = [&](void* to) {
-                if (!plain)
-                    array.copyValue(to, value);
-                else if (bytes == 12) // the usual triple, inline
-                    std::memmove(to, value, 12);
-                else
-                    std::memmove(to, value, bytes);
-            };
-            // Every element of the run holds the array with the same
-            // elements: the position found in the first serves them all.
-            TmultiHandle to(
-                TdataHandle(this, &array, headerOf(array, first), TdataHandle::kIsArray));
-            if (!to.jumpToElement(logicalIndex))
-                continue;
-            const std::ptrdiff_t within =
-                static_cast<std::byte*>(to.reference().address()) - headerOf(array, first)->data;
-            const std::ptrdiff_t index = within - std::ptrdiff_t(TmultiBuilder::valueOffset(array));
-            for (unsigned el = first; el < first + count; ++el) {
-                TmultiHeader* h = headerOf(array, el);
-                uint32_t there = ~logicalIndex;
-                if (h->data && h->count == to.elementCount())
-                    std::memcpy(&there, h->data + index, 4);
-                if (there == logicalIndex) {
-                    copy(h->data + within);
-                    continue;
-                }
-                TmultiHandle other(TdataHandle(this, &array, h, TdataHandle::kIsArray));
-                if (other.jumpToElement(logicalIndex))
-                    copy(other.reference().address());
-            }
-        }
+    const MultiInfo* header = headerRecord(array);
+    const uint32_t stride = TmultiBuilder::calcStride(array);
+    const uint32_t valueAt = TmultiBuilder::valueOffset(array);
+    std::byte* slot = addressOf(array, first);
+    const MultiInfo* record = header + 1;
+    for (int e = 0; e < header->numKids; ++e, record += OrvoMultiSpan(record)) {
+        const std::ptrdiff_t inSlot =
+            std::ptrdiff_t(sizeof(TmultiHeader) + size_t(e) * stride + valueAt);
+        evaluateRecord(record, array, slot + inSlot, inSlot, first, count);
     }
 }
 
@@ -504,16 +543,13 @@ void TdataBlockRendering::evaluate(const Tattribute& a, unsigned first, unsigned
         evaluateArray(a, first, count);
         return;
     }
-    AttrInfo& info = fInfos[a.index()];
+    const AttrInfo& info = fInfos[a.index()];
     switch (info.type) {
-    case kConstDefaultValue:
     case kVarDefaultValue:
-        fetchDefault(a, addressOf(a, first), first, count, info.type == kVarDefaultValue);
-        if (info.type == kConstDefaultValue)
-            info.type = kConstPresent; // the one write to the shared table: idempotent
+        fetchVaryingDefault(a, first, count);
         break;
     case kVarPresent:
-        compute(info.thread, a, first, count);
+        compute(info.thread, a, addressOf(a, first), first, count);
         break;
     case kVarUseParent:
     case kVarUseParentAndChild:
@@ -522,41 +558,22 @@ void TdataBlockRendering::evaluate(const Tattribute& a, unsigned first, unsigned
             while (p && !(fInfos[p->index()].type & 2u))
                 p = p->parent();
             if (p)
-                compute(info.thread, *p, first, count);
+                compute(info.thread, *p, addressOf(*p, first), first, count);
         }
         if (info.type == kVarUseParentAndChild)
             assembleChildren(a, first, count);
         break;
-    case kConstUseChild: {
-        // Defaults of the children, recursively into compounds that use
-        // their children, then the compound is present.
-        struct Fetch {
-            TdataBlockRendering& block;
-            void run(const Tattribute& c) {
-                for (const Tattribute* k : c.children()) {
-                    AttrInfo& ki = block.fInfos[k->index()];
-                    if (ki.type & 8u)
-                        run(*k);
-                    else if (ki.type < kConstPresent)
-                        block.fetchDefault(*k, block.addressOf(*k, 0), 0, 1, false);
-                    ki.type = kConstPresent;
-                }
-            }
-        };
-        Fetch{*this}.run(a);
-        assembleChildren(a, first, 1);
-        info.type = kConstPresent;
-        break;
-    }
     case kVarUseChild:
     case kConstPreferChild:
         assembleChildren(a, first, count);
         break;
     case kVarPreferChild:
-        compute(info.thread, a, first, count);
+        compute(info.thread, a, addressOf(a, first), first, count);
         assembleChildren(a, first, count);
         break;
     default:
+        // Constants, defaults included, were fetched when the network was
+        // compiled.
         break;
     }
 }
@@ -665,31 +682,21 @@ TmultiHeader* TdataBlockRendering::headerOf(const Tattribute& array, unsigned el
     return reinterpret_cast<TmultiHeader*>(addressOf(array, element));
 }
 
-const MultiInfo* TdataBlockRendering::elementRecord(const Tattribute& array,
-                                                    unsigned logicalIndex) const {
-    if (!fMultis)
-        return nullptr;
-    const MultiInfo* header = fMultis + fInfos[array.index()].thread;
-    const uint32_t count = elementCountOf(header);
-    for (uint32_t e = 0; e < count; ++e)
-        if (header[1 + e].logicalIndex() == logicalIndex)
-            return header + 1 + e;
-    return nullptr;
-}
-
 void TdataBlockRendering::evaluateElement(const Tattribute& array, unsigned logicalIndex,
                                           unsigned first, unsigned count) {
-    const MultiInfo* record = elementRecord(array, logicalIndex);
-    if (!record || !(record->kind & 1u) || !record->threadOrCOff || !fEvaluator)
+    if (!isVariable(fInfos[array.index()].type) || !fMultis)
         return;
-    TmultiHandle mh(TdataHandle(this, &array, headerOf(array, first), TdataHandle::kIsArray));
-    if (!mh.jumpToElement(logicalIndex))
+    const MultiInfo* header = headerRecord(array);
+    const MultiInfo* record = header + 1;
+    for (int e = 0; e < header->numKids; ++e, record += OrvoMultiSpan(record)) {
+        if (record->logicalIndex() != logicalIndex)
+            continue;
+        const std::ptrdiff_t inSlot =
+            std::ptrdiff_t(sizeof(TmultiHeader) + size_t(e) * TmultiBuilder::calcStride(array) +
+                           TmultiBuilder::valueOffset(array));
+        evaluateRecord(record, array, addressOf(array, first) + inSlot, inSlot, first, count);
         return;
-    const unsigned index = currentIndex();
-    uint8_t* destination = static_cast<uint8_t*>(mh.reference().address());
-    TdataBlock* caller = this;
-    fEvaluator->computeValue(record->threadOrCOff, array, &destination, &caller, first, count);
-    restoreCurrent(index);
+    }
 }
 
 TdataHandle TdataBlockRendering::elementValue(const Tplug& plug, bool) {
@@ -833,7 +840,7 @@ void TdataBlockRendering::debug(TdebugOutput& out, const TdebugDetails& details)
     out.write("Index : AttrName : Offset : Type [: Value]\n");
     for (const Tattribute* a : attributes)
         if (!a->isArrayDescendant() && !isVariable(fInfos[a->index()].type))
-            line(*a, fConstant + fInfos[a->index()].offset);
+            line(*a, const_cast<std::byte*>(fConstant) + fInfos[a->index()].offset);
     out.write("\nVariable Block\n");
     out.write("--------------\n");
     out.write("Index : AttrName : Offset : Type [: Value]\n");

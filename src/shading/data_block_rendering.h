@@ -68,8 +68,35 @@ struct MultiInfo {
         return index;
     }
     void setLogicalIndex(uint32_t index) { __builtin_memcpy(&dOff, &index, 4); }
+    // The header record of an array that lies in the variable block keeps in
+    // the same bytes the offset, in the constant block, of the array's
+    // prepared slot: its elements with every value that doesn't vary, which
+    // each batch copies before the varying ones are computed.
+    uint32_t templateOffset() const { return logicalIndex(); }
+    void setTemplateOffset(uint32_t offset) { setLogicalIndex(offset); }
+    // The segment that computes this record's value, or 0.
+    uint16_t segment() const { return (kind & 1u) ? threadOrCOff : uint16_t(0); }
 };
 static_assert(sizeof(MultiInfo) == 16, "MultiInfo records are 16 bytes");
+
+// Records an array's header or element takes with everything nested under
+// it. A header's kids are its elements; an element's (or a child's) kids are
+// one record for each child of its attribute, in the attribute's order.
+inline uint32_t OrvoMultiSpan(const MultiInfo* record) {
+    uint32_t span = 1;
+    for (int k = 0; k < record->numKids; ++k)
+        span += OrvoMultiSpan(record + span);
+    return span;
+}
+
+// The record of element `position` (0-based, in index order) of the array
+// whose header record is `header`.
+inline const MultiInfo* OrvoMultiElement(const MultiInfo* header, uint32_t position) {
+    const MultiInfo* record = header + 1;
+    for (uint32_t e = 0; e < position; ++e)
+        record += OrvoMultiSpan(record);
+    return record;
+}
 
 // What a rendering block asks of the network it runs in: run a segment on
 // demand, gather lights. The shading opus's frame answers.
@@ -99,34 +126,46 @@ public:
     // Fills `infos` from the analysis types, assigns every offset and writes
     // the init list (count first, then attribute indices). `types` and
     // `infos` are indexed by attribute index; `multiInfos` gives the element
-    // count of arrays (through AttrInfo.thread). initList needs room for
+    // count of arrays (through AttrInfo.thread) and receives the place of
+    // each varying array's prepared slot. initList needs room for
     // attributes + 1 entries.
     static Layout layout(const TdependNode& node, const uint32_t* types, AttrInfo* infos,
-                         const MultiInfo* multiInfos, uint16_t* initList);
+                         MultiInfo* multiInfos, uint16_t* initList);
     // Bytes an array slot takes: its 48-byte header, then its elements.
     static uint32_t arraySlotSize(const Tattribute& array, const MultiInfo* header);
 
-    // Fetches every constant default of a laid-out node into its constant
-    // block, so that shading never writes the shared block or tables.
-    static void fetchConstantDefaults(TdependNode* node, AttrInfo* infos, MultiInfo* multiInfos,
-                                      const uint16_t* initList, std::byte* constantBlock);
-
-    // ---- set-up and tear-down
-    // The variable part, for `count` elements at `variableBase`.
-    void initialize(TdependNode* node, AttrInfo* infos, MultiInfo* multiInfos,
-                    const uint16_t* initList, std::byte* constantBlock, unsigned count,
-                    std::byte* variableBase, uint32_t stride, TrenderingEvaluator* evaluator);
-    // The constant part, once when the network is emitted.
-    static void initializeConstant(TdependNode* node, AttrInfo* infos, MultiInfo* multiInfos,
-                                   const uint16_t* initList, std::byte* constantBlock);
-    void tearDownVariable();
-    static void tearDownConstant(TdependNode* node, AttrInfo* infos, MultiInfo* multiInfos,
+    // ---- the constant part, once when the network is emitted
+    // Constructs the constant values, the constant arrays and the prepared
+    // slots of varying arrays.
+    static void initializeConstant(TdependNode* node, const AttrInfo* infos,
+                                   const MultiInfo* multiInfos, const uint16_t* initList,
+                                   std::byte* constantBlock);
+    // Fetches every default that doesn't vary from the node into the
+    // constant block (and the prepared slots) and marks it present. After
+    // this the tables and the constant block are only read: every thread
+    // that shades with them shares them.
+    static void resolveConstants(TdependNode* node, AttrInfo* infos, MultiInfo* multiInfos,
                                  const uint16_t* initList, std::byte* constantBlock);
+    static void tearDownConstant(TdependNode* node, const AttrInfo* infos,
+                                 const MultiInfo* multiInfos, const uint16_t* initList,
+                                 std::byte* constantBlock);
+    // Where the value of element `logicalIndex` of `array` (or of its child
+    // `leaf`) lies inside the array's slot, from the slot's start; ~0u when
+    // the element isn't there.
+    static uint32_t elementOffset(const Tattribute& array, const MultiInfo* header,
+                                  unsigned logicalIndex, const Tattribute& leaf);
+
+    // ---- the variable part, for each shade
+    // Sets up `count` elements at `variableBase`.
+    void initialize(TdependNode* node, const AttrInfo* infos, const MultiInfo* multiInfos,
+                    const uint16_t* initList, const std::byte* constantBlock, unsigned count,
+                    std::byte* variableBase, uint32_t stride, TrenderingEvaluator* evaluator);
+    void tearDownVariable();
 
     TdependNode* node() const { return fNode; }
-    std::byte* constantBlock() const { return fConstant; }
-    AttrInfo* attrInfos() const { return fInfos; }
-    MultiInfo* multiInfos() const { return fMultis; }
+    const std::byte* constantBlock() const { return fConstant; }
+    const AttrInfo* attrInfos() const { return fInfos; }
+    const MultiInfo* multiInfos() const { return fMultis; }
     unsigned elementCount() const {
         return fStride ? unsigned((fLast - fFirst) / fStride) + 1 : 1u;
     }
@@ -165,9 +204,13 @@ private:
     // Brings the value of `a` up to date for elements [first, first + count).
     void evaluate(const Tattribute& a, unsigned first, unsigned count);
     void evaluateArray(const Tattribute& array, unsigned first, unsigned count);
-    void compute(uint16_t segment, const Tattribute& a, unsigned first, unsigned count);
-    void fetchDefault(const Tattribute& a, std::byte* address, unsigned first, unsigned count,
-                      bool replicate);
+    // One record of a varying array and the records under it: `at` is the
+    // value's place in element `first`.
+    void evaluateRecord(const MultiInfo* record, const Tattribute& a, std::byte* at,
+                        std::ptrdiff_t toTemplate, unsigned first, unsigned count);
+    void compute(uint16_t segment, const Tattribute& a, std::byte* destination, unsigned first,
+                 unsigned count);
+    void fetchVaryingDefault(const Tattribute& a, unsigned first, unsigned count);
     void assembleChildren(const Tattribute& compound, unsigned first, unsigned count);
     TdataHandle otherBlockHandle(const Tattribute& a, unsigned element, unsigned count);
     void restoreCurrent(unsigned index);
@@ -175,15 +218,15 @@ private:
     // Multi path.
     const Tattribute* servedArray(const Tplug& plug) const;
     TmultiHeader* headerOf(const Tattribute& array, unsigned element) const;
-    const MultiInfo* elementRecord(const Tattribute& array, unsigned logicalIndex) const;
+    const MultiInfo* headerRecord(const Tattribute& array) const;
     void evaluateElement(const Tattribute& array, unsigned logicalIndex, unsigned first,
                          unsigned count);
 
     TdependNode* fNode = nullptr;
     uint8_t fStatus[2] = {0, 0};
-    std::byte* fConstant = nullptr;
-    AttrInfo* fInfos = nullptr;
-    MultiInfo* fMultis = nullptr;
+    const std::byte* fConstant = nullptr;
+    const AttrInfo* fInfos = nullptr;
+    const MultiInfo* fMultis = nullptr;
     const uint16_t* fInitList = nullptr;
     TrenderingEvaluator* fEvaluator = nullptr;
 };

@@ -42,6 +42,24 @@ void TSEanalysis::cutLoops() {
         d->useCounts[1] = uses[d];
         d->segmented = d->live && uses[d] > 1;
     }
+    // A value computed on demand lands when its consumer reads it, after
+    // every copy made in line: a child that overrides part of it must then
+    // be computed on demand too, so that it lands after its parent.
+    for (bool changed = true; changed;) {
+        changed = false;
+        for (const TSEnodeDescription* d : fOrder)
+            for (const TSEconnection& parent : d->connections) {
+                if (parent.kind != kConnVarying || !parent.upstream->segmented)
+                    continue;
+                for (const TSEconnection& child : d->connections)
+                    if (child.kind == kConnVarying && !child.upstream->segmented &&
+                        child.upstream->live && child.logicalIndex == parent.logicalIndex &&
+                        child.destination->isDescendentOf(*parent.destination)) {
+                        child.upstream->segmented = true;
+                        changed = true;
+                    }
+            }
+    }
 }
 
 void TSEanalysis::segment() {
@@ -256,6 +274,9 @@ void TSEanalysis::layoutBlock(TSEnodeDescription& d, TSEopusLayout& layout) {
     std::memset(constant.get(), 0, sizes.constantSize + 16);
     TdataBlockRendering::initializeConstant(d.node, infos.get(), multis.get(), initList.get(),
                                             constant.get());
+    // The node's own values first, then the constant sources over them.
+    TdataBlockRendering::resolveConstants(d.node, infos.get(), multis.get(), initList.get(),
+                                          constant.get());
     d.infos = infos.get();
     d.multiTable = multis.get();
     layout.blockStrides.push_back(sizes.variableSize);
@@ -266,9 +287,6 @@ void TSEanalysis::layoutBlock(TSEnodeDescription& d, TSEopusLayout& layout) {
     layout.initLists.push_back(std::move(initList));
     layout.constants.push_back(std::move(constant));
     fillConstants(d, layout);
-    TdataBlockRendering::fetchConstantDefaults(d.node, d.infos, d.multiTable,
-                                               layout.initLists.back().get(),
-                                               layout.constants.back().get());
 }
 
 void TSEanalysis::fillConstants(TSEnodeDescription& d, TSEopusLayout& layout) {
@@ -286,15 +304,20 @@ void TSEanalysis::fillConstants(TSEnodeDescription& d, TSEopusLayout& layout) {
         const TSEcopyFn fn = OrvoCopyFunction(*c.source.attribute(), to);
         const Tattribute* array = to.arrayAncestor();
         AttrInfo& info = d.infos[(array ? *array : to).index()];
-        if (!(info.type & 1u)) {
-            std::byte* at = constantBlock + info.offset;
-            if (array) {
-                const TSEdescriptorHalf half = blockHalf(d, to, c.logicalIndex);
-                at += half.arrayOffsets[0];
-            } else {
-                info.type = kConstPresent;
-            }
-            fn(c.constant->data(), at, c.source.attribute(), &to);
+        if (array) {
+            // Into the array's constant slot, or into the slot that every
+            // batch of a varying array starts from.
+            const MultiInfo* header = d.multiTable + d.arrayHeader.at(array);
+            const uint32_t within =
+                TdataBlockRendering::elementOffset(*array, header, c.logicalIndex, to);
+            if (within == ~0u)
+                continue;
+            std::byte* slot =
+                constantBlock + ((info.type & 1u) ? header->templateOffset() : info.offset);
+            fn(c.constant->data(), slot + within, c.source.attribute(), &to);
+        } else if (!(info.type & 1u)) {
+            info.type = kConstPresent;
+            fn(c.constant->data(), constantBlock + info.offset, c.source.attribute(), &to);
         } else if (c.kind == kConnPlaceholder) {
             c.kind = kConnConstantBuffer; // copied into each element at every shade
         }
@@ -313,13 +336,36 @@ void TSEanalysis::assignThreads(TSEnodeDescription& d) {
             d.infos[c.destination->index()].thread = it->second;
             continue;
         }
-        MultiInfo* header = d.multiTable + d.arrayHeader.at(array);
-        for (int e = 0; e < header->numKids; ++e)
-            if (header[1 + e].logicalIndex() == c.logicalIndex) {
-                header[1 + e].threadOrCOff = it->second;
-                header[1 + e].kind = kVarPresent;
-            }
+        if (MultiInfo* record = recordOf(d, *array, c.logicalIndex, *c.destination))
+            record->threadOrCOff = it->second;
     }
+}
+
+MultiInfo* TSEanalysis::recordOf(TSEnodeDescription& d, const Tattribute& array,
+                                 unsigned logicalIndex, const Tattribute& leaf) {
+    MultiInfo* header = d.multiTable + d.arrayHeader.at(&array);
+    MultiInfo* record = header + 1;
+    int e = 0;
+    for (; e < header->numKids && record->logicalIndex() != logicalIndex; ++e)
+        record += OrvoMultiSpan(record);
+    if (e == header->numKids)
+        return nullptr;
+    // Down the chain from the element to the leaf, child by child.
+    std::vector<const Tattribute*> chain;
+    for (const Tattribute* a = &leaf; a && a != &array; a = a->parent())
+        chain.push_back(a);
+    const Tattribute* at = &array;
+    for (auto step = chain.rbegin(); step != chain.rend(); ++step) {
+        MultiInfo* kid = record + 1;
+        for (const Tattribute* child : at->children()) {
+            if (child == *step)
+                break;
+            kid += OrvoMultiSpan(kid);
+        }
+        record = kid;
+        at = *step;
+    }
+    return record;
 }
 
 void TSEanalysis::distribute(TshadingOpus& opus) {

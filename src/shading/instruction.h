@@ -79,9 +79,10 @@ struct TSEinstruction {
             uint32_t block;
             uint32_t stride;
             TdependNode* node;
-            AttrInfo* infos;
-            MultiInfo* multis;
-            std::byte* constantBlock;
+            // Shared by every thread that shades: read only.
+            const AttrInfo* infos;
+            const MultiInfo* multis;
+            const std::byte* constantBlock;
             const uint16_t* initList;
         } setUp;
         struct {

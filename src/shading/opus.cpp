@@ -300,8 +300,11 @@ Strided TshadingOpus::Frame::strided(const TSEdescriptorHalf& half) const {
     TdataBlockRendering& block = fBlocks[half.block];
     const AttrInfo& info = block.attrInfos()[half.attributeIndex];
     const bool varying = info.type & 1u;
-    std::byte* base = (varying ? block.firstElement() : block.constantBlock()) + info.offset +
-                      (half.depth ? half.arrayOffsets[0] : 0u);
+    // Only a copy's source may be constant: every destination of a copy
+    // varies, so the shared constant block is never written here.
+    std::byte* base =
+        (varying ? block.firstElement() : const_cast<std::byte*>(block.constantBlock())) +
+        info.offset + (half.depth ? half.arrayOffsets[0] : 0u);
     return {base, varying ? size_t(block.elementStride()) : 0u};
 }
 
@@ -424,7 +427,8 @@ void TshadingOpus::Frame::computeValue(uint16_t segment, const Tattribute& attri
     if (!*value) {
         // The consumer will read the producer's block directly.
         *value = reinterpret_cast<uint8_t*>(
-            (varying ? producer.firstElement() : producer.constantBlock()) + info.offset);
+            (varying ? producer.firstElement() : const_cast<std::byte*>(producer.constantBlock())) +
+            info.offset);
         *block = &producer;
         return;
     }

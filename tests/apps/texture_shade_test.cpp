@@ -165,4 +165,34 @@ TEST(TextureShade, CheckerThroughAPlacement) {
     expectColour(soft(3, 0), 1.0, 0.0, 0.0, 0.0, "outside");
 }
 
+TEST(TextureShade, ARampEntryFedPerSampleMatchesGraphEvaluation) {
+    // 4 x 2 samples: u = 0.125 ... 0.875, v = 0.25, 0.75. The last entry
+    // (position 1) is the checker: black where u > 0.5 and v < 0.5 or the
+    // reverse, blue elsewhere. Linear from red at 0: (1 - u) red + u entry.
+    const Shaded ramp("ramp_entry", "sg", 4, 2);
+    expectColour(ramp(3, 1), 0.125, 0.0, 0.875, 1e-6, "u 0.875 over a blue square");
+    expectColour(ramp(3, 0), 0.125, 0.0, 0.0, 1e-6, "u 0.875 over a black square");
+    expectColour(ramp(0, 0), 0.875, 0.0, 0.125, 1e-6, "u 0.125 over a blue square");
+    GraphEvaluation graph;
+    for (int j = 0; j < 2; ++j)
+        for (int i = 0; i < 4; ++i) {
+            const std::vector<double> at =
+                graph.at("ramp_entry", "tex", (i + 0.5) / 4, (j + 0.5) / 2);
+            ASSERT_EQ(at.size(), 4u);
+            expectColour(ramp(i, j), at[0], at[1], at[2], 1e-6, "as graph evaluation");
+        }
+}
+
+TEST(TextureShade, ChildrenOfOneElementFedByOneSharedNodeLandApart) {
+    // input3D[0] = (u, v, 3), input3D[1] = (0.5, 0.5, 0.5): the sum.
+    const ToolResult r =
+        runTool({"shade", std::string(ORVO_TEST_DATA_DIR) + "/scenes/element_children.qsl", "-g",
+                 "sg", "--res", "2", "2"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out, "0 0  outColor = 0.75 0.75 3.5\n"
+                     "1 0  outColor = 1.25 0.75 3.5\n"
+                     "0 1  outColor = 0.75 1.25 3.5\n"
+                     "1 1  outColor = 1.25 1.25 3.5\n");
+}
+
 } // namespace

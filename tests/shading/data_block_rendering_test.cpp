@@ -66,6 +66,11 @@ struct ReverseBlock {
                          reinterpret_cast<std::byte*>(variable.data()), layout.variableSize,
                          &evaluator);
     }
+    // What compiling the network does once: the constants fetched.
+    void resolve() {
+        TdataBlockRendering::resolveConstants(node, infos.data(), nullptr, initList.data(),
+                                              reinterpret_cast<std::byte*>(constant.data()));
+    }
     float* var(const Tattribute& a, unsigned e) {
         return reinterpret_cast<float*>(reinterpret_cast<std::byte*>(variable.data()) +
                                         size_t(e) * layout.variableSize + infos[a.index()].offset);
@@ -104,6 +109,7 @@ TEST(RenderingBlockLayout, AConstantChildOfAVaryingCompoundHasItsOwnConstantSlot
 TEST(RenderingBlockValues, ConstantsReadWithStrideZeroAndDefaultsAreFetchedOnce) {
     ReverseBlock r({C, P, P, P, V, VP, VP, VP}, 100);
     r.graph.setPlugValueFromWords(r.graph.findPlug("rev.input"), {"0.25", "0.5", "1"});
+    r.resolve();
     const TvectorDataHandle in = r.block.vectorInputValue(TdnReverse::aInput, 0, 100);
     EXPECT_EQ(in.stride(), 0u);
     EXPECT_EQ(in[99].asFloat3()[1], 0.5f);
@@ -199,11 +205,14 @@ TEST(RenderingBlockArrays, ElementsAreServedByLogicalIndexAndBadIndicesThrow) {
     auto* constantBlock = reinterpret_cast<std::byte*>(constant.data());
     TdataBlockRendering::initializeConstant(node, infos.data(), multis.data(), initList.data(),
                                             constantBlock);
+    TdataBlockRendering::resolveConstants(node, infos.data(), multis.data(), initList.data(),
+                                          constantBlock);
     TdataBlockRendering block;
     block.initialize(node, infos.data(), multis.data(), initList.data(), constantBlock, 1,
                      reinterpret_cast<std::byte*>(variable.data()), layout.variableSize, nullptr);
 
-    // The array's default is fetched from the node, element by element.
+    // The array's values were fetched from the node, element by element,
+    // when the network was compiled.
     const TdataHandle whole = block.inputValue(TdnPlusMinusAverage::aInput1D);
     TmultiHandle mh(whole);
     ASSERT_EQ(mh.elementCount(), 2u);
@@ -224,7 +233,7 @@ TEST(RenderingBlockArrays, ElementsAreServedByLogicalIndexAndBadIndicesThrow) {
     block.dumpMultiInfo(dump);
     EXPECT_EQ(dump.str(), "MultiInfo structure for Node: pma\n"
                           "----------------------------------------\n"
-                          "0 kConstDefaultValue numKids: 2 pOff: 0 cOff: 0 dOff: 0 bOff: 0\n"
+                          "0 kConstPresent numKids: 2 pOff: 0 cOff: 0 dOff: 0 bOff: 0\n"
                           "1 kConstDefaultValue numKids: 0 pOff: 1 cOff: 0 dOff: 3 bOff: 0\n"
                           "2 kConstDefaultValue numKids: 0 pOff: 2 cOff: 0 dOff: 7 bOff: 0\n");
     block.tearDownVariable();
@@ -234,14 +243,14 @@ TEST(RenderingBlockArrays, ElementsAreServedByLogicalIndexAndBadIndicesThrow) {
 
 TEST(RenderingBlockDump, DeepDumpShowsBothBlocks) {
     ReverseBlock r({C, P, P, P, V, VP, VP, VP}, 2);
-    r.block.inputValue(TdnReverse::aInput);
+    r.resolve();
     r.var(TdnReverse::aOutput, 1)[0] = 0.5f;
     TdebugOutput out;
     r.block.debug(out, TdebugDetails{1});
     const std::string& text = out.text();
     EXPECT_EQ(text.rfind("DataBlockRendering for Node:rev\n", 0), 0u) << text;
     EXPECT_NE(text.find("Constant Block\n--------------\nIndex : AttrName : Offset : Type [: "
-                        "Value]\n0 : message : 0 : kConstDefaultValue : \n1 : input : 0 : "
+                        "Value]\n0 : message : 0 : kConstPresent : \n1 : input : 0 : "
                         "kConstPresent : 0 0 0\n"),
               std::string::npos)
         << text;

@@ -84,6 +84,26 @@ TEST(PlusMinusAverage, ArraysPullConnectedElementsAndDirtyOnlyTheirOwnOutput) {
     EXPECT_EQ(g.computeCount(pma), 2u);
 }
 
+TEST(PlusMinusAverage, ChildrenOfAnElementAreSetAndConnectedOneByOne) {
+    // A fresh graph: the children's places must be known before any whole
+    // element has been set.
+    TdependGraph g;
+    g.createNode("plusMinusAverage", "pma");
+    g.createNode("multiplyDivide", "md");
+    setWords(g, "pma.input3D[0].input3Dy", {"7"});
+    setWords(g, "pma.input2D[0].input2Dy", {"4"});
+    EXPECT_EQ(g.evaluateToWords(g.findPlug("pma.output3D")), (Words{"0", "7", "0"}));
+    EXPECT_EQ(g.evaluateToWords(g.findPlug("pma.output2D")), (Words{"0", "4"}));
+    setWords(g, "pma.input3D[1]", {"1", "2", "3"});
+    setWords(g, "pma.input3D[1].input3Dz", {"5"});
+    // md.output = (2, 3, 4) * (1, 1, 1); its z drives input3D[0].z alone.
+    setWords(g, "md.input1", {"2", "3", "4"});
+    g.connect(g.findPlug("md.outputZ"), g.findPlug("pma.input3D[0].input3Dz"));
+    // (0, 7, 4) + (1, 2, 5).
+    EXPECT_EQ(g.evaluateToWords(g.findPlug("pma.output3D")), (Words{"1", "9", "9"}));
+    EXPECT_EQ(g.evaluateToWords(g.findPlug("pma.input3D[0]")), (Words{"0", "7", "4"}));
+}
+
 TEST(PlusMinusAverage, ArrayElementsAreWrittenEvenAtTheirDefault) {
     TdependGraph g;
     TdependNode* pma = g.createNode("plusMinusAverage", "pma");
