@@ -282,8 +282,7 @@ void TmultiHandle::copyInto(TmultiHeader& dst, const TmultiHeader& src,
 TdataBlock::~TdataBlock() = default;
 
 void TdataBlock::debug(TdebugOutput& out, const TdebugDetails&) const {
-    const unsigned count = fStride ? unsigned((fLast - fFirst) / fStride) + 1 : 1u;
-    out.print("stride {} elements {} current {}\n", fStride, count, currentIndex());
+    out.print("stride {} elements {} current {}\n", fStride, elementCount(), currentIndex());
 }
 
 void TdataBlock::footprint(Footprint& fp) const {

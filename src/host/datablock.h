@@ -276,6 +276,11 @@ public:
     std::byte* currentElement() const { return fCurrent; }
     uint32_t modeWord() const { return fMode; }
 
+    // Elements the block holds: the last element's address is the last
+    // element's, not past it, so the count is one more than the distance.
+    unsigned elementCount() const {
+        return fStride ? unsigned((fLast - fFirst) / fStride) + 1 : 1u;
+    }
     // The index of the element the block stands at.
     unsigned currentIndex() const { return fStride ? unsigned((fCurrent - fFirst) / fStride) : 0u; }
     void setCurrentIndex(unsigned index) { fCurrent = fFirst + size_t(index) * fStride; }

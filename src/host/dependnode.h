@@ -135,7 +135,6 @@ public:
     ~TordinaryDataBlock() override;
 
     TdependNode* node() const { return fNode; }
-    unsigned elementCount() const { return fCount; }
     std::byte* element(unsigned i) const { return fFirst + size_t(i) * fStride; }
     // The address of a (non array descendant) attribute's value in element i.
     void* valueAddress(const Tattribute& a, unsigned element) const;

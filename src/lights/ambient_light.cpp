@@ -1,7 +1,7 @@
 #include "lights/ambient_light.h"
+#include "shading/scratch.h"
 
 #include <algorithm>
-#include <alloca.h>
 #include <cmath>
 #include <cstring>
 
@@ -68,7 +68,8 @@ void TambientLightShape::computeLightData(LightBatch& b) {
         r.shadowFraction = 0.0f;
     }
     if (b.sampler && b.shadows) {
-        auto* reflectance = static_cast<Tspectrum*>(alloca(sizeof(Tspectrum) * b.count));
+        TshadeScratch scratch;
+        auto* reflectance = ORVO_SCRATCH_ARRAY(scratch, Tspectrum, b.count);
         if (rayTracedShadows(b, reflectance))
             interpolateLightAndShadow(b, b.colour, reflectance, nullptr);
     }

@@ -9,13 +9,13 @@
 // pointers to them and the per-sample sums live on the stack.
 
 #include <algorithm>
-#include <alloca.h>
 #include <cmath>
 #include <cstring>
 #include <new>
 
 #include "lights/non_extended_light_shape.h"
 #include "shading/hammersley.h"
+#include "shading/scratch.h"
 
 namespace {
 
@@ -94,7 +94,8 @@ bool TrenderLightShape::twoStageShadows(LightBatch& b, Tspectrum* reflectance, S
     const int n = integerValue(b.block.vectorInputValue(aNumShadowSamples, b.first, 1)[0]);
     const TvectorDataHandle wanted =
         b.block.vectorInputValue(aUseRayTraceShadows, b.first, b.count);
-    auto* mask = static_cast<uint8_t*>(alloca(b.count));
+    TshadeScratch scratch;
+    auto* mask = ORVO_SCRATCH_ARRAY(scratch, uint8_t, b.count);
     bool any = false;
     for (unsigned i = 0; i < b.count; ++i) {
         // A sample that gets no light casts no shadow ray.
@@ -104,13 +105,13 @@ bool TrenderLightShape::twoStageShadows(LightBatch& b, Tspectrum* reflectance, S
     if (!any || n <= 0)
         return false;
 
-    auto* penumbra = static_cast<uint8_t*>(alloca(b.count));
+    auto* penumbra = ORVO_SCRATCH_ARRAY(scratch, uint8_t, b.count);
     stage(unsigned(n), mask, reflectance, penumbra);
     if (std::none_of(penumbra, penumbra + b.count, [](uint8_t p) { return p != 0; }))
         return true;
 
-    auto* second = static_cast<Tspectrum*>(alloca(sizeof(Tspectrum) * b.count));
-    auto* unused = static_cast<uint8_t*>(alloca(b.count));
+    auto* second = ORVO_SCRATCH_ARRAY(scratch, Tspectrum, b.count);
+    auto* unused = ORVO_SCRATCH_ARRAY(scratch, uint8_t, b.count);
     stage(kStageTwoRayFactor * unsigned(n), penumbra, second, unused);
     for (unsigned i = 0; i < b.count; ++i)
         if (penumbra[i])
@@ -141,8 +142,9 @@ void TrenderLightShape::computeShadowColors(LightBatch& b, float radius, unsigne
     const float r = std::max(radius, kMinShadowRadius);
     const TvectorDataHandle depth = b.block.vectorInputValue(aRayDepth, b.first, b.count);
     const TvectorDataHandle limit = b.block.vectorInputValue(aRayDepthLimit, b.first, b.count);
-    auto* cones = static_cast<ShadowCone*>(alloca(sizeof(ShadowCone) * b.count));
-    auto* casts = static_cast<uint8_t*>(alloca(b.count));
+    TshadeScratch scratch;
+    auto* cones = ORVO_SCRATCH_ARRAY(scratch, ShadowCone, b.count);
+    auto* casts = ORVO_SCRATCH_ARRAY(scratch, uint8_t, b.count);
     for (unsigned i = 0; i < b.count; ++i) {
         new (cones + i) ShadowCone();
         casts[i] = 0;
@@ -191,8 +193,9 @@ void TnonExtendedLightShape::computeDirLightShadowColors(LightBatch& b, const T3
     shared.buildFrame();
     const TvectorDataHandle depth = b.block.vectorInputValue(aRayDepth, b.first, b.count);
     const TvectorDataHandle limit = b.block.vectorInputValue(aRayDepthLimit, b.first, b.count);
-    auto* cones = static_cast<ShadowCone*>(alloca(sizeof(ShadowCone) * b.count));
-    auto* casts = static_cast<uint8_t*>(alloca(b.count));
+    TshadeScratch scratch;
+    auto* cones = ORVO_SCRATCH_ARRAY(scratch, ShadowCone, b.count);
+    auto* casts = ORVO_SCRATCH_ARRAY(scratch, uint8_t, b.count);
     for (unsigned i = 0; i < b.count; ++i) {
         new (cones + i) ShadowCone(shared);
         casts[i] = mask[i] && integerValue(depth[int(i)]) < integerValue(limit[int(i)]);
@@ -236,16 +239,15 @@ void TrenderLightShape::traceShadowStage(LightBatch& b, unsigned rays, const uin
     }
     recordSize = OrvoAlignUp(recordSize, alignof(TgenericRay));
 
-    auto* records = static_cast<std::byte*>(alloca(capacity * recordSize + alignof(TgenericRay)));
-    records = reinterpret_cast<std::byte*>(
-        OrvoAlignUp(reinterpret_cast<uintptr_t>(records), alignof(TgenericRay)));
-    auto** pointers = static_cast<TgenericRay**>(alloca(sizeof(TgenericRay*) * capacity));
-    auto* transmission = static_cast<float*>(alloca(sizeof(float) * 3 * capacity));
-    auto* fraction = static_cast<float*>(alloca(sizeof(float) * capacity));
-    auto* owner = static_cast<uint32_t*>(alloca(sizeof(uint32_t) * capacity));
-    auto* sum = static_cast<Tspectrum*>(alloca(sizeof(Tspectrum) * b.count));
-    auto* fractionSum = static_cast<float*>(alloca(sizeof(float) * b.count));
-    auto* blocked = static_cast<unsigned*>(alloca(sizeof(unsigned) * b.count));
+    TshadeScratch scratch;
+    auto* records = ORVO_SCRATCH_ARRAY(scratch, std::byte, capacity * recordSize);
+    auto** pointers = ORVO_SCRATCH_ARRAY(scratch, TgenericRay*, capacity);
+    auto* transmission = ORVO_SCRATCH_ARRAY(scratch, float, 3 * capacity);
+    auto* fraction = ORVO_SCRATCH_ARRAY(scratch, float, capacity);
+    auto* owner = ORVO_SCRATCH_ARRAY(scratch, uint32_t, capacity);
+    auto* sum = ORVO_SCRATCH_ARRAY(scratch, Tspectrum, b.count);
+    auto* fractionSum = ORVO_SCRATCH_ARRAY(scratch, float, b.count);
+    auto* blocked = ORVO_SCRATCH_ARRAY(scratch, unsigned, b.count);
     std::fill(sum, sum + b.count, kBlackSpectrum);
     std::fill(fractionSum, fractionSum + b.count, 0.0f);
     std::fill(blocked, blocked + b.count, 0u);

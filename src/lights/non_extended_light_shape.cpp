@@ -1,7 +1,7 @@
 #include "lights/non_extended_light_shape.h"
+#include "shading/scratch.h"
 
 #include <algorithm>
-#include <alloca.h>
 
 #include "host/scene/render_layer.h"
 
@@ -110,7 +110,8 @@ void TnonExtendedLightShape::depthMapShadows(LightBatch& b) {
         for (unsigned i = 0; i < b.count; ++i)
             if (steps[int(i)].asShort() < 1)
                 steps[int(i)].as<int16_t>() = 1;
-    auto* fractions = static_cast<float*>(alloca(sizeof(float) * b.count));
+    TshadeScratch scratch;
+    auto* fractions = ORVO_SCRATCH_ARRAY(scratch, float, b.count);
     std::fill(fractions, fractions + b.count, 0.0f);
     if (!sampleDepthMapShadows(b, fractions))
         return;

@@ -1,7 +1,7 @@
 #include "lights/render_light_shape.h"
+#include "shading/scratch.h"
 
 #include <algorithm>
-#include <alloca.h>
 #include <cmath>
 #include <cstring>
 
@@ -35,7 +35,6 @@ ORVO_DEPENDENCIES(TrenderLightShape) {
 }
 
 namespace {
-std::atomic<bool> gRayTracing{true};
 std::atomic<bool> gPreviewFile{false};
 
 // Sample field numbers of the needs mask that only ray tracing uses.
@@ -52,12 +51,6 @@ T4dFltMatrix blockMatrix(TdataBlock& block, const Tattribute& a) {
 
 // ---------------------------------------------------------------- switches and flags
 
-void TrenderLightShape::setRayTracingEnabled(bool on) {
-    gRayTracing.store(on);
-}
-bool TrenderLightShape::rayTracingEnabled() {
-    return gRayTracing.load();
-}
 void TrenderLightShape::setPreviewFileMode(bool on) {
     gPreviewFile.store(on);
 }
@@ -144,7 +137,7 @@ void TrenderLightShape::debugMembers(TdebugOutput&) const {}
 void TrenderLightShape::analyse(TDNshadingEngine* engine, TSEnodeDescription* description,
                                 void* option, TbitField64& fields) {
     TshadingNode::analyse(engine, description, option, fields);
-    if (rayTracingEnabled())
+    if (OrvoRayTracingEnabled())
         return;
     // The refraction index (46) stays: unlike a material, a light never
     // asked for it.
@@ -242,7 +235,8 @@ bool TrenderLightShape::batchGetsShadows(TdataBlock& block, unsigned first) cons
         if (integerValue(block.vectorInputValue(*objectType, first, 1)[0]) == 4)
             eligible = (integerValue(block.vectorInputValue(aRenderState, first, 1)[0]) & 2) != 0;
     // Shadows exist only in the colour pass (0) and the shadow pass (5).
-    if (eligible && currentRenderPassControl >= 1 && currentRenderPassControl <= 4)
+    const int pass = OrvoRenderPass();
+    if (eligible && pass >= 1 && pass <= 4)
         eligible = false;
     if (const Tattribute* receive = receiveShadowsAttribute())
         if (!integerValue(block.vectorInputValue(*receive, first, 1)[0]))
@@ -272,16 +266,17 @@ bool TrenderLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block, 
     if (count == 0)
         return true;
     ensureOnDemand(const_cast<Tplug&>(plug), block);
+    TshadeScratch scratch;
     LightBatch b{block,
                  first,
                  count,
                  block.vectorOutputValue(aLightData, first),
                  block.vectorInputValue(aPointCamera, first, count),
-                 static_cast<T3Float*>(alloca(sizeof(T3Float) * count)),
-                 static_cast<float*>(alloca(sizeof(float) * count)),
-                 static_cast<float*>(alloca(sizeof(float) * count)),
-                 static_cast<T3Float*>(alloca(sizeof(T3Float) * count)),
-                 static_cast<uint8_t*>(alloca(count))};
+                 ORVO_SCRATCH_ARRAY(scratch, T3Float, count),
+                 ORVO_SCRATCH_ARRAY(scratch, float, count),
+                 ORVO_SCRATCH_ARRAY(scratch, float, count),
+                 ORVO_SCRATCH_ARRAY(scratch, T3Float, count),
+                 ORVO_SCRATCH_ARRAY(scratch, uint8_t, count)};
     std::memset(b.skip, 0, count);
     for (unsigned i = 0; i < count; ++i) {
         b.direction[i] = {0.0f, 0.0f, 1.0f};
@@ -297,7 +292,8 @@ bool TrenderLightShape::vectorComputePlug(const Tplug& plug, TdataBlock& block, 
 }
 
 void TrenderLightShape::writeTextureCoordinates(LightBatch& b) {
-    auto* uv = static_cast<T2Float*>(alloca(sizeof(T2Float) * b.count));
+    TshadeScratch scratch;
+    auto* uv = ORVO_SCRATCH_ARRAY(scratch, T2Float, b.count);
     for (unsigned i = 0; i < b.count; ++i)
         uv[i] = {};
     const bool projected = projectTextureCoordinates(b, uv);
@@ -372,14 +368,15 @@ void TrenderLightShape::computeLightData(LightBatch& b) {
     // 4. Depth map shadows replace the colour where they apply.
     depthMapShadows(b);
     // 5. Ray traced shadows.
+    TshadeScratch scratch;
     if (b.sampler && b.shadows) {
-        auto* reflectance = static_cast<Tspectrum*>(alloca(sizeof(Tspectrum) * b.count));
+        auto* reflectance = ORVO_SCRATCH_ARRAY(scratch, Tspectrum, b.count);
         if (rayTracedShadows(b, reflectance))
             interpolateLightAndShadow(b, b.colour, reflectance, b.skip);
     }
     // 6. The records.
-    auto* diffuse = static_cast<uint8_t*>(alloca(b.count));
-    auto* specular = static_cast<uint8_t*>(alloca(b.count));
+    auto* diffuse = ORVO_SCRATCH_ARRAY(scratch, uint8_t, b.count);
+    auto* specular = ORVO_SCRATCH_ARRAY(scratch, uint8_t, b.count);
     readEmitFlags(b, diffuse, specular);
     for (unsigned i = 0; i < b.count; ++i) {
         TlightData& r = b.record(i);

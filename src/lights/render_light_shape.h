@@ -22,6 +22,7 @@
 #include "lights/light_vectors.h"
 #include "shading/light_blind_data.h"
 #include "shading/ray_sampler.h"
+#include "shading/render_thread.h"
 
 class TDNshadingEngine;
 struct TSEnodeDescription;
@@ -132,10 +133,7 @@ public:
     // The luminance weights of a light's pre-shadow intensity.
     static float luminance(const T3Float& c) { return 0.3f * c.x + 0.59f * c.y + 0.11f * c.z; }
 
-    // Switches of a render that no settings node holds yet: ray tracing is
-    // on unless a renderer turns it off, and no preview file is being made.
-    static void setRayTracingEnabled(bool on);
-    static bool rayTracingEnabled();
+    // Whether the application is making an interactive preview file.
     static void setPreviewFileMode(bool on);
     static bool previewFileMode();
 

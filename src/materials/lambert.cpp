@@ -99,16 +99,13 @@ TdnLambert::TdnLambert()
 // ---------------------------------------------------------------- dispatch
 
 bool TdnLambert::computePlug(const Tplug& plug, TdataBlock& block) {
-    const uint32_t stride = block.elementStride();
-    const unsigned count =
-        stride ? unsigned((block.lastElement() - block.firstElement()) / stride) + 1 : 1u;
-    return vectorComputePlug(plug, block, 0, count);
+    return vectorComputePlug(plug, block, 0, block.elementCount());
 }
 
 bool TdnLambert::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first,
                                    unsigned count) {
     const Tattribute* a = computedRoot(plug);
-    const int pass = currentRenderPassControl;
+    const int pass = OrvoRenderPass();
     if (a == &aOutColor || a == &aOutGlowColor || (a == &aOutMatteOpacity && pass == 5)) {
         computeLambert(plug, block, first, count);
         const TvectorDataHandle hide = block.vectorInputValue(aHideSource, first, count);
@@ -160,7 +157,7 @@ void TdnLambert::computeBlackHole(const Tplug&, TdataBlock& block, unsigned firs
 // ---------------------------------------------------------------- lighting
 
 void TdnLambert::computeLambert(const Tplug&, TdataBlock& block, unsigned first, unsigned count) {
-    const int pass = currentRenderPassControl;
+    const int pass = OrvoRenderPass();
     for (unsigned done = 0; done < count; done += kChunk)
         computeLambertChunk(block, first + done, std::min(kChunk, count - done), pass);
 }
@@ -287,7 +284,7 @@ void TdnLambert::computeLambertChunk(TdataBlock& block, unsigned first, unsigned
 void TdnLambert::analyse(TDNshadingEngine* engine, TSEnodeDescription* description, void* option,
                          TbitField64& fields) {
     TshadingDependNode::analyse(engine, description, option, fields);
-    if (rayTracingEnabled())
+    if (OrvoRayTracingEnabled())
         return;
     // Without ray tracing nothing reads the ray fields.
     for (unsigned field : {36u, 37u, 45u, 46u})
@@ -371,7 +368,7 @@ void TdnLambert::groupedAttrs(const Tattribute* attribute, TattributeArray& out)
     if (!attribute)
         return;
     const Tattribute* a = attribute->parent() ? attribute->parent() : attribute;
-    const bool shadowPass = currentRenderPassControl == 5;
+    const bool shadowPass = OrvoRenderPass() == 5;
     if (a == &aOutColor || a == &aOutGlowColor) {
         out.push_back(a == &aOutColor ? &aOutGlowColor : &aOutColor);
         if (shadowPass)

@@ -7,6 +7,7 @@
 
 #include "framework/node_pattern.h"
 #include "shading/ray_sampler.h"
+#include "shading/render_thread.h"
 
 // A colour or vector compound whose children's short names are not the
 // parent's with a suffix (ambientColor "ambc" has children "acr", "acg",
@@ -208,11 +209,6 @@ public:
     // The light record defaults a material starts from: direction and
     // intensity 1, 1, 1; ambient and diffuse on, specular off.
     static void setMaterialLightDefaults(TattributeLightData& record);
-    // Whether the render has ray tracing on. Until render quality settings
-    // exist it counts as on; `query`, when set, decides instead.
-    using RayTracingQuery = bool (*)();
-    static void setRayTracingQuery(RayTracingQuery query) { fsRayTracingQuery = query; }
-    static bool rayTracingEnabled() { return !fsRayTracingQuery || fsRayTracingQuery(); }
 
     // Whether the light loop runs in this pass (0, 1, 3 and 5).
     static bool passLightsSurface(int pass) {
@@ -248,6 +244,4 @@ private:
     // The value of one of this node's plugs, brought up to date through
     // its connection.
     TdataHandle plugValue(const Tattribute& attribute);
-
-    static inline RayTracingQuery fsRayTracingQuery = nullptr;
 };

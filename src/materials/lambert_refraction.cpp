@@ -1,25 +1,14 @@
 // lambert: transmission, refracted rays and the light they bring back.
 
-#include <alloca.h>
-
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <new>
 
 #include "materials/lambert.h"
+#include "shading/scratch.h"
 
 namespace {
-
-// Stack bytes for `count` items of `each` bytes, padded to 16. A size that
-// would wrap becomes the largest 16-aligned size instead.
-size_t stackBytes(size_t count, size_t each) {
-    constexpr size_t kLargest = ~size_t(15);
-    size_t bytes = 0;
-    if (__builtin_mul_overflow(count, each, &bytes) || bytes > kLargest)
-        return kLargest;
-    return (bytes + 15) & kLargest;
-}
 
 // The per-batch ray scratch: records, their pointers, a colour and a
 // transmission a ray, and the ray made in each slot (-1: none).
@@ -42,19 +31,24 @@ unsigned countSlots(const TvectorDataHandle& aberration, unsigned count) {
     return slots;
 }
 
-// Makes the scratch for `slots` rays on this frame's stack and runs `body`
-// on it. The sampler says how large its records are; it may keep more per
-// ray than TgenericRay holds.
+// Makes the scratch for `slots` rays and runs `body` on it. The sampler says
+// how large its records are; it may keep more per ray than TgenericRay
+// holds, and a size no sampler could mean is an error.
 template <class F>
 void withRayScratch(TraySampler& sampler, unsigned slots, F&& body) {
-    size_t recordSize = std::max(sampler.rayRecordSize(slots), sizeof(TgenericRay));
-    recordSize = stackBytes(1, recordSize);
-    auto* records = static_cast<std::byte*>(alloca(stackBytes(slots, recordSize)));
+    const size_t recordSize =
+        TshadeScratch::bytes(1, std::max(sampler.rayRecordSize(slots), sizeof(TgenericRay)));
+    TshadeScratch scratch;
+    const size_t recordBytes = TshadeScratch::bytes(slots, recordSize);
+    auto* records = static_cast<std::byte*>(ORVO_SCRATCH(scratch, recordBytes));
+    const size_t pointerBytes = TshadeScratch::bytes(slots, sizeof(TgenericRay*));
+    const size_t spectrumBytes = TshadeScratch::bytes(slots, sizeof(Tspectrum));
+    const size_t shortBytes = TshadeScratch::bytes(slots, sizeof(short));
     RayScratch s;
-    s.rays = static_cast<TgenericRay**>(alloca(stackBytes(slots, sizeof(TgenericRay*))));
-    s.colours = static_cast<Tspectrum*>(alloca(stackBytes(slots, sizeof(Tspectrum))));
-    s.transmissions = static_cast<Tspectrum*>(alloca(stackBytes(slots, sizeof(Tspectrum))));
-    s.slotOfRay = static_cast<short*>(alloca(stackBytes(slots, sizeof(short))));
+    s.rays = static_cast<TgenericRay**>(ORVO_SCRATCH(scratch, pointerBytes));
+    s.colours = static_cast<Tspectrum*>(ORVO_SCRATCH(scratch, spectrumBytes));
+    s.transmissions = static_cast<Tspectrum*>(ORVO_SCRATCH(scratch, spectrumBytes));
+    s.slotOfRay = static_cast<short*>(ORVO_SCRATCH(scratch, shortBytes));
     for (unsigned i = 0; i < slots; ++i) {
         s.rays[i] = new (records + size_t(i) * recordSize) TgenericRay();
         s.slotOfRay[i] = -1;
@@ -77,7 +71,7 @@ const Tspectrum kSlotFilter[3] = {kRedSpectrum, kGreenSpectrum, kBlueSpectrum};
 
 void TdnLambert::computeTransparency(const Tplug&, TdataBlock& block, unsigned first,
                                      unsigned count) {
-    const int pass = currentRenderPassControl;
+    const int pass = OrvoRenderPass();
     for (unsigned done = 0; done < count; done += kChunk)
         computeTransparencyChunk(block, first + done, std::min(kChunk, count - done), pass);
 }

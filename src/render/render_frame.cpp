@@ -10,9 +10,9 @@ TrenderFrameSetup::TrenderFrameSetup(TdependGraph& graph, TrenderScene& scene,
                                      const std::string& sceneName, int maxRayDepth)
     : fGraph(graph), fArena(theMallocAllocator(), 4096, "orvo render frame"), fFrame(fArena),
       fSampler(scene, maxRayDepth) {
-    // A colour render, not a swatch.
-    currentRenderPassControl = 0;
-    inSampleSwatchMode = false;
+    // A colour render, not a swatch: the frame's own settings, which no
+    // other render in the process sees.
+    fFrame.setRenderPass(0);
     fPrototype = std::make_unique<TrenderWorker>(fFrame, &fSampler);
     try {
         setFrameConstantPlugs(scene);
@@ -49,6 +49,7 @@ void TrenderFrameSetup::setFrameConstantPlugs(const TrenderScene& scene) {
     void* address = static_cast<TraySampler*>(&fSampler);
     const T4dFltMatrix eyeToWorld = scene.eyeToWorld().asFloat();
     const T4dFltMatrix worldToEye = scene.worldToEye().asFloat();
+    fFrame.setEyeToWorld(eyeToWorld);
     for (TdependNode* node : fGraph.nodes()) {
         auto set = [&](const char* name, TattrKind kind, const void* value) {
             const Tattribute* a = node->findAttribute(name);

@@ -168,11 +168,10 @@ int TSEanalysis::findSource(TSEsampleType, const std::string& name, unsigned, TS
     TSEconnection c;
     c.destination = attribute;
     if (name == "lightDataArray") {
-        // Lights are gathered per shading group; without any the array is
-        // constant and empty.
+        // The lights gathered for the group, per sample: a varying source.
         c.kind = kConnLightData;
         d.connections.push_back(std::move(c));
-        return 1;
+        return 2;
     }
     // Only inputs the engine fills (hidden and not saved with the scene)
     // come from the sample: a user's translucenceDepth stays the user's even

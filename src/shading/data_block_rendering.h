@@ -166,9 +166,6 @@ public:
     const std::byte* constantBlock() const { return fConstant; }
     const AttrInfo* attrInfos() const { return fInfos; }
     const MultiInfo* multiInfos() const { return fMultis; }
-    unsigned elementCount() const {
-        return fStride ? unsigned((fLast - fFirst) / fStride) + 1 : 1u;
-    }
 
     // ---- TdataBlock
     void debug(TdebugOutput& out, const TdebugDetails& details) const override;

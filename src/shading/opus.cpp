@@ -1,7 +1,5 @@
 #include "shading/opus.h"
 
-#include <alloca.h>
-
 #include <algorithm>
 #include <cstring>
 #include <mutex>
@@ -13,6 +11,7 @@
 #include "shading/render_thread.h"
 #include "shading/sample.h"
 #include "shading/sample_manager.h"
+#include "shading/scratch.h"
 #include "shading/shading_engine.h"
 
 // ---------------------------------------------------------------- the frame
@@ -453,13 +452,23 @@ void TshadingOpus::Frame::sampleLights(unsigned first, unsigned count, unsigned,
     if (!opus.fLightCount || first >= fCount || opus.fFieldOffsets.empty())
         return;
     const size_t size = OrvoAlignUp(opus.fFieldOffsets.back(), 8);
-    auto* memory = static_cast<std::byte*>(alloca(size * count + 8));
-    memory = reinterpret_cast<std::byte*>(OrvoAlignUp(reinterpret_cast<uintptr_t>(memory), 8));
-    auto** copies = static_cast<Tsample**>(alloca(sizeof(Tsample*) * count));
+    TshadeScratch scratch;
+    const size_t sampleBytes = TshadeScratch::bytes(count, size);
+    auto* memory = static_cast<std::byte*>(ORVO_SCRATCH(scratch, sampleBytes));
+    const size_t pointerBytes = TshadeScratch::bytes(count, sizeof(Tsample*));
+    auto** copies = static_cast<Tsample**>(ORVO_SCRATCH(scratch, pointerBytes));
+    // The frame's camera places each point in the world as well.
+    const TframeConstants* frame = TframeConstants::current();
+    const T4dFltMatrix eyeToWorld = frame ? frame->eyeToWorld() : T4dFltMatrix{};
     for (unsigned i = 0; i < count; ++i) {
         std::memcpy(memory + size * i, static_cast<const void*>(fSamples[first]), size);
         copies[i] = reinterpret_cast<Tsample*>(memory + size * i);
-        copies[i]->setPointCamera(points[i]);
+        const T3Float& p = points[i];
+        const auto& m = eyeToWorld.m;
+        copies[i]->setPointCamera(p);
+        copies[i]->setPointWorld({p.x * m[0][0] + p.y * m[1][0] + p.z * m[2][0] + m[3][0],
+                                  p.x * m[0][1] + p.y * m[1][1] + p.z * m[2][1] + m[3][1],
+                                  p.x * m[0][2] + p.y * m[1][2] + p.z * m[2][2] + m[3][2]});
     }
     const TbitFieldFixedN* row = nullptr;
     if (TsampleBatch* batch = fSamples[first]->batch())
@@ -472,7 +481,7 @@ void TshadingOpus::Frame::sampleLights(unsigned first, unsigned count, unsigned,
     for (const TshadingOpus* light : opus.fLightOpuses)
         if (light)
             frameBytes = std::max(frameBytes, bytesFor(*light, count));
-    void* lightMemory = alloca(frameBytes + 16);
+    void* lightMemory = ORVO_SCRATCH(scratch, frameBytes);
     unsigned done = 0;
     for (unsigned l = 0; l < opus.fLightCount; ++l) {
         const TshadingOpus* light = opus.fLightOpuses[l];
@@ -534,12 +543,22 @@ unsigned TshadingOpus::userSampleSize() const {
     return size;
 }
 
-void TshadingOpus::fillUserSampleData(TrenderGroupBase*, unsigned count, Tsample** samples) const {
-    // Without a renderer's group the defaults are copied into each slot.
-    for (unsigned s = 0; s < count; ++s)
-        for (const TSEudSampleEntry& e : fUserTable)
+void TshadingOpus::fillUserSampleData(TrenderGroupBase* group, unsigned count,
+                                      Tsample** samples) const {
+    // A group's object picks the fill object that knows its data; without
+    // one (or without a group) the default is copied into each slot.
+    const int object = group ? group->objectIndex() : -1;
+    for (const TSEudSampleEntry& e : fUserTable) {
+        const TuserSampleFill* fill =
+            object >= 0 && e.fills && unsigned(object) < e.fillCount ? e.fills[object] : nullptr;
+        if (fill) {
+            fill->fill(count, samples, e.destinationField, e.size, e.sourceField);
+            continue;
+        }
+        for (unsigned s = 0; s < count; ++s)
             if (void* to = samples[s]->slot(e.destinationField))
                 std::memcpy(to, samples[s]->field(e.sourceField), e.size);
+    }
 }
 
 unsigned TshadingOpus::illuminationSlots(unsigned count, Tsample* const* samples, uint16_t* slotOf,
@@ -566,24 +585,30 @@ unsigned TshadingOpus::illuminationSlots(unsigned count, Tsample* const* samples
 void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     if (count == 0 || !samples)
         return;
-    if (!fUserTable.empty())
-        fillUserSampleData(nullptr, count, samples);
+    if (!fUserTable.empty()) {
+        TsampleBatch* batch = samples[0]->batch();
+        fillUserSampleData(batch ? static_cast<TrenderGroupBase*>(batch->renderGroup()) : nullptr,
+                           count, samples);
+    }
     Tsample::confirmSet(fNeeds, count, samples);
-    // Everything the run needs comes from the stack: no heap on this path.
+    // Everything the run needs comes from the stack or the thread's
+    // scratch arena: no heap on this path.
+    TshadeScratch scratch;
     TmultiHeader* lights = nullptr;
     uint16_t* slotOf = nullptr;
     if (fLightCount) {
-        slotOf = static_cast<uint16_t*>(alloca(sizeof(uint16_t) * count));
-        auto* representative = static_cast<uint16_t*>(alloca(sizeof(uint16_t) * count));
+        const size_t indexBytes = TshadeScratch::bytes(count, sizeof(uint16_t));
+        slotOf = static_cast<uint16_t*>(ORVO_SCRATCH(scratch, indexBytes));
+        auto* representative = static_cast<uint16_t*>(ORVO_SCRATCH(scratch, indexBytes));
         const unsigned slots = illuminationSlots(count, samples, slotOf, representative);
-        lights = static_cast<TmultiHeader*>(alloca(sizeof(TmultiHeader) * slots));
-        auto* storage = static_cast<std::byte*>(alloca(size_t(fLightBuilderSize) * slots + 8));
-        storage =
-            reinterpret_cast<std::byte*>(OrvoAlignUp(reinterpret_cast<uintptr_t>(storage), 8));
+        const size_t headerBytes = TshadeScratch::bytes(slots, sizeof(TmultiHeader));
+        lights = static_cast<TmultiHeader*>(ORVO_SCRATCH(scratch, headerBytes));
+        const size_t recordBytes = TshadeScratch::bytes(slots, fLightBuilderSize);
+        auto* storage = static_cast<std::byte*>(ORVO_SCRATCH(scratch, recordBytes));
         runLights(count, samples, slots, slotOf, representative, lights, storage);
     }
     const size_t bytes = Frame::bytesFor(*this, count);
-    void* memory = alloca(bytes);
+    void* memory = ORVO_SCRATCH(scratch, bytes);
     Frame frame(*this, samples, count, memory, lights, slotOf);
     frame.runSegment(1, 0, count);
 }
@@ -600,14 +625,16 @@ void TshadingOpus::runLights(unsigned count, Tsample** samples, unsigned slots,
             if (index >= 0 && size_t(index) < fLitBy.size())
                 row = &fLitBy[size_t(index)];
         }
-    auto** reps = static_cast<Tsample**>(alloca(sizeof(Tsample*) * slots));
+    TshadeScratch scratch;
+    const size_t pointerBytes = TshadeScratch::bytes(slots, sizeof(Tsample*));
+    auto** reps = static_cast<Tsample**>(ORVO_SCRATCH(scratch, pointerBytes));
     for (unsigned k = 0; k < slots; ++k)
         reps[k] = samples[representative[k]];
     size_t frameBytes = 0;
     for (const TshadingOpus* light : fLightOpuses)
         if (light)
             frameBytes = std::max(frameBytes, Frame::bytesFor(*light, slots));
-    void* memory = alloca(frameBytes + 16);
+    void* memory = ORVO_SCRATCH(scratch, frameBytes);
 
     const Tattribute& record = TDNshadingEngine::aBogusAttribute;
     const uint32_t stride = TmultiBuilder::calcStride(record);

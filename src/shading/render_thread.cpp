@@ -6,6 +6,7 @@
 
 #include "cache/render_cache.h"
 #include "host/arena.h"
+#include "shading/ray_sampler.h"
 #include "shading/sample_manager.h"
 #include "shading/shading_engine.h"
 
@@ -32,7 +33,36 @@ private:
     TrenderThreadBase& fThread;
 };
 
+thread_local TframeConstants* tCurrentFrame = nullptr;
+
 } // namespace
+
+// ---------------------------------------------------------------- frame
+
+TframeConstants* TframeConstants::current() {
+    return tCurrentFrame;
+}
+
+TframeConstants::Scope::Scope(TframeConstants* frame) : fPrevious(tCurrentFrame) {
+    if (frame)
+        tCurrentFrame = frame;
+}
+
+TframeConstants::Scope::~Scope() {
+    tCurrentFrame = fPrevious;
+}
+
+int OrvoRenderPass() {
+    const TframeConstants* frame = tCurrentFrame;
+    return frame ? frame->renderPass() : currentRenderPassControl;
+}
+
+bool OrvoRayTracingEnabled() {
+    const TframeConstants* frame = tCurrentFrame;
+    return !frame || frame->rayTracing();
+}
+
+// ---------------------------------------------------------------- thread
 
 TrenderThreadBase::TrenderThreadBase() : fThreadId(currentThreadId()) {}
 

@@ -90,6 +90,33 @@ public:
     // A renderer's frame makes its glow buffer here.
     virtual void createGlowBuffer() {}
 
+    // The settings of this render that nodes read while they shade. Each
+    // render has its own, so that two renders (or a render and a shade) in
+    // one process never see each other's: the render pass (TrenderPass),
+    // whether rays may be traced, and the camera's eye-to-world matrix.
+    int renderPass() const { return fRenderPass; }
+    void setRenderPass(int pass) { fRenderPass = pass; }
+    bool rayTracing() const { return fRayTracing; }
+    void setRayTracing(bool on) { fRayTracing = on; }
+    const T4dFltMatrix& eyeToWorld() const { return fEyeToWorld; }
+    void setEyeToWorld(const T4dFltMatrix& m) { fEyeToWorld = m; }
+
+    // The frame whose samples this thread shades now, or null. A sample
+    // manager makes its thread's frame current while it compiles and runs
+    // batches; nested shading (rays traced from inside a material) sees the
+    // same frame.
+    static TframeConstants* current();
+    class Scope {
+    public:
+        explicit Scope(TframeConstants* frame);
+        ~Scope();
+        Scope(const Scope&) = delete;
+        Scope& operator=(const Scope&) = delete;
+
+    private:
+        TframeConstants* fPrevious;
+    };
+
 private:
     TrenderCamera* fCamera = nullptr;
     TrenderSwap* fSwap = nullptr;
@@ -98,7 +125,17 @@ private:
     void* fGlow = nullptr;
     TrenderCache* fCache = nullptr;
     bool fSuspendSwap = false;
+    int fRenderPass = 0;
+    bool fRayTracing = true;
+    T4dFltMatrix fEyeToWorld;
 };
+
+// The render pass of the frame this thread shades (a TrenderPass value);
+// with no frame, the process-wide currentRenderPassControl.
+int OrvoRenderPass();
+// Whether the frame this thread shades or compiles for traces rays; on
+// without a frame.
+bool OrvoRayTracingEnabled();
 
 class TrenderThreadBase {
 public:

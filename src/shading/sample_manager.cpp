@@ -58,6 +58,7 @@ TbitField64 TsampleManager::startSampling(TDNshadingEngine* engine, unsigned opt
                                           const TgeoManagerBase* geometry,
                                           const unsigned* offsets) {
     TbitField64 provided;
+    const TframeConstants::Scope current(fThread.frameConstants());
     engine->analyse(option, &provided, frame, geometry, &fThread);
     if (engine->controlBlock(option))
         setLastBatch(engine, option, group, offsets);
@@ -160,6 +161,7 @@ void TsampleManager::runBatch(TsampleBatch& batch) {
             batch.fSamples[i]->setReceiveShadows(receive);
     }
     batch.fCount = 0; // a node's exception leaves the batch empty, not half run
+    const TframeConstants::Scope current(fThread.frameConstants());
     batch.fOpus->shade(count, batch.fSamples);
     if (batch.fCompletion)
         batch.fCompletion(batch.fOption, batch.fGroup, batch.fSamples, count,

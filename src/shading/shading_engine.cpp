@@ -189,7 +189,7 @@ void TDNshadingEngine::releaseOpus(TSEoption option) {
     OptionSlot& slot = fOptions[option];
     slot.opus.store(nullptr, std::memory_order_release);
     slot.offsets.clear();
-    slot.sampleSize = Tsample::kStaticSize;
+    slot.sampleSize = 0;
     slot.needed = TbitField64();
 }
 

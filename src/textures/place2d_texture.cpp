@@ -192,6 +192,9 @@ bool TdnPlace2dTx::computeDoTransform(const Params& p, double rotateFrame, doubl
 bool TdnPlace2dTx::computePlug(const Tplug& plug, TdataBlock& block) {
     if (!computesAttribute(plug.attribute()))
         return TshadingDependNode::computePlug(plug, block);
+    // The placement's own rule for a scalar call: the distance from the
+    // first element to the last in strides (at least one), which is one less
+    // than elementCount() when the block holds several.
     const uint32_t stride = block.elementStride();
     const unsigned count =
         stride ? unsigned((block.lastElement() - block.firstElement()) / stride) : 1u;

@@ -64,10 +64,7 @@ bool TdnTx2D::isTextureOutput(const Tattribute* a) {
 bool TdnTx2D::computePlug(const Tplug& plug, TdataBlock& block) {
     if (!isTextureOutput(plug.attribute()))
         return TshadingDependNode::computePlug(plug, block);
-    const uint32_t stride = block.elementStride();
-    const unsigned count =
-        stride ? unsigned((block.lastElement() - block.firstElement()) / stride) : 1u;
-    return vectorComputePlug(plug, block, 0, std::max(1u, count));
+    return vectorComputePlug(plug, block, 0, block.elementCount());
 }
 
 const Tattribute* TdnTx2D::alternateAttr(const Tattribute* a) {

@@ -3,6 +3,7 @@
 // eligibility, the input-network flag, exclusive shadow kinds, analysis and
 // the depth map settings. Expected values are worked out in the comments.
 
+#include "host/arena.h"
 #include "lights/directional_light.h"
 #include "lights/light_test_support.h"
 #include "lights/non_extended_light_shape.h"
@@ -191,7 +192,11 @@ TEST(LightShape, WithoutRayTracingAnalysisDropsTheRayFields) {
     rig.light->analyse(nullptr, nullptr, nullptr, fields);
     EXPECT_EQ(fields.bits(), all);
 
-    TrenderLightShape::setRayTracingEnabled(false);
+    // A render whose frame has ray tracing off.
+    TstackArena arena(theMallocAllocator(), 4096);
+    TframeConstants frame(arena);
+    frame.setRayTracing(false);
+    const TframeConstants::Scope current(&frame);
     rig.light->analyse(nullptr, nullptr, nullptr, fields);
     // rayDepth (36), rayInstance (37), primitiveId (45); not the medium's
     // refractive index (46).
@@ -201,7 +206,6 @@ TEST(LightShape, WithoutRayTracingAnalysisDropsTheRayFields) {
     rig.light->analyse(nullptr, nullptr, nullptr, fields);
     EXPECT_FALSE(fields.test(52));
     TrenderLightShape::setPreviewFileMode(false);
-    TrenderLightShape::setRayTracingEnabled(true);
 }
 
 TEST(LightShape, DepthMapSettingsReadAndWriteThePlainValues) {

@@ -5,7 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <thread>
 #include <vector>
+
+#include "host/arena.h"
 
 #include "host/qsl/interpreter.h"
 #include "host/scene/light_shape.h"
@@ -111,6 +114,74 @@ connect keyLights.message sg.linkedLights
         lambert_test::expect3(&samples[i]->outColor()->x,
                               {scale[i], 0.5f * scale[i], 0.25f * scale[i]},
                               "sample " + std::to_string(i));
+    TrenderThreadBase::resetShadingGroups();
+}
+
+// A renderer's group that keeps the red of what comes back.
+class RecordingGroup : public TrenderGroupBase {
+public:
+    Completion completion() const override { return &RecordingGroup::done; }
+    void* completionData() const override { return const_cast<RecordingGroup*>(this); }
+    std::vector<float> red;
+
+private:
+    static void done(unsigned, TrenderGroupBase*, Tsample** samples, unsigned count, void* self) {
+        for (unsigned i = 0; i < count; ++i)
+            static_cast<RecordingGroup*>(self)->red.push_back(samples[i]->outColor()->x);
+    }
+};
+
+TEST(LambertEngine, EachRenderShadesInThePassOfItsOwnFrame) {
+    TdependGraph graph;
+    std::ostringstream log;
+    qsl::Interpreter(graph, log)
+        .runText(R"(
+node lambert l
+set l.color 1 0.5 0.25
+node shadingEngine sg
+connect l.outColor sg.surfaceShader
+node transform t
+node lambertTestLight key -parent t
+set key.intensity 2
+)",
+                 "passes.qsl");
+    auto* engine = static_cast<TDNshadingEngine*>(graph.findNode("sg"));
+    // The process-wide switch says highlights only; neither render reads it.
+    lambert_test::PassScope global(4);
+    // Facing the light: red 1 x 2 x 0.5 x 0.8 = 0.8 in the colour pass; the
+    // ambient pass has only the ambient colour, black by default.
+    auto render = [&](int pass, std::vector<float>& red) {
+        TstackArena arena(theMallocAllocator(), 4096);
+        TframeConstants frame(arena);
+        frame.setRenderPass(pass);
+        TrenderThreadBase thread(frame);
+        RecordingGroup group;
+        thread.startSampling(engine, 0, &group);
+        for (int round = 0; round < 20; ++round) {
+            std::vector<Tsample*> samples(64, nullptr);
+            thread.sampleManager()->allocateSamples(engine, 0, &group, 64, samples.data());
+            for (Tsample* s : samples)
+                s->setNormalCamera(T3Float{0, 0.6f, 0.8f});
+            thread.sampleManager()->dispatchSamples(64, samples.data());
+            thread.sampleManager()->flushDispatchedSamples();
+            thread.sampleManager()->releaseSamples(64, samples.data());
+        }
+        thread.endSampling(engine, 0, &group);
+        red = group.red;
+    };
+    std::vector<float> colour, ambient;
+    TrenderThreadBase starter;
+    starter.initShadingGroup(engine); // once, before the render threads start
+    std::thread a([&] { render(0, colour); });
+    std::thread b([&] { render(2, ambient); });
+    a.join();
+    b.join();
+    ASSERT_EQ(colour.size(), 20u * 64u);
+    ASSERT_EQ(ambient.size(), 20u * 64u);
+    for (size_t i = 0; i < colour.size(); ++i) {
+        EXPECT_NEAR(colour[i], 0.8f, 1e-6f) << i;
+        EXPECT_EQ(ambient[i], 0.0f) << i;
+    }
     TrenderThreadBase::resetShadingGroups();
 }
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "framework/allocation_count.h"
+#include "host/arena.h"
 #include "host/env.h"
 #include "materials/lambert_test_support.h"
 #include "shading/shading_engine.h"
@@ -79,9 +80,14 @@ TEST(LambertNetwork, HooksAndReaders) {
     TbitField64 fields(~uint64_t(0));
     l.node->analyse(nullptr, nullptr, nullptr, fields);
     EXPECT_EQ(fields.bits(), ~uint64_t(0)) << "ray tracing counts as on";
-    TdnLambert::setRayTracingQuery([] { return false; });
-    l.node->analyse(nullptr, nullptr, nullptr, fields);
-    TdnLambert::setRayTracingQuery(nullptr);
+    {
+        // A render whose frame has ray tracing off.
+        TstackArena arena(theMallocAllocator(), 4096);
+        TframeConstants frame(arena);
+        frame.setRayTracing(false);
+        const TframeConstants::Scope current(&frame);
+        l.node->analyse(nullptr, nullptr, nullptr, fields);
+    }
     EXPECT_EQ(fields.bits(), ~uint64_t(0x603000000000));
 
     // The end of a render forgets the sampler.

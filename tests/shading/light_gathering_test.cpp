@@ -7,6 +7,7 @@
 #include <sstream>
 #include <vector>
 
+#include "host/arena.h"
 #include "host/graph.h"
 #include "host/qsl/interpreter.h"
 #include "shading/sample_manager.h"
@@ -161,10 +162,21 @@ TEST_F(LightGathering, AnObjectsRowSkipsTheLightsWithoutItsBit) {
 
 TEST_F(LightGathering, SampleLightsRunsTheLightsAtOtherPoints) {
     load("set sum.probe true\n");
+    // The frame's camera stands 1000 along x in the world.
+    TstackArena arena(theMallocAllocator(), 4096);
+    TframeConstants frame(arena);
+    T4dFltMatrix eyeToWorld;
+    eyeToWorld.m[3][0] = 1000.0f;
+    frame.setEyeToWorld(eyeToWorld);
+    const TframeConstants::Scope current(&frame);
     const auto r = shade(3, {-1, -1, -1});
-    // Two lights at x + 100 and x + 200: 2 (2x + 300) for the sample at x.
-    for (unsigned i = 0; i < 3; ++i)
-        EXPECT_FLOAT_EQ(r[i].info[2], 2.0f * (2.0f * (10.0f + float(i)) + 300.0f)) << i;
+    // Two lights at x + 100 and x + 200: 2 (2x + 300) for the sample at x,
+    // and in the world 2 (2x + 2300).
+    for (unsigned i = 0; i < 3; ++i) {
+        const float x = 10.0f + float(i);
+        EXPECT_FLOAT_EQ(r[i].info[2], 2.0f * (2.0f * x + 300.0f)) << i;
+        EXPECT_FLOAT_EQ(r[i].info[1], 2.0f * (2.0f * x + 2300.0f)) << i;
+    }
 }
 
 TEST_F(LightGathering, TwoGroupsShareOneOpusPerLight) {

@@ -181,6 +181,49 @@ TEST(SampleUserData, AUserFieldFollowsThePositionRecord) {
     TrenderThreadBase::resetShadingGroups();
 }
 
+// A renderer's group that knows its object and reads the user field back.
+class ObjectGroup : public TrenderGroupBase {
+public:
+    explicit ObjectGroup(int object) : fObject(object) {}
+    int objectIndex() const override { return fObject; }
+    Completion completion() const override { return &ObjectGroup::done; }
+    void* completionData() const override { return const_cast<ObjectGroup*>(this); }
+    std::vector<float> user;
+
+private:
+    static void done(unsigned, TrenderGroupBase*, Tsample** samples, unsigned count, void* self) {
+        for (unsigned i = 0; i < count; ++i)
+            static_cast<ObjectGroup*>(self)->user.push_back(
+                static_cast<const float*>(samples[i]->userSampleSlot(65))[1]);
+    }
+    int fObject;
+};
+
+TEST(SampleUserData, TheGroupsObjectPicksTheFillObject) {
+    TdependGraph graph;
+    std::ostringstream out;
+    qsl::Interpreter(graph, out)
+        .runText(
+            "node testUserData u\nnode shadingEngine sg\nconnect u.outColor sg.surfaceShader\n",
+            "scene.qsl");
+    auto* engine = dynamic_cast<TDNshadingEngine*>(graph.findNode("sg"));
+    TrenderThreadBase thread;
+    thread.initShadingGroup(engine);
+    // The node's fill table has objects 0 (10) and 1 (20); object 5 has
+    // none, and takes the default of the source field (pointCamera, 0).
+    for (const auto& [object, expected] : {std::pair{1, 20.0f}, {0, 10.0f}, {5, 0.0f}}) {
+        ObjectGroup group(object);
+        thread.startSampling(engine, 0, &group);
+        std::vector<Tsample*> samples(3, nullptr);
+        thread.sampleManager()->allocateSamples(engine, 0, &group, 3, samples.data());
+        thread.sampleManager()->dispatchSamples(3, samples.data());
+        thread.sampleManager()->flushDispatchedSamples();
+        thread.endSampling(engine, 0, &group);
+        EXPECT_EQ(group.user, std::vector<float>(3, expected)) << "object " << object;
+    }
+    TrenderThreadBase::resetShadingGroups();
+}
+
 TEST_F(SampleManagerTest, ReferenceCountedGroupsResetWithTheLastReference) {
     TrenderThreadBase thread;
     EXPECT_TRUE(thread.refInitShadingGroup(engine));

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -187,6 +188,39 @@ TEST_F(ShadingEngine, TwoThreadsRunEachOnDemandOnce) {
     t1.join();
     t2.join();
     EXPECT_EQ(TdnTestUvColor::sOnDemand.load(), 1);
+}
+
+TEST_F(ShadingEngine, ThreadsShareTheTablesOfPartlyConnectedCompoundsAndElements) {
+    // colorIfTrue varies through its red child only; input3D[0] through its
+    // green child only. Shading must read the shared tables and constants,
+    // never write them (run under ThreadSanitizer).
+    load("node testUvColor uv\n"
+         "node plusMinusAverage sum\nset sum.input3D[0] 1 2 3\n"
+         "connect uv.outColorG sum.input3D[0].input3Dy\n"
+         "node condition cond\nset cond.operation \"Greater Than\"\n"
+         "set cond.colorIfTrue 0.5 0.25 0.125\nset cond.colorIfFalse 1 1 1\n"
+         "connect uv.outColorR cond.colorIfTrueR\n"
+         "connect sum.output3Dy cond.firstTerm\n"
+         "node shadingEngine sg\nconnect cond.outColor sg.surfaceShader\n");
+    ASSERT_TRUE(engine->analyse(0, nullptr));
+    TshadingOpus* opus = engine->controlBlock(0);
+    std::atomic<int> wrong{0};
+    auto work = [&] {
+        Batch batch(*engine, 0, 64);
+        for (int pass = 0; pass < 4; ++pass) {
+            opus->shade(64, batch.samples());
+            // v = 1 - i / 64 is above 0, so the test passes: (u, 0.25, 0.125).
+            for (unsigned i = 0; i < 64; ++i) {
+                const T3Float* c = batch[i].outColor();
+                if (c->x != (float(i) + 0.5f) / 64.0f || c->y != 0.25f || c->z != 0.125f)
+                    ++wrong;
+            }
+        }
+    };
+    std::thread t1(work), t2(work);
+    t1.join();
+    t2.join();
+    EXPECT_EQ(wrong.load(), 0);
 }
 
 TEST_F(ShadingEngine, MergingTakesTheOtherGroupsMembersAndVisibilityFollowsThem) {

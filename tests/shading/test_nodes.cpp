@@ -52,10 +52,30 @@ ORVO_DEPENDENCIES(TdnTestUserData) {
     affects(m, OutColor, OutColor);
 }
 
+namespace {
+// Fills the user field of every sample with one value per object: 10 for
+// object 0, 20 for object 1.
+class TestFill final : public TuserSampleFill {
+public:
+    explicit TestFill(float value) : fValue(value) {}
+    void fill(unsigned count, Tsample** samples, unsigned destination, unsigned,
+              unsigned) const override {
+        for (unsigned i = 0; i < count; ++i)
+            if (auto* to = static_cast<float*>(samples[i]->slot(destination)))
+                to[0] = to[1] = to[2] = fValue;
+    }
+
+private:
+    float fValue;
+};
+const TestFill kFill0(10.0f), kFill1(20.0f);
+const TuserSampleFill* kFills[2] = {&kFill0, &kFill1};
+} // namespace
+
 void TdnTestUserData::analyse(TDNshadingEngine* engine, TSEnodeDescription* description,
                               void* option, TbitField64& fields) {
     TshadingDependNode::analyse(engine, description, option, fields);
-    engine->defineUserSampleData(description, &aOutColor, 0, 0, nullptr, 0);
+    engine->defineUserSampleData(description, &aOutColor, 0, 0, kFills, 2);
 }
 
 std::atomic<int> TdnTestLight::sComputes{0};
@@ -64,6 +84,7 @@ std::atomic<int> TdnTestLight::sElements{0};
 ORVO_REGISTER_NODE(TdnTestLight)
 ORVO_DEPENDENCIES(TdnTestLight) {
     for (Tattribute* in : {static_cast<Tattribute*>(&TlightShape::aPointCamera),
+                           static_cast<Tattribute*>(&PointWorld),
                            static_cast<Tattribute*>(&TlightShape::aColor),
                            static_cast<Tattribute*>(&TlightShape::aIntensity)})
         affects(m, *in, TlightShape::aLightData);
@@ -76,6 +97,7 @@ bool TdnTestLight::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
     ++sComputes;
     sElements += int(count);
     const TvectorDataHandle point = block.vectorInputValue(aPointCamera, first, count);
+    const TvectorDataHandle world = block.vectorInputValue(aPointWorld, first, count);
     const TvectorDataHandle colour = block.vectorInputValue(aColor, first, count);
     const TvectorDataHandle intensity = block.vectorInputValue(aIntensity, first, count);
     const TvectorDataHandle out = block.vectorOutputValue(aLightData, first);
@@ -89,7 +111,7 @@ bool TdnTestLight::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
                              false,
                              true,
                              false,
-                             0.0f,
+                             world[e].asFloat3()[0],
                              point[e].asFloat3()[0],
                              nullptr};
     }
@@ -129,10 +151,12 @@ bool TdnTestLightSum::vectorComputePlug(const Tplug& plug, TdataBlock& block, un
             TlightData rows[2][4] = {};
             TlightData* table[2] = {rows[0], rows[1]};
             block.sampleLights(nullptr, first + i, 2, 0, points, table);
-            info[2] = 0.0f;
+            info[1] = info[2] = 0.0f;
             for (auto& row : rows)
-                for (const TlightData& l : row)
+                for (const TlightData& l : row) {
+                    info[1] += l.shadowFraction;
                     info[2] += l.preShadowIntensity;
+                }
         }
         outColor[int(i)].set(3, sum);
         outTransparency[int(i)].set(3, info);

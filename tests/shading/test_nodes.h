@@ -46,12 +46,14 @@ public:
 };
 
 // A light for the gathering tests: its record carries the light's colour
-// times intensity, and in preShadowIntensity the x of the point it was
-// computed for, so a test sees which sample a light ran on. Counts its
-// computes.
+// times intensity, in preShadowIntensity the x of the point it was computed
+// for, so a test sees which sample a light ran on, and in shadowFraction
+// the x of that point in the world. Counts its computes.
 #include "host/scene/light_shape.h"
 
-#define ORVO_SCHEMA_TdnTestLight(A, C2, C3)
+#define ORVO_SCHEMA_TdnTestLight(A, C2, C3)                                                        \
+    C3(Tattribute3Float, PointWorld, "pointWorld", "pw", ORVO_XYZ, .implicitSample(),              \
+       .implicitSample())
 ORVO_NODE(TdnTestLight, TlightShape, "testLight", "TLGT", 9103, "kTestLight", "light/test",
           "n_testLight")
 
@@ -65,9 +67,10 @@ public:
 
 // A material that sums what its lights give: outColor the sum of the
 // intensities, outTransparency (count of lights, sum of preShadowIntensity,
-// sum of x of the directions). With `probe` on, the third channel is
-// instead the sum of preShadowIntensity of the lights sampled at two
-// points, x + 100 and x + 200, through sampleLights.
+// sum of x of the directions). With `probe` on, the second and third
+// channels are instead the sums of shadowFraction and preShadowIntensity of
+// the lights sampled at two points, x + 100 and x + 200, through
+// sampleLights.
 #define ORVO_SCHEMA_TdnTestLightSum(A, C2, C3)                                                     \
     A(TattributeArrayOf<TattributeLightData>, LightDataArray, "lightDataArray", "ltd",             \
       .implicitLight())                                                                            \

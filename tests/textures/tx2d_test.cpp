@@ -200,8 +200,8 @@ TEST(Texture2dTypes, RunOfSamplesEqualsSamplesOneByOne) {
         TdependGraph g;
         TdependNode* node = g.createNode(type, "t");
         const unsigned n = 300; // more than a chunk of the checker's passes
-        TordinaryDataBlock run(node, n), ones(node, n);
-        for (TordinaryDataBlock* b : {&run, &ones})
+        TordinaryDataBlock run(node, n), ones(node, n), scalar(node, n);
+        for (TordinaryDataBlock* b : {&run, &ones, &scalar})
             for (unsigned e = 0; e < n; ++e) {
                 float* uv = static_cast<float*>(b->valueAddress(TdnTx2D::aUvCoord, e));
                 uv[0] = e % 17 == 0 ? -1e7f : 0.0137f * float(e) - 0.5f;
@@ -214,12 +214,16 @@ TEST(Texture2dTypes, RunOfSamplesEqualsSamplesOneByOne) {
         ASSERT_TRUE(node->vectorComputePlug(plug, run, 0, n)) << type;
         for (unsigned e = 0; e < n; ++e)
             node->vectorComputePlug(plug, ones, e, 1);
+        // The scalar entry on a block of many elements computes them all.
+        ASSERT_TRUE(node->computePlug(plug, scalar)) << type;
         for (unsigned e = 0; e < n; ++e)
             for (const Tattribute* a : {&TdnTx2D::aOutColorR, &TdnTx2D::aOutColorG,
                                         &TdnTx2D::aOutColorB, &TdnTx2D::aOutAlpha}) {
                 const float x = float(a->numericGet(run.valueAddress(*a, e), 0));
                 const float y = float(a->numericGet(ones.valueAddress(*a, e), 0));
+                const float z = float(a->numericGet(scalar.valueAddress(*a, e), 0));
                 EXPECT_TRUE(same(x, y)) << type << " element " << e << " " << a->longName();
+                EXPECT_TRUE(same(x, z)) << type << " scalar, element " << e << " " << a->longName();
             }
     }
 }

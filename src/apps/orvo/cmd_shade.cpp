@@ -229,15 +229,10 @@ int runShade(const ShadeOptions& options) {
                                     "(shadingEngine)",
                                     options.scene, options.group, node->typeName()));
 
-    // Drive the library as a renderer does: the pass is set before shading
-    // and put back after.
-    struct PassScope {
-        int saved = currentRenderPassControl;
-        explicit PassScope(int pass) { currentRenderPassControl = pass; }
-        ~PassScope() { currentRenderPassControl = saved; }
-    } passScope(options.pass);
+    // Drive the library as a renderer does: the pass is the frame's.
     TstackArena frameArena(theMallocAllocator(), 4096, "orvo shade frame");
     TframeConstants frame(frameArena);
+    frame.setRenderPass(options.pass);
     TrenderThreadBase thread(frame);
     GridGroup grid;
     thread.initShadingGroup(engine);
