@@ -31,6 +31,9 @@ TDNshadingEngine::TDNshadingEngine() {
 
 TDNshadingEngine::~TDNshadingEngine() {
     resetShadingEngine();
+    // Opuses compiled without a render set-up (a compile from a tool)
+    // outlive a reset; they must not outlive the engine.
+    deleteOpuses();
 }
 
 TbitField64 TDNshadingEngine::samplerRequest(TSEoption option) {
@@ -277,29 +280,29 @@ void TDNshadingEngine::initializeConnected(TframeSampleData* frame, TbaseDeepRas
 }
 
 void TDNshadingEngine::resetShadingEngine() {
-    fLightsGathered = false; // links may have changed since
-    if (!fInitialized) {
-        // Opuses may exist without a render set-up (a compile from a tool).
-        for (TSEoption option = 0; option < kTSEoptionCount; ++option)
-            if (fOptions[option].opus.load()) {
-                TrenderThreadBase::deleteOpus(this, option, true);
-                releaseOpus(option);
-            }
+    // An engine that no render set up has nothing of a render to free: its
+    // opuses, compiled by a tool, stay until they are deleted or the engine
+    // goes.
+    if (!fInitialized)
         return;
-    }
+    fLightsGathered = false; // links may have changed since
     fSurfaceIsOpaque = fVolumeIsOpaque = false;
     fSurfaceIsRefracting = fSurfaceIsUseBackground = false;
-    for (TSEoption option = 0; option < kTSEoptionCount; ++option)
-        if (fOptions[option].opus.load()) {
-            TrenderThreadBase::deleteOpus(this, option, true);
-            releaseOpus(option);
-        }
+    deleteOpuses();
     cleanUpNetwork();
     if (referenceCountingEnabled())
         fReferences.store(0);
     fRaster = nullptr;
     fUserTable.clear();
     fInitialized = false;
+}
+
+void TDNshadingEngine::deleteOpuses() {
+    for (TSEoption option = 0; option < kTSEoptionCount; ++option)
+        if (fOptions[option].opus.load()) {
+            TrenderThreadBase::deleteOpus(this, option, true);
+            releaseOpus(option);
+        }
 }
 
 bool TDNshadingEngine::isNodeInTable(const TdependNode* node) const {

@@ -123,6 +123,8 @@ public:
 
     // ---- render set-up
     void initializeConnected(TframeSampleData* frame = nullptr, TbaseDeepRaster* raster = nullptr);
+    // Frees what a render set up (opuses, the network's references, the
+    // user fields); nothing for an engine that no render initialised.
     void resetShadingEngine();
     bool isInitialized() const {
         return fInitialized;
@@ -245,6 +247,8 @@ private:
     void buildNodeTable(const Tplug& plug);
     void processNodeTable(TframeSampleData* frame);
     void cleanUpNetwork();
+    // Deletes the opus of every option, whatever the engine's state.
+    void deleteOpuses();
 
     std::array<OptionSlot, kTSEoptionCount> fOptions;
     std::atomic<unsigned> fReferences{0};

@@ -173,6 +173,23 @@ TEST_F(ShadingEngine, ASecondAnalysisReusesTheOpus) {
     EXPECT_EQ(TrenderThreadBase::opusReferences(engine, 0), 1u);
 }
 
+TEST_F(ShadingEngine, ResettingAnEngineThatWasNeverInitialisedKeepsItsOpuses) {
+    load("node testUvColor a\nnode shadingEngine sg\nconnect a.outColor sg.surfaceShader\n");
+    ASSERT_TRUE(engine->analyse(0, nullptr)); // a compile without a render set-up
+    TshadingOpus* opus = engine->controlBlock(0);
+    ASSERT_FALSE(engine->isInitialized());
+    engine->resetShadingEngine(); // only the (clear) mark is touched
+    EXPECT_EQ(engine->controlBlock(0), opus);
+    EXPECT_EQ(TrenderThreadBase::opusReferences(engine, 0), 1u);
+    // Once a render has set the engine up, a reset frees them.
+    engine->initializeConnected();
+    ASSERT_TRUE(engine->isInitialized());
+    engine->resetShadingEngine();
+    EXPECT_FALSE(engine->isInitialized());
+    EXPECT_EQ(engine->controlBlock(0), nullptr);
+    EXPECT_EQ(TrenderThreadBase::opusReferences(engine, 0), 0u);
+}
+
 TEST_F(ShadingEngine, TwoThreadsRunEachOnDemandOnce) {
     load("node testUvColor a\nnode shadingEngine sg\nconnect a.outColor sg.surfaceShader\n");
     ASSERT_TRUE(engine->analyse(0, nullptr));
