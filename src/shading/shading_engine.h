@@ -181,8 +181,9 @@ public:
     unsigned fenceNode() const {
         return 0;
     }
-    // Takes over the members of another shading group. Answers 0, or all
-    // ones when `other` is not a shading group.
+    // Takes over the members of another shading group, and its pairs on
+    // the light linkers. Answers 0, or all ones when `other` is not a
+    // shading group.
     unsigned merge(TDGcommand& command, TdependNode* other);
     // Nodes fed by the group's message plug that travel with a duplicate.
     void aboutToDuplicate(std::vector<TdependNode*>& out) const;
@@ -249,6 +250,7 @@ private:
     void cleanUpNetwork();
     // Deletes the opus of every option, whatever the engine's state.
     void deleteOpuses();
+    void moveLightLinks(TDNshadingEngine& other, TDGcommand& command);
 
     std::array<OptionSlot, kTSEoptionCount> fOptions;
     std::atomic<unsigned> fReferences{0};

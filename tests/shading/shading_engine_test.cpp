@@ -222,6 +222,41 @@ TEST_F(ShadingEngine, MergingTakesTheOtherGroupsMembersAndVisibilityFollowsThem)
     EXPECT_TRUE(TDNshadingEngine::sIsUsedOnVisibleShape(*engine));
 }
 
+TEST_F(ShadingEngine, MergingMovesTheOtherGroupsLightLinks) {
+    load("node transform k\nnode testLight key -parent k\n"
+         "node shadingEngine sg\nnode shadingEngine other\n"
+         "connect key.message lightLinker1.link[7].light\n"
+         "connect other.message lightLinker1.link[7].object\n"
+         "connect key.message lightLinker1.shadowIgnore[2].shadowLightIgnored\n"
+         "connect other.message lightLinker1.shadowIgnore[2].shadowObjectIgnored\n");
+    auto* other = dynamic_cast<TDNshadingEngine*>(graph.findNode("other"));
+    TDGcommand command(graph);
+    ASSERT_EQ(engine->merge(command, other), 0u);
+    // The pairs stand where they stood, with this group as their object.
+    EXPECT_EQ(graph.findPlug("lightLinker1.link[7].object").source().node(), engine);
+    EXPECT_EQ(graph.findPlug("lightLinker1.link[7].light").source().node(), graph.findNode("key"));
+    EXPECT_EQ(graph.findPlug("lightLinker1.shadowIgnore[2].shadowObjectIgnored").source().node(),
+              engine);
+    TplugArray left;
+    Tplug(other, &TdependNode::aMessage)
+        .getAllDestinationsToNode(graph.findNode("lightLinker1"), left);
+    EXPECT_TRUE(left.empty());
+    // Both groups were linked to the default light set when made; the
+    // merged group keeps one such pair on `link`, not two.
+    TplugArray mine;
+    Tplug(engine, &TdependNode::aMessage).getAllDestinations(mine);
+    int withDefaultSet = 0;
+    for (const Tplug& end : mine)
+        if (end.attribute()->longName() == "object" &&
+            end.parent()[end.parent().children()[0].attribute()].source().node() ==
+                graph.findNode("defaultLightSet"))
+            ++withDefaultSet;
+    EXPECT_EQ(withDefaultSet, 1);
+    // Undone, the links go back to the other group.
+    command.undoDG();
+    EXPECT_EQ(graph.findPlug("lightLinker1.link[7].object").source().node(), other);
+}
+
 TEST_F(ShadingEngine, ShadeWithNoSamplesTouchesNothing) {
     load("node testUvColor a\nnode shadingEngine sg\nconnect a.outColor sg.surfaceShader\n");
     ASSERT_TRUE(engine->analyse(0, nullptr));
