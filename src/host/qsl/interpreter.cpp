@@ -350,6 +350,7 @@ void Interpreter::sourceFile(Context& c) {
     const std::vector<Statement> statements = parseFile(file);
     fSourcing.push_back(file);
     try {
+        TdependGraph::TfileReadScope reading(fGraph);
         runStatements(statements, c.command);
     } catch (...) {
         fSourcing.pop_back();
@@ -359,7 +360,9 @@ void Interpreter::sourceFile(Context& c) {
 }
 
 void Interpreter::runFile(const std::string& path) {
-    runTopLevel(parseFile(path), std::filesystem::path(path).lexically_normal().string());
+    const std::vector<Statement> statements = parseFile(path);
+    TdependGraph::TfileReadScope reading(fGraph);
+    runTopLevel(statements, std::filesystem::path(path).lexically_normal().string());
 }
 
 void Interpreter::runText(std::string_view text, const std::string& fileName) {
