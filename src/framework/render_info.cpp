@@ -274,6 +274,7 @@ bool TrenderInfo::usedForVolumeShading(const TdependNode* node) {
         return false;
     TplugArray destinations;
     Tplug(node, outColor).getAllDestinations(destinations);
+    // An attribute without a long name answers its short name as longName().
     return std::any_of(destinations.begin(), destinations.end(),
                        [](const Tplug& d) { return d.attribute()->longName() == "volumeShader"; });
 }

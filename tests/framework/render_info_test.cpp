@@ -18,6 +18,18 @@
 #include "lights/light_list.h"
 #include "shading/shading_engine.h"
 
+// Inputs named only by their short names: "volumeShader" with no long name,
+// and one whose long name is something else.
+#define ORVO_SCHEMA_TdnTestVolumeTaker(A, C2, C3)                                                  \
+    A(TattributeTyped, ShortOnly, "", "volumeShader", .disconnect(1))                              \
+    A(TattributeTyped, LongWins, "fogInput", "volumeShader", .disconnect(1))
+
+ORVO_NODE(TdnTestVolumeTaker, TdependNode, "testVolumeTaker", "TVOL", 9150, "kTestVolumeTaker",
+          "test/volumeTaker", "n_testVolumeTaker")
+class TdnTestVolumeTaker : public TdnPattern<TdnTestVolumeTaker, TdependNode> {};
+ORVO_REGISTER_NODE(TdnTestVolumeTaker)
+ORVO_DEPENDENCIES(TdnTestVolumeTaker) {}
+
 namespace {
 
 class RenderInfo : public ::testing::Test {
@@ -279,6 +291,18 @@ TEST_F(RenderInfo, RenderNodesAndVolumeShading) {
     EXPECT_FALSE(TrenderInfo::usedForVolumeShading(graph.findNode("c")));
     EXPECT_TRUE(TrenderInfo::usedForVolumeShading(graph.findNode("fog")));
     EXPECT_FALSE(TrenderInfo::usedForVolumeShading(graph.findNode("r"))); // no outColor
+}
+
+TEST_F(RenderInfo, AVolumeShaderInputWithoutALongNameGoesByItsShortName) {
+    run("node checker a\nnode checker b\nnode testVolumeTaker taker\n");
+    TdependNode* taker = graph.findNode("taker");
+    graph.connect(Tplug(graph.findNode("a"), graph.findNode("a")->findAttribute("outColor")),
+                  Tplug(taker, &TdnTestVolumeTaker::aShortOnly));
+    graph.connect(Tplug(graph.findNode("b"), graph.findNode("b")->findAttribute("outColor")),
+                  Tplug(taker, &TdnTestVolumeTaker::aLongWins));
+    EXPECT_TRUE(TrenderInfo::usedForVolumeShading(graph.findNode("a")));
+    // A long name, when there is one, is the name compared.
+    EXPECT_FALSE(TrenderInfo::usedForVolumeShading(graph.findNode("b")));
 }
 
 // ---------------------------------------------------------------- callbacks
