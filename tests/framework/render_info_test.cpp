@@ -332,14 +332,17 @@ TEST_F(RenderInfo, AWrittenSceneKeepsOnlyWhatWasDoneToTheDefaults) {
         "node checker paint\nnode shadingEngine sg\n"
         "connect paint.outColor initialShadingGroup.surfaceShader\n"
         "set ballShape.primitive sphere\n"
-        "member initialShadingGroup ball\n");
+        "member initialShadingGroup ball\n"
+        "set lambert1.color 1 0 0\n");
     const std::string saved = qsl::writeScene(graph);
-    for (const char* absent : {"initialShadingGroup\n", "lightList1", "defaultLightList1",
-                               "lightLinker1", "renderPartition", "defaultLightSet"})
+    for (const char* absent :
+         {"initialShadingGroup\n", "lightList1", "defaultLightList1", "lightLinker1",
+          "renderPartition", "defaultLightSet", "initialParticleSE", "node lambert lambert1",
+          "shaderList1", "renderUtilityList1"})
         EXPECT_EQ(saved.find(absent), std::string::npos) << absent << " in:\n" << saved;
     for (const char* kept :
          {"node shadingEngine sg\n", "connect paint.outColor initialShadingGroup.surfaceShader\n",
-          "member initialShadingGroup |ball|ballShape\n"})
+          "member initialShadingGroup |ball|ballShape\n", "set lambert1.color 1 0 0\n"})
         EXPECT_NE(saved.find(kept), std::string::npos) << kept << " not in:\n" << saved;
 
     // Read back into a new scene: the same connections, no default twice,
