@@ -72,12 +72,16 @@ TrenderSwap::TrenderSwap(const char* name) : fFileName(name ? name : "") {
     }
 
     // ORVO_SWAP_LIMIT, or 95 percent of the free space where the file lives.
-    // Negative values, and those too large to be a 32-bit position, ask the
-    // disk.
+    // The setting is a 32-bit word: a negative value counts as unsigned
+    // (-3 is 0xFFFFFFFD bytes), and only -1 and -2, the two words above
+    // the largest position, ask the disk; so does a value no 32-bit word
+    // holds.
     uint32_t limit = kNoLimit;
     const long long wanted = gSettings.limit;
-    if (wanted >= 0 && wanted < 0xFFFFFFFELL) {
-        limit = static_cast<uint32_t>(wanted);
+    const bool fits = wanted >= -0x80000000LL && wanted <= 0xFFFFFFFFLL;
+    const uint32_t word = fits ? static_cast<uint32_t>(wanted) : kNoLimit;
+    if (word < 0xFFFFFFFEu) {
+        limit = word;
     } else {
         struct statvfs disk {};
         if (::statvfs(folderOf(fFileName).c_str(), &disk) != 0)

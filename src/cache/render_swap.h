@@ -30,7 +30,7 @@ public:
 
     // Environment settings, read when the library loads.
     struct Settings {
-        long long limit = -1; // ORVO_SWAP_LIMIT: bytes; negative: from the free disk space
+        long long limit = -1; // ORVO_SWAP_LIMIT: bytes as a 32-bit word; -1, -2: from the disk
         bool trace = false;   // ORVO_TRACE_SWAP
     };
     static const Settings& settings();

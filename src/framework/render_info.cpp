@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <string_view>
 #include <unordered_map>
 
 #include <fmt/format.h>
 
 #include "framework/nodes/utility/multiply_divide.h"
 #include "framework/nodes/utility/render_utilities.h"
+#include "framework/render_lists.h"
 #include "host/classification.h"
 #include "host/graph.h"
 #include "host/qsl/parser.h"
@@ -16,6 +18,7 @@
 #include "lights/light_link.h"
 #include "lights/light_list.h"
 #include "lights/swatch_light.h"
+#include "materials/lambert.h"
 #include "shading/shading_engine.h"
 
 namespace {
@@ -77,6 +80,18 @@ TrenderInfo* TrenderInfo::getRenderInfo(TdependGraph& graph) {
     return info;
 }
 
+template <class Made>
+void TrenderInfo::makeShadingDefaults(Made&& made) {
+    fInitialParticleSE = castTo<TDNshadingEngine>(made("shadingEngine", "initialParticleSE"));
+    fInitialParticleSE->setRestrictions(TobjectSet::kRenderableOnly);
+    fShaderList = castTo<TdnShaderList>(made("shaderList", nullptr));
+    fTextureList = castTo<TdnTextureList>(made("textureList", nullptr));
+    fDefaultShader = castTo<TdnLambert>(made("lambert", nullptr));
+    fPostProcessList = castTo<TdnPostProcessList>(made("postProcessList", nullptr));
+    fUtilityList = castTo<TdnRenderUtilityList>(made("renderUtilityList", nullptr));
+    fRenderingList = castTo<TdnRenderingList>(made("renderingList", nullptr));
+}
+
 void TrenderInfo::makeDefaults(TdependGraph& graph) {
     // A default named in a graph that already has a node of that name
     // takes the node when its type fits.
@@ -99,6 +114,7 @@ void TrenderInfo::makeDefaults(TdependGraph& graph) {
     fLightList = castTo<TdnLightList>(made("lightList", nullptr));
     fDefaultLightSet = castTo<TobjectSet>(made("objectSet", "defaultLightSet"));
     fDefaultObjectSet = castTo<TobjectSet>(made("objectSet", "defaultObjectSet"));
+    makeShadingDefaults(made);
 
     TDNarray linkers;
     TdnLightLink::getLinkNodes(linkers, true, &graph);
@@ -111,6 +127,20 @@ void TrenderInfo::makeDefaults(TdependGraph& graph) {
     // with them, so there is nothing to undo.
     TDGcommand command(graph);
     addShadingGroup(fInitialShadingGroup, command, false);
+    connectShadingDefaults(command);
+}
+
+void TrenderInfo::connectShadingDefaults(TDGcommand& command) {
+    // The initial groups shade with the default shader, which is a shader
+    // of the scene like any other.
+    connectDefaultShader(fInitialShadingGroup, command);
+    addShadingGroup(fInitialParticleSE, command, true);
+    addShader(fDefaultShader, command);
+}
+
+void TrenderInfo::appendShadingDefaults(std::vector<TdependNode*>& members) const {
+    members.insert(members.end(), {fInitialParticleSE, fShaderList, fTextureList, fDefaultShader,
+                                   fPostProcessList, fUtilityList, fRenderingList});
 }
 
 TrenderInfo::~TrenderInfo() {
@@ -131,6 +161,7 @@ void TrenderInfo::deleteRenderInfo(TrenderInfo* info) {
     std::vector<TdependNode*> members = {info->fInitialShadingGroup, info->fDefaultLightList,
                                          info->fLightList, info->fDefaultLightSet,
                                          info->fDefaultObjectSet};
+    info->appendShadingDefaults(members);
     for (TdependNode* linker : linkers)
         if (linker->isDefaultNode())
             members.push_back(linker);
@@ -203,14 +234,25 @@ bool TrenderInfo::addShadingGroup(TDNshadingEngine* engine, TDGcommand& command,
                                   bool connectDefault) {
     if (!engine || !(engine->restrictions() & TobjectSet::kRenderableOnly))
         return false;
-    // connectDefault would give the group the default shader, and every
-    // group but the initial one its own material info: those node types
-    // do not exist yet, so neither step is taken.
-    (void)connectDefault;
+    if (connectDefault)
+        connectDefaultShader(engine, command);
+    // Every group but the initial particle group would also get a material
+    // info (the initial shading group the scene's default one): that node
+    // type does not exist yet.
     addSet(*engine, command);
     linkShadingGroupToDefaultLightSet(engine, command);
     shadowLinkShadingGroupToDefaultLightSet(engine, command);
     return true;
+}
+
+void TrenderInfo::connectDefaultShader(TDNshadingEngine* engine, TDGcommand& command) {
+    const Tattribute* surfaceShader = engine->findAttribute("surfaceShader");
+    if (!surfaceShader || !fDefaultShader)
+        return;
+    const Tplug destination(engine, surfaceShader);
+    if (!destination.source().isNull())
+        return; // the group has a shader already
+    command.newConnectionToMake(Tplug(fDefaultShader, &TdnLambert::aOutColor), destination);
 }
 
 bool TrenderInfo::linkToDefaultLightSet(TDNshadingEngine* engine, int list, TDGcommand& command) {
@@ -249,8 +291,95 @@ void TrenderInfo::nodeAddedToScene(TdependNode& node, TDGcommand& command) {
         info->addShadingGroup(engine, command, true);
         return;
     }
-    if (isSceneLight(&node))
+    if (isSceneLight(&node)) {
         info->addLight(&node, command);
+        return;
+    }
+    info->addByClassification(&node, command);
+}
+
+// ---------------------------------------------------------------- render node lists
+
+namespace {
+
+// Connects the node's message to the next free element of the list.
+template <class List>
+void joinList(List* list, TdependNode* node, TDGcommand& command) {
+    if (!list || !node)
+        return;
+    Tplug slot(list, &List::listAttribute());
+    slot.setMultiIndex(&List::listAttribute(), list->nextFreeIndex());
+    command.newConnectionToMake(Tplug(node, &TdependNode::aMessage), slot);
+}
+
+template <class List>
+bool inList(const List* list, const TdependNode* node) {
+    if (!list || !node)
+        return false;
+    TplugArray destinations;
+    Tplug(node, &TdependNode::aMessage).getAllDestinationsToNode(list, destinations);
+    return !destinations.empty();
+}
+
+} // namespace
+
+void TrenderInfo::addShader(TdependNode* node, TDGcommand& command) {
+    joinList(fShaderList, node, command);
+}
+void TrenderInfo::addTexture(TdependNode* node, TDGcommand& command) {
+    joinList(fTextureList, node, command);
+}
+void TrenderInfo::addUtility(TdependNode* node, TDGcommand& command) {
+    joinList(fUtilityList, node, command);
+}
+void TrenderInfo::addRendering(TdependNode* node, TDGcommand& command) {
+    joinList(fRenderingList, node, command);
+}
+void TrenderInfo::addPostProcess(TdependNode* node, TDGcommand& command) {
+    joinList(fPostProcessList, node, command);
+}
+
+bool TrenderInfo::isShader(const TdependNode* node) const {
+    return inList(fShaderList, node);
+}
+bool TrenderInfo::isTexture(const TdependNode* node) const {
+    return inList(fTextureList, node);
+}
+bool TrenderInfo::isUtility(const TdependNode* node) const {
+    return inList(fUtilityList, node);
+}
+bool TrenderInfo::isRendering(const TdependNode* node) const {
+    return inList(fRenderingList, node);
+}
+bool TrenderInfo::isPostProcess(const TdependNode* node) const {
+    return inList(fPostProcessList, node);
+}
+
+bool TrenderInfo::addByClassification(TdependNode* node, TDGcommand& command) {
+    if (!node)
+        return false;
+    using Add = void (TrenderInfo::*)(TdependNode*, TDGcommand&);
+    static const std::pair<std::string_view, Add> kLists[] = {
+        {"shader", &TrenderInfo::addShader},
+        {"texture", &TrenderInfo::addTexture},
+        {"utility", &TrenderInfo::addUtility},
+        {"rendering", &TrenderInfo::addRendering},
+        {"postprocess", &TrenderInfo::addPostProcess}};
+    const Tstring classification = TclassificationMgr::classification(node->typeName());
+    for (size_t at = 0; at <= classification.size();) {
+        size_t end = classification.find(':', at);
+        if (end == Tstring::npos)
+            end = classification.size();
+        const std::string_view path(classification.data() + at, end - at);
+        const std::string_view head = path.substr(0, path.find('/'));
+        for (const auto& [name, add] : kLists)
+            if (head == name) {
+                (this->*add)(node, command);
+                return true;
+            }
+        at = end + 1;
+    }
+    return false;
 }
 
 // ---------------------------------------------------------------- class tests
@@ -274,6 +403,7 @@ bool TrenderInfo::usedForVolumeShading(const TdependNode* node) {
         return false;
     TplugArray destinations;
     Tplug(node, outColor).getAllDestinations(destinations);
+    // An attribute without a long name answers its short name as longName().
     return std::any_of(destinations.begin(), destinations.end(),
                        [](const Tplug& d) { return d.attribute()->longName() == "volumeShader"; });
 }

@@ -12,10 +12,15 @@
 //
 //   renderPartition       partition         (this object)
 //   initialShadingGroup   shadingEngine     in renderPartition, linked to
-//                                           defaultLightSet on link[0] and
-//                                           shadowLink[0] of lightLinker1
+//                                           defaultLightSet on link and
+//                                           shadowLink of lightLinker1,
+//                                           lambert1 its surface shader
+//   initialParticleSE     shadingEngine     the same
 //   defaultLightList1     defaultLightList
 //   lightList1            lightList
+//   lambert1              lambert           the default shader, in shaderList1
+//   shaderList1, textureList1, renderUtilityList1, renderingList1,
+//   postProcessList1      the lists of the scene's render nodes by class
 //   defaultLightSet       objectSet
 //   defaultObjectSet      objectSet
 //   lightLinker1          lightLinker
@@ -33,6 +38,12 @@
 
 class TDNshadingEngine;
 class TdnDefaultLightList;
+class TdnLambert;
+class TdnPostProcessList;
+class TdnRenderingList;
+class TdnRenderUtilityList;
+class TdnShaderList;
+class TdnTextureList;
 class TdnLightList;
 class TdnLightLink;
 
@@ -62,6 +73,35 @@ public:
     void setDefaultShadingGroup(TDNshadingEngine* group) { fDefaultShadingGroup = group; }
     void resetDefaultShadingGroup() { fDefaultShadingGroup = fInitialShadingGroup; }
 
+    // ---- the shading defaults and the lists of render nodes by class
+    TDNshadingEngine* initialParticleSE() const { return fInitialParticleSE; }
+    // The lambert that new shading groups are given as surface shader.
+    TdnLambert* defaultShader() const { return fDefaultShader; }
+    TdnShaderList* shaderList() const { return fShaderList; }
+    TdnTextureList* textureList() const { return fTextureList; }
+    TdnRenderUtilityList* utilityList() const { return fUtilityList; }
+    TdnRenderingList* renderingList() const { return fRenderingList; }
+    TdnPostProcessList* postProcessList() const { return fPostProcessList; }
+
+    // Each connects the node's message to the next free element of its
+    // list, through `command`. Throws TgraphError from the graph.
+    void addShader(TdependNode* node, TDGcommand& command);
+    void addTexture(TdependNode* node, TDGcommand& command);
+    void addUtility(TdependNode* node, TDGcommand& command);
+    void addRendering(TdependNode* node, TDGcommand& command);
+    void addPostProcess(TdependNode* node, TDGcommand& command);
+    // The node's message feeds that list.
+    bool isShader(const TdependNode* node) const;
+    bool isTexture(const TdependNode* node) const;
+    bool isUtility(const TdependNode* node) const;
+    bool isRendering(const TdependNode* node) const;
+    bool isPostProcess(const TdependNode* node) const;
+    // A new node of the scene joins the list its type's classification
+    // names: the first of its ":"-separated paths that starts with
+    // "shader", "texture", "utility", "rendering" or "postprocess" decides.
+    // False when no path names a list.
+    bool addByClassification(TdependNode* node, TDGcommand& command);
+
     // The light linker that new links go to: the first one from a
     // referenced scene, else the first; null when the scene has none.
     TdnLightLink* activeLinkNode() const;
@@ -74,9 +114,11 @@ public:
     // The node feeds the light list, by the plug addLight connects.
     bool isLight(const TdependNode* node) const;
     // A shading group (a set of renderable geometry only; nothing happens
-    // for another) joins the render partition and is linked to the default
-    // light set for light and shadow. The default shader and material info
-    // that a group is also given are left for when their types exist.
+    // for another) gets, with `connectDefault`, the default shader as its
+    // surface shader (unless one is connected already), joins the render
+    // partition and is linked to the default light set for light and
+    // shadow. The material info that a group is also given is left for when
+    // its type exists.
     bool addShadingGroup(TDNshadingEngine* engine, TDGcommand& command, bool connectDefault);
     // Links the group's message to the default light set's on the active
     // linker's `link` list (shadowLink, both); a pair there already is
@@ -98,13 +140,21 @@ public:
     static bool usedForVolumeShading(const TdependNode* node);
 
     // What a user's new node brings into a scene: lights and shading groups
-    // join. Registered as the graph's node observer.
+    // join, and render nodes their lists (addByClassification). Registered
+    // as the graph's node observer.
     static void nodeAddedToScene(TdependNode& node, TDGcommand& command);
 
 private:
     TrenderInfo() = default;
     void makeDefaults(TdependGraph& graph);
     bool linkToDefaultLightSet(TDNshadingEngine* engine, int list, TDGcommand& command);
+    // The shading defaults and the lists: made with the other defaults by
+    // `made` (type, name or null), then connected through `command`.
+    template <class Made>
+    void makeShadingDefaults(Made&& made);
+    void connectDefaultShader(TDNshadingEngine* engine, TDGcommand& command);
+    void connectShadingDefaults(TDGcommand& command);
+    void appendShadingDefaults(std::vector<TdependNode*>& members) const;
 
     TDNshadingEngine* fInitialShadingGroup = nullptr;
     TDNshadingEngine* fDefaultShadingGroup = nullptr;
@@ -112,6 +162,13 @@ private:
     TdnLightList* fLightList = nullptr;
     TobjectSet* fDefaultLightSet = nullptr;
     TobjectSet* fDefaultObjectSet = nullptr;
+    TDNshadingEngine* fInitialParticleSE = nullptr;
+    TdnLambert* fDefaultShader = nullptr;
+    TdnShaderList* fShaderList = nullptr;
+    TdnTextureList* fTextureList = nullptr;
+    TdnRenderUtilityList* fUtilityList = nullptr;
+    TdnRenderingList* fRenderingList = nullptr;
+    TdnPostProcessList* fPostProcessList = nullptr;
 };
 
 // ---------------------------------------------------------------- callbacks

@@ -130,6 +130,24 @@ public:
         return fBrokenImplicit;
     }
 
+    // ---- file reading
+    // Open while a scene file is read (a script run from a file, or a file
+    // it sources). Nodes that check what a connection completes (a light
+    // linker's pairs) leave that out while reading: the file makes the
+    // pairs a half at a time, and what they mean is looked at once the
+    // scene stands.
+    class TfileReadScope {
+    public:
+        explicit TfileReadScope(TdependGraph& graph) : fGraph(graph) { ++fGraph.fReadingDepth; }
+        ~TfileReadScope() { --fGraph.fReadingDepth; }
+        TfileReadScope(const TfileReadScope&) = delete;
+        TfileReadScope& operator=(const TfileReadScope&) = delete;
+
+    private:
+        TdependGraph& fGraph;
+    };
+    bool isReadingFile() const { return fReadingDepth > 0; }
+
     // ---- used by the ordinary data block
     // Makes the connected inputs in attribute's value tree current.
     void pullInputs(TdependNode* node, TordinaryDataBlock& block, const Tattribute& root,
@@ -163,6 +181,7 @@ private:
     double fTime = 0.0;
     bool fIsScene = false;
     int fImplicitDepth = 0;
+    int fReadingDepth = 0;
     std::set<std::pair<const TdependNode*, PlugKey>> fImplicit; // by destination
     std::vector<std::pair<Tplug, Tplug>> fBrokenImplicit;
 };

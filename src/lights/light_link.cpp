@@ -178,6 +178,10 @@ int TdnLightLink::nextIndexToTry(int list) const {
 
 // ---------------------------------------------------------------- changes
 
+bool TdnLightLink::isReadingFile() const {
+    return graph() && graph()->isReadingFile();
+}
+
 void TdnLightLink::fireChanged() {
     fsChangedTrigger.fire();
     fsChangedNonSGTrigger.fire();
@@ -209,10 +213,15 @@ void TdnLightLink::connectionMade(const Tplug& mine, const Tplug& other, bool as
     fUsed[list].insert(mine.multiIndex(fMultiParentAttr[list]));
     if (TobjectSet* set = asSet(other.node()))
         watchSet(set);
-    bool isObject = false;
-    const Tplug pairSource = getPairPlug(mine, isObject).source();
-    if (!pairSource.isNull() && endIsEffective(other.node()) && endIsEffective(pairSource.node()))
-        fireChanged();
+    // A file makes its pairs a half at a time: what they complete is not
+    // looked at while it is read.
+    if (!isReadingFile()) {
+        bool isObject = false;
+        const Tplug pairSource = getPairPlug(mine, isObject).source();
+        if (!pairSource.isNull() && endIsEffective(other.node()) &&
+            endIsEffective(pairSource.node()))
+            fireChanged();
+    }
     // The node at the far end takes part in a relationship now.
     other.node()->setFlagBits(kInRelationship);
 }
@@ -227,7 +236,8 @@ void TdnLightLink::connectionBroken(const Tplug& mine, const Tplug& other, bool 
     const Tplug pair = getPairPlug(mine, isObject);
     const Tplug pairSource = pair.source();
     // The pair took effect until now if both ends did.
-    if (!pairSource.isNull() && endIsEffective(other.node()) && endIsEffective(pairSource.node()))
+    if (!isReadingFile() && !pairSource.isNull() && endIsEffective(other.node()) &&
+        endIsEffective(pairSource.node()))
         fireChanged();
     if (pairSource.isNull())
         fUsed[list].erase(index);

@@ -119,6 +119,9 @@ public:
     // The node's gathering operation: the relationship of one element.
     virtual Trelationship* makeRelationship(int list, unsigned index) const;
 
+    // A connection into a list records the element and watches a set at
+    // its end; outside file reading, a pair it completes (or breaks) that
+    // takes effect fires the change triggers.
     void connectionMade(const Tplug& mine, const Tplug& other, bool asSource) override;
     void connectionBroken(const Tplug& mine, const Tplug& other, bool asSource) override;
     void datablockAdded(TdataBlock& block, bool) override;
@@ -133,6 +136,8 @@ private:
     void watchSet(TobjectSet* set);
     void forgetSetIfUnused(TobjectSet* set);
     void fireChanged();
+    // The linker's scene is being read from a file.
+    bool isReadingFile() const;
 
     int fNextIndex[kListCount] = {0, 0, 0, 0};
     std::set<unsigned> fUsed[kListCount];

@@ -1,5 +1,6 @@
 #include "shading/shading_engine.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <mutex>
 #include <ostream>
@@ -31,6 +32,9 @@ TDNshadingEngine::TDNshadingEngine() {
 
 TDNshadingEngine::~TDNshadingEngine() {
     resetShadingEngine();
+    // Opuses compiled without a render set-up (a compile from a tool)
+    // outlive a reset; they must not outlive the engine.
+    deleteOpuses();
 }
 
 TbitField64 TDNshadingEngine::samplerRequest(TSEoption option) {
@@ -277,29 +281,29 @@ void TDNshadingEngine::initializeConnected(TframeSampleData* frame, TbaseDeepRas
 }
 
 void TDNshadingEngine::resetShadingEngine() {
-    fLightsGathered = false; // links may have changed since
-    if (!fInitialized) {
-        // Opuses may exist without a render set-up (a compile from a tool).
-        for (TSEoption option = 0; option < kTSEoptionCount; ++option)
-            if (fOptions[option].opus.load()) {
-                TrenderThreadBase::deleteOpus(this, option, true);
-                releaseOpus(option);
-            }
+    // An engine that no render set up has nothing of a render to free: its
+    // opuses, compiled by a tool, stay until they are deleted or the engine
+    // goes.
+    if (!fInitialized)
         return;
-    }
+    fLightsGathered = false; // links may have changed since
     fSurfaceIsOpaque = fVolumeIsOpaque = false;
     fSurfaceIsRefracting = fSurfaceIsUseBackground = false;
-    for (TSEoption option = 0; option < kTSEoptionCount; ++option)
-        if (fOptions[option].opus.load()) {
-            TrenderThreadBase::deleteOpus(this, option, true);
-            releaseOpus(option);
-        }
+    deleteOpuses();
     cleanUpNetwork();
     if (referenceCountingEnabled())
         fReferences.store(0);
     fRaster = nullptr;
     fUserTable.clear();
     fInitialized = false;
+}
+
+void TDNshadingEngine::deleteOpuses() {
+    for (TSEoption option = 0; option < kTSEoptionCount; ++option)
+        if (fOptions[option].opus.load()) {
+            TrenderThreadBase::deleteOpus(this, option, true);
+            releaseOpus(option);
+        }
 }
 
 bool TDNshadingEngine::isNodeInTable(const TdependNode* node) const {
@@ -371,7 +375,48 @@ unsigned TDNshadingEngine::merge(TDGcommand& command, TdependNode* other) {
     TselectionList members;
     group->completeGroupedMembers(members);
     TobjectSet_utility::moveItemsToSet(members, group, *this, command);
+    moveLightLinks(*group, command);
     return 0;
+}
+
+namespace {
+
+// The other end of a pair on a light linker: the sibling of `end` in its
+// element (the light of an object, the object of a light).
+Tplug pairedEnd(const Tplug& end) {
+    const Tplug element = end.parent();
+    for (const Tplug& child : element.isNull() ? TplugArray() : element.children())
+        if (child.attribute() != end.attribute())
+            return child;
+    return {};
+}
+
+} // namespace
+
+void TDNshadingEngine::moveLightLinks(TDNshadingEngine& other, TDGcommand& command) {
+    // The group takes over the other's pairs on the light linkers: its
+    // objects now light (and shadow) as they did. A pair this group has
+    // already is dropped rather than doubled.
+    TplugArray destinations;
+    Tplug(&other, &aMessage).getAllDestinations(destinations);
+    TplugArray mine;
+    Tplug(this, &aMessage).getAllDestinations(mine);
+    for (const Tplug& end : destinations) {
+        if (!end.node() || end.node()->typeName() != "lightLinker")
+            continue;
+        const Tplug pair = pairedEnd(end);
+        const Tplug light = pair.isNull() ? Tplug() : pair.source();
+        const bool held =
+            !light.isNull() && std::any_of(mine.begin(), mine.end(), [&](const Tplug& m) {
+                return m.node() == end.node() && m.attribute() == end.attribute() &&
+                       pairedEnd(m).source().node() == light.node();
+            });
+        command.newConnectionToBreak(Tplug(&other, &aMessage), end);
+        if (held)
+            command.newConnectionToBreak(light, pair);
+        else
+            command.newConnectionToMake(Tplug(this, &aMessage), end);
+    }
 }
 
 void TDNshadingEngine::aboutToDuplicate(std::vector<TdependNode*>& out) const {

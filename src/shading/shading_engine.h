@@ -123,6 +123,8 @@ public:
 
     // ---- render set-up
     void initializeConnected(TframeSampleData* frame = nullptr, TbaseDeepRaster* raster = nullptr);
+    // Frees what a render set up (opuses, the network's references, the
+    // user fields); nothing for an engine that no render initialised.
     void resetShadingEngine();
     bool isInitialized() const {
         return fInitialized;
@@ -179,8 +181,9 @@ public:
     unsigned fenceNode() const {
         return 0;
     }
-    // Takes over the members of another shading group. Answers 0, or all
-    // ones when `other` is not a shading group.
+    // Takes over the members of another shading group, and its pairs on
+    // the light linkers. Answers 0, or all ones when `other` is not a
+    // shading group.
     unsigned merge(TDGcommand& command, TdependNode* other);
     // Nodes fed by the group's message plug that travel with a duplicate.
     void aboutToDuplicate(std::vector<TdependNode*>& out) const;
@@ -245,6 +248,9 @@ private:
     void buildNodeTable(const Tplug& plug);
     void processNodeTable(TframeSampleData* frame);
     void cleanUpNetwork();
+    // Deletes the opus of every option, whatever the engine's state.
+    void deleteOpuses();
+    void moveLightLinks(TDNshadingEngine& other, TDGcommand& command);
 
     std::array<OptionSlot, kTSEoptionCount> fOptions;
     std::atomic<unsigned> fReferences{0};

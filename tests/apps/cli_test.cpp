@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -157,6 +158,20 @@ TEST_F(OrvoScene, ShadeRunsAGridThroughAShadingGroup) {
     const ToolResult bad = runTool({"shade", scene, "-g", "sg", "--field", "normalCamera=1,2"});
     EXPECT_EQ(bad.exitCode, 1);
     EXPECT_NE(bad.err.find("takes 3 values, got 2"), std::string::npos) << bad.err;
+}
+
+TEST(OrvoTool, ShadeRefusesAGridTooLargeToHold) {
+    const std::string scene = std::string(ORVO_TEST_DATA_DIR) + "/scenes/checker_shade.qsl";
+    // 65536 x 65536 = 2^32 samples: one more than a 32-bit count holds.
+    // 65535 x 65535 = 4294836225 samples fit the count, but at even 100
+    // bytes each they need some 400 GiB.
+    for (const char* side : {"65536", "65535", "4294967295"}) {
+        const ToolResult r = runTool({"shade", scene, "-g", "sg", "--res", side, side});
+        EXPECT_EQ(r.exitCode, 1) << side << ": " << r.err;
+        EXPECT_EQ(r.out, "") << side;
+        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+        EXPECT_NE(r.err.find("--res"), std::string::npos) << r.err;
+    }
 }
 
 TEST(OrvoTool, NodesListsTypesAndDescribesOne) {

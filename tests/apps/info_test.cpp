@@ -23,8 +23,8 @@ TEST(OrvoInfo, DescribesTheExampleScene) {
           "  matte (objectSet): 4 members\n", "    |pillars|rightPillar|pillarShape\n",
           "\nPartitions\n", "  looks: shiny, matte\n",
           // every scene has its render partition, which holds the shading groups
-          "  renderPartition: initialShadingGroup\n", "Render layers (current: closeUp)",
-          "    floor.visibility = false (plain value true)\n"})
+          "  renderPartition: initialShadingGroup, initialParticleSE\n",
+          "Render layers (current: closeUp)", "    floor.visibility = false (plain value true)\n"})
         EXPECT_NE(r.out.find(expected), std::string::npos) << expected << "\nin:\n" << r.out;
     // The floor is hidden in closeUp; the ball is in it.
     EXPECT_NE(r.out.find("|floor|floorShape"), std::string::npos);

@@ -188,6 +188,17 @@ TEST_F(RenderSwap, WithoutASettingTheLimitComesFromTheFreeSpace) {
     }
 }
 
+TEST_F(RenderSwap, OtherNegativeLimitsAreTakenAsUnsigned) {
+    // Only -1 and -2 (0xFFFFFFFF and 0xFFFFFFFE) ask the disk; -3 is
+    // 2^32 - 3 = 4294967293 bytes, -100 is 2^32 - 100 = 4294967196.
+    for (const auto& [value, limit] : {std::pair{"-3", 4294967293u}, std::pair{"-100", 4294967196u},
+                                       std::pair{"-2147483648", 2147483648u}}) {
+        setting("ORVO_SWAP_LIMIT", value);
+        TrenderSwap swap(path("swap.iff").c_str());
+        EXPECT_EQ(swap.writeLimit(), limit) << value;
+    }
+}
+
 TEST_F(RenderSwap, AFileThatCannotBeOpenedLeavesASwapThatFailsEverything) {
     setting("ORVO_SWAP_LIMIT", "1000"); // the folder is missing: no free space to ask about
     const std::string name = path("no/such/folder/swap.iff");

@@ -111,6 +111,19 @@ TEST_F(QslScene, SourceIsRelativeToTheFileAndRefusesLoops) {
         EXPECT_TRUE(node->isDefaultNode()) << node->name();
 }
 
+TEST_F(QslScene, AFileAndWhatItSourcesRunAsAFileBeingRead) {
+    qsl::Interpreter run(graph, out);
+    run.addCommand("reading", [](qsl::Interpreter::Context& c) {
+        c.out << (c.graph.isReadingFile() ? "file" : "text") << '\n';
+    });
+    write("part.qsl", "reading\n");
+    const std::string main = write("main.qsl", "reading\nsource \"part.qsl\"\n");
+    run.runFile(main);
+    run.runText("reading\nsource \"" + (dir / "part.qsl").string() + "\"\nreading\n", "cmd");
+    EXPECT_EQ(out.str(), "file\nfile\ntext\nfile\ntext\n");
+    EXPECT_FALSE(graph.isReadingFile());
+}
+
 TEST_F(QslScene, SavingAndLoadingGivesTheSameScene) {
     qsl::Interpreter run(graph, out);
     run.runText("node reverse a\nnode reverse b\nnode reverse c\n"

@@ -36,6 +36,45 @@ TEST(Registry, IdentitiesAreUniqueAndWellFormed) {
     }
 }
 
+// The family of a type by the first path of its classification: the
+// shading engine, the utilities (general and colour), the lights, the
+// materials, the textures; -1 for the others.
+int familyOf(const TdependNodeClass* c) {
+    const std::string first = c->classification.substr(0, c->classification.find(':'));
+    if (first == "shadingEngine")
+        return 0;
+    if (first == "utility/general" || first == "utility/color")
+        return 1;
+    if (first == "light" || first.rfind("light/", 0) == 0)
+        return 2;
+    if (first.rfind("shader/surface", 0) == 0)
+        return 3;
+    if (first.rfind("texture/", 0) == 0)
+        return 4;
+    return -1;
+}
+
+TEST(Registry, TypesRegisterByFamilyInTheLibrarysOrder) {
+    // The library's own types (the host's register first, from their own
+    // library): the shading engine, then every utility, every light, every
+    // material, every texture.
+    int last = -1;
+    std::string lastName;
+    std::set<int> seen;
+    for (TdependNodeClass* c : productTypes()) {
+        const int family = familyOf(c);
+        if (family < 0 || c->typeName().rfind("test", 0) == 0) // a light of this binary
+            continue;
+        EXPECT_GE(family, last) << c->typeName() << " registers after " << lastName;
+        if (family >= last) {
+            last = family;
+            lastName = c->typeName();
+        }
+        seen.insert(family);
+    }
+    EXPECT_EQ(seen.size(), 5u); // each family has a type to order
+}
+
 TEST(Registry, EveryTypeBuildsItsSchemaAndConstructsWithDefaults) {
     for (TdependNodeClass* c : productTypes()) {
         SCOPED_TRACE(c->typeName());

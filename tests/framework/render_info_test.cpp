@@ -11,12 +11,26 @@
 #include "framework/nodes/utility/multiply_divide.h"
 #include "framework/nodes/utility/render_utilities.h"
 #include "framework/render_info.h"
+#include "framework/render_lists.h"
 #include "host/graph.h"
 #include "host/qsl/interpreter.h"
 #include "host/scene/light_shape.h"
 #include "lights/light_link.h"
 #include "lights/light_list.h"
+#include "materials/lambert.h"
 #include "shading/shading_engine.h"
+
+// Inputs named only by their short names: "volumeShader" with no long name,
+// and one whose long name is something else.
+#define ORVO_SCHEMA_TdnTestVolumeTaker(A, C2, C3)                                                  \
+    A(TattributeTyped, ShortOnly, "", "volumeShader", .disconnect(1))                              \
+    A(TattributeTyped, LongWins, "fogInput", "volumeShader", .disconnect(1))
+
+ORVO_NODE(TdnTestVolumeTaker, TdependNode, "testVolumeTaker", "TVOL", 9150, "kTestVolumeTaker",
+          "test/volumeTaker", "n_testVolumeTaker")
+class TdnTestVolumeTaker : public TdnPattern<TdnTestVolumeTaker, TdependNode> {};
+ORVO_REGISTER_NODE(TdnTestVolumeTaker)
+ORVO_DEPENDENCIES(TdnTestVolumeTaker) {}
 
 namespace {
 
@@ -68,6 +82,13 @@ TEST_F(RenderInfo, ASceneStartsWithItsDefaultNodes) {
         {"defaultLightList1", "defaultLightList"},
         {"lightList1", "lightList"},
         {"defaultLightSet", "objectSet"},
+        {"initialParticleSE", "shadingEngine"},
+        {"shaderList1", "shaderList"},
+        {"textureList1", "textureList"},
+        {"lambert1", "lambert"},
+        {"postProcessList1", "postProcessList"},
+        {"renderUtilityList1", "renderUtilityList"},
+        {"renderingList1", "renderingList"},
         {"defaultObjectSet", "objectSet"},
         {"lightLinker1", "lightLinker"}};
     ASSERT_EQ(graph.nodes().size(), defaults.size());
@@ -86,14 +107,32 @@ TEST_F(RenderInfo, ASceneStartsWithItsDefaultNodes) {
     EXPECT_EQ(ri->defaultLightSet(), graph.findNode("defaultLightSet"));
     EXPECT_EQ(ri->defaultObjectSet(), graph.findNode("defaultObjectSet"));
     EXPECT_EQ(&linker(), graph.findNode("lightLinker1"));
+    EXPECT_EQ(ri->initialParticleSE(), graph.findNode("initialParticleSE"));
+    EXPECT_EQ(ri->defaultShader(), graph.findNode("lambert1"));
+    EXPECT_EQ(ri->shaderList(), graph.findNode("shaderList1"));
+    EXPECT_EQ(ri->textureList(), graph.findNode("textureList1"));
+    EXPECT_EQ(ri->utilityList(), graph.findNode("renderUtilityList1"));
+    EXPECT_EQ(ri->renderingList(), graph.findNode("renderingList1"));
+    EXPECT_EQ(ri->postProcessList(), graph.findNode("postProcessList1"));
 
-    // The initial shading group is in the render partition and lit, and
+    // Both initial groups shade with the default shader, which is the one
+    // shader of the scene.
+    EXPECT_EQ(sourceOf("initialShadingGroup.surfaceShader"), "lambert1.outColor");
+    EXPECT_EQ(sourceOf("initialParticleSE.surfaceShader"), "lambert1.outColor");
+    EXPECT_EQ(sourceOf("shaderList1.shaders[0]"), "lambert1.message");
+    EXPECT_TRUE(ri->isShader(ri->defaultShader()));
+    EXPECT_FALSE(ri->isTexture(ri->defaultShader()));
+
+    // The initial groups are in the render partition and lit, and
     // shadowed, by the default light set.
-    EXPECT_EQ(ri->sets(), (std::vector<TobjectSet*>{ri->initialShadingGroup()}));
+    EXPECT_EQ(ri->sets(),
+              (std::vector<TobjectSet*>{ri->initialShadingGroup(), ri->initialParticleSE()}));
     EXPECT_EQ(sourceOf("lightLinker1.link[0].object"), "initialShadingGroup.message");
     EXPECT_EQ(sourceOf("lightLinker1.link[0].light"), "defaultLightSet.message");
     EXPECT_EQ(sourceOf("lightLinker1.shadowLink[0].shadowObject"), "initialShadingGroup.message");
     EXPECT_EQ(sourceOf("lightLinker1.shadowLink[0].shadowLight"), "defaultLightSet.message");
+    EXPECT_EQ(sourceOf("lightLinker1.link[1].object"), "initialParticleSE.message");
+    EXPECT_EQ(sourceOf("lightLinker1.shadowLink[1].shadowObject"), "initialParticleSE.message");
     EXPECT_TRUE(linker().usedIndices(TdnLightLink::kIgnore).empty());
     EXPECT_TRUE(linker().usedIndices(TdnLightLink::kShadowIgnore).empty());
     // A scene as it starts writes as empty.
@@ -153,13 +192,15 @@ TEST_F(RenderInfo, WhatJoinsAsALight) {
 TEST_F(RenderInfo, ANewShadingGroupIsLinkedToTheDefaultLightSet) {
     run("node shadingEngine sg\n");
     auto* sg = dynamic_cast<TDNshadingEngine*>(graph.findNode("sg"));
-    EXPECT_EQ(info().sets(), (std::vector<TobjectSet*>{info().initialShadingGroup(), sg}));
-    EXPECT_EQ(sourceOf("renderPartition.sets[1]"), "sg.partition");
-    EXPECT_EQ(sourceOf("lightLinker1.link[1].object"), "sg.message");
-    EXPECT_EQ(sourceOf("lightLinker1.link[1].light"), "defaultLightSet.message");
-    EXPECT_EQ(sourceOf("lightLinker1.shadowLink[1].shadowObject"), "sg.message");
-    EXPECT_EQ(sourceOf("lightLinker1.shadowLink[1].shadowLight"), "defaultLightSet.message");
-    EXPECT_EQ(linker().usedIndices(TdnLightLink::kLink), (std::vector<unsigned>{0, 1}));
+    EXPECT_EQ(info().sets(), (std::vector<TobjectSet*>{info().initialShadingGroup(),
+                                                       info().initialParticleSE(), sg}));
+    EXPECT_EQ(sourceOf("sg.surfaceShader"), "lambert1.outColor");
+    EXPECT_EQ(sourceOf("renderPartition.sets[2]"), "sg.partition");
+    EXPECT_EQ(sourceOf("lightLinker1.link[2].object"), "sg.message");
+    EXPECT_EQ(sourceOf("lightLinker1.link[2].light"), "defaultLightSet.message");
+    EXPECT_EQ(sourceOf("lightLinker1.shadowLink[2].shadowObject"), "sg.message");
+    EXPECT_EQ(sourceOf("lightLinker1.shadowLink[2].shadowLight"), "defaultLightSet.message");
+    EXPECT_EQ(linker().usedIndices(TdnLightLink::kLink), (std::vector<unsigned>{0, 1, 2}));
 
     // Linking again leaves the one pair.
     TDGcommand command(graph);
@@ -170,6 +211,89 @@ TEST_F(RenderInfo, ANewShadingGroupIsLinkedToTheDefaultLightSet) {
     bare->setRestrictions(0);
     EXPECT_FALSE(info().addShadingGroup(bare, command, true));
     EXPECT_EQ(command.size(), 0u);
+}
+
+TEST_F(RenderInfo, NewRenderNodesJoinTheListTheirClassificationNames) {
+    // lambert "shader/surface:...", checker "texture/2d:...", reverse
+    // "utility/general:...", place2dTexture "utility/general/placement:...";
+    // a light joins the light list only; a test type, a shading group and a
+    // list of the scene's own ("rendernode/list") join none.
+    run("node lambert paint\nnode checker c\nnode reverse r\nnode place2dTexture p\n"
+        "node lambert paint2\nnode transform t\nnode light key -parent t\n"
+        "node testVolumeTaker v\nnode shadingEngine sg\nnode shaderList extra\n");
+    EXPECT_EQ(sourceOf("shaderList1.shaders[1]"), "paint.message"); // after lambert1
+    EXPECT_EQ(sourceOf("shaderList1.shaders[2]"), "paint2.message");
+    EXPECT_EQ(sourceOf("textureList1.textures[0]"), "c.message");
+    EXPECT_EQ(sourceOf("renderUtilityList1.utilities[0]"), "r.message");
+    EXPECT_EQ(sourceOf("renderUtilityList1.utilities[1]"), "p.message");
+    for (const char* none : {"key", "v", "sg", "extra", "t"}) {
+        TplugArray out;
+        plug(std::string(none) + ".message").getAllDestinations(out);
+        for (const Tplug& d : out)
+            EXPECT_EQ(d.node()->typeName().find("List"), std::string::npos)
+                << none << " -> " << d.name();
+    }
+    TrenderInfo& ri = info();
+    EXPECT_TRUE(ri.isShader(graph.findNode("paint")));
+    EXPECT_TRUE(ri.isTexture(graph.findNode("c")));
+    EXPECT_TRUE(ri.isUtility(graph.findNode("p")));
+    EXPECT_FALSE(ri.isUtility(graph.findNode("c")));
+    EXPECT_FALSE(ri.isRendering(graph.findNode("r")));
+    EXPECT_FALSE(ri.isPostProcess(graph.findNode("r")));
+
+    // The rendering and post process lists take what they are given.
+    TDGcommand command(graph);
+    ri.addRendering(graph.findNode("r"), command);
+    ri.addPostProcess(graph.findNode("c"), command);
+    EXPECT_TRUE(ri.isRendering(graph.findNode("r")));
+    EXPECT_TRUE(ri.isPostProcess(graph.findNode("c")));
+    command.undoDG();
+    EXPECT_FALSE(ri.isRendering(graph.findNode("r")));
+    // What joined is the scene's own doing: a written scene leaves it out.
+    const std::string saved = qsl::writeScene(graph);
+    for (const char* list : {"shaderList1", "textureList1", "renderUtilityList1"})
+        EXPECT_EQ(saved.find(list), std::string::npos) << list << " in:\n" << saved;
+}
+
+TEST_F(RenderInfo, TheDefaultShaderGoesOnlyWhereAskedAndGivesWayToTheScenes) {
+    TrenderInfo& ri = *TrenderInfo::getRenderInfo(graph);
+    auto* bare = dynamic_cast<TDNshadingEngine*>(graph.createNode("shadingEngine", "bare"));
+    auto* given = dynamic_cast<TDNshadingEngine*>(graph.createNode("shadingEngine", "given"));
+    TDGcommand command(graph);
+    ASSERT_TRUE(ri.addShadingGroup(bare, command, false));
+    EXPECT_EQ(sourceOf("bare.surfaceShader"), "");
+    ASSERT_TRUE(ri.addShadingGroup(given, command, true));
+    EXPECT_EQ(sourceOf("given.surfaceShader"), "lambert1.outColor");
+    command.undoDG();
+    graph.deleteNode(bare);
+    graph.deleteNode(given);
+
+    // A script's connection replaces the default, and the written scene
+    // says so by the connection alone.
+    run("node lambert clay\nnode shadingEngine sg\nconnect clay.outColor sg.surfaceShader\n"
+        "connect clay.outColor initialShadingGroup.surfaceShader\n");
+    EXPECT_EQ(sourceOf("sg.surfaceShader"), "clay.outColor");
+    EXPECT_EQ(sourceOf("initialShadingGroup.surfaceShader"), "clay.outColor");
+    EXPECT_EQ(sourceOf("initialParticleSE.surfaceShader"), "lambert1.outColor");
+    // A connection the script made itself is not replaced.
+    EXPECT_THROW(run("node lambert other\nconnect other.outColor sg.surfaceShader\n"),
+                 qsl::ParseError);
+    // A group whose default the script took away stays without a shader.
+    run("node shadingEngine empty\ndisconnect lambert1.outColor empty.surfaceShader\n");
+    const std::string saved = qsl::writeScene(graph);
+    EXPECT_EQ(saved.find("disconnect lambert1.outColor sg."), std::string::npos) << saved;
+    EXPECT_NE(saved.find("connect clay.outColor sg.surfaceShader\n"), std::string::npos) << saved;
+    EXPECT_NE(saved.find("disconnect lambert1.outColor empty.surfaceShader\n"), std::string::npos)
+        << saved;
+    TdependGraph copy;
+    run(copy, saved);
+    const auto sourceIn = [&copy](const char* destination) {
+        return copy.sourceOf(copy.findPlug(destination)).name();
+    };
+    EXPECT_EQ(sourceIn("sg.surfaceShader"), "clay.outColor");
+    EXPECT_EQ(sourceIn("initialShadingGroup.surfaceShader"), "clay.outColor");
+    EXPECT_TRUE(copy.sourceOf(copy.findPlug("empty.surfaceShader")).isNull());
+    EXPECT_EQ(qsl::writeScene(copy), saved);
 }
 
 TEST_F(RenderInfo, TheDefaultLinksLightEveryGroupUntilALightIsTakenOut) {
@@ -208,14 +332,17 @@ TEST_F(RenderInfo, AWrittenSceneKeepsOnlyWhatWasDoneToTheDefaults) {
         "node checker paint\nnode shadingEngine sg\n"
         "connect paint.outColor initialShadingGroup.surfaceShader\n"
         "set ballShape.primitive sphere\n"
-        "member initialShadingGroup ball\n");
+        "member initialShadingGroup ball\n"
+        "set lambert1.color 1 0 0\n");
     const std::string saved = qsl::writeScene(graph);
-    for (const char* absent : {"initialShadingGroup\n", "lightList1", "defaultLightList1",
-                               "lightLinker1", "renderPartition", "defaultLightSet"})
+    for (const char* absent :
+         {"initialShadingGroup\n", "lightList1", "defaultLightList1", "lightLinker1",
+          "renderPartition", "defaultLightSet", "initialParticleSE", "node lambert lambert1",
+          "shaderList1", "renderUtilityList1"})
         EXPECT_EQ(saved.find(absent), std::string::npos) << absent << " in:\n" << saved;
     for (const char* kept :
          {"node shadingEngine sg\n", "connect paint.outColor initialShadingGroup.surfaceShader\n",
-          "member initialShadingGroup |ball|ballShape\n"})
+          "member initialShadingGroup |ball|ballShape\n", "set lambert1.color 1 0 0\n"})
         EXPECT_NE(saved.find(kept), std::string::npos) << kept << " not in:\n" << saved;
 
     // Read back into a new scene: the same connections, no default twice,
@@ -229,16 +356,16 @@ TEST_F(RenderInfo, AWrittenSceneKeepsOnlyWhatWasDoneToTheDefaults) {
     TdnLightLink::getLinkNodes(linkers, false, &copy);
     ASSERT_EQ(linkers.size(), 1u);
     EXPECT_EQ(static_cast<TdnLightLink*>(linkers[0])->usedIndices(TdnLightLink::kLink),
-              (std::vector<unsigned>{0, 1}));
+              (std::vector<unsigned>{0, 1, 2}));
 }
 
 TEST_F(RenderInfo, AnUnlinkedGroupAndAnExclusiveLightStaySoWhenReadBack) {
     run("node transform t\nnode light key -parent t\nnode shadingEngine sg\n"
-        "disconnect sg.message lightLinker1.link[1].object\n"
-        "disconnect defaultLightSet.message lightLinker1.link[1].light\n"
+        "disconnect sg.message lightLinker1.link[2].object\n"
+        "disconnect defaultLightSet.message lightLinker1.link[2].light\n"
         "member -remove defaultLightSet key\n");
     const std::string saved = qsl::writeScene(graph);
-    EXPECT_NE(saved.find("disconnect sg.message lightLinker1.link[1].object\n"), std::string::npos)
+    EXPECT_NE(saved.find("disconnect sg.message lightLinker1.link[2].object\n"), std::string::npos)
         << saved;
     EXPECT_NE(saved.find("member -remove defaultLightSet |t|key\n"), std::string::npos) << saved;
     TdependGraph copy;
@@ -279,6 +406,18 @@ TEST_F(RenderInfo, RenderNodesAndVolumeShading) {
     EXPECT_FALSE(TrenderInfo::usedForVolumeShading(graph.findNode("c")));
     EXPECT_TRUE(TrenderInfo::usedForVolumeShading(graph.findNode("fog")));
     EXPECT_FALSE(TrenderInfo::usedForVolumeShading(graph.findNode("r"))); // no outColor
+}
+
+TEST_F(RenderInfo, AVolumeShaderInputWithoutALongNameGoesByItsShortName) {
+    run("node checker a\nnode checker b\nnode testVolumeTaker taker\n");
+    TdependNode* taker = graph.findNode("taker");
+    graph.connect(Tplug(graph.findNode("a"), graph.findNode("a")->findAttribute("outColor")),
+                  Tplug(taker, &TdnTestVolumeTaker::aShortOnly));
+    graph.connect(Tplug(graph.findNode("b"), graph.findNode("b")->findAttribute("outColor")),
+                  Tplug(taker, &TdnTestVolumeTaker::aLongWins));
+    EXPECT_TRUE(TrenderInfo::usedForVolumeShading(graph.findNode("a")));
+    // A long name, when there is one, is the name compared.
+    EXPECT_FALSE(TrenderInfo::usedForVolumeShading(graph.findNode("b")));
 }
 
 // ---------------------------------------------------------------- callbacks

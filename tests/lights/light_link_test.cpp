@@ -179,6 +179,28 @@ TEST_F(LightLink, AlreadyConnectedLooksAtTheListAndBothRoles) {
     EXPECT_FALSE(linker->isAlreadyConnected(thing, lamp2, TdnLightLink::kLink));
 }
 
+TEST_F(LightLink, PairsAreNotCheckedWhileAFileIsRead) {
+    Ttrigger& changed = TdnLightLink::fsChangedTrigger;
+    const uint64_t c0 = changed.fireCount();
+    addMember(lampSet, lamp);
+    {
+        TdependGraph::TfileReadScope reading(graph);
+        graph.connect(message(lamp), slot(&TdnLightLink::aLight, 0));
+        graph.connect(message(thing), slot(&TdnLightLink::aObject, 0)); // completes a pair
+        graph.connect(message(lampSet), slot(&TdnLightLink::aLight, 1));
+        graph.connect(message(thing), slot(&TdnLightLink::aObject, 1));
+        graph.disconnect(message(thing), slot(&TdnLightLink::aObject, 0)); // breaks one
+    }
+    EXPECT_EQ(changed.fireCount(), c0);
+    // The pairs themselves stand, and a set in one is still watched.
+    EXPECT_TRUE(linker->isAlreadyConnected(thing, lampSet, 0));
+    EXPECT_TRUE(lampSet->hasMembershipClient(linker));
+    EXPECT_EQ(pairs(0), 2u); // element 0 keeps its light, element 1 is whole
+    // Once read, a change is checked again.
+    graph.disconnect(message(thing), slot(&TdnLightLink::aObject, 1));
+    EXPECT_EQ(changed.fireCount(), c0 + 1);
+}
+
 TEST_F(LightLink, TriggersFireForPairsThatTakeEffect) {
     Ttrigger& changed = TdnLightLink::fsChangedTrigger;
     Ttrigger& nonSG = TdnLightLink::fsChangedNonSGTrigger;

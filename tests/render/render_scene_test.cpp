@@ -142,6 +142,7 @@ connect board.outColor paintedSG.surfaceShader
 member paintedSG squareShape
 node shadingEngine bareSG
 member bareSG bShape
+disconnect lambert1.outColor bareSG.surfaceShader
 )");
     TrenderScene scene(*graph, "test.qsl", 8, 8);
     ASSERT_EQ(scene.objects().size(), 3u);

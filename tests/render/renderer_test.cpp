@@ -142,7 +142,9 @@ TEST(Renderer, AlphaIsCoverage) {
 TEST(Renderer, AGroupWithoutShaderRendersInTheDefaultMaterialWithAWarning) {
     MessageCapture messages;
     auto graph = sceneFromText(std::string(kUnitCamera) + kSquareAtDepth2 +
-                               "node shadingEngine emptySG\nmember emptySG squareShape\n");
+                               "node shadingEngine emptySG\nmember emptySG squareShape\n"
+                               // the scene's default shader taken away
+                               "disconnect lambert1.outColor emptySG.surfaceShader\n");
     const Rendered r = render(*graph, 4, 4);
     EXPECT_FLOAT_EQ(r.image.at(1, 1)[1], 0.5f);
     EXPECT_TRUE(messages.contains("'emptySG' has no surface shader")) << messages.messages().size();

@@ -191,8 +191,8 @@ TEST_F(LightGathering, TwoGroupsShareOneOpusPerLight) {
     EXPECT_EQ(engine->numberOfLights(0), 2u);
     EXPECT_EQ(engine->controlBlock(0)->illuminatingLight(0),
               second->controlBlock(0)->illuminatingLight(0));
-    // Releasing one group gives back its references only.
-    engine->resetShadingEngine();
+    // Releasing one group's opus gives back its references only.
+    TrenderThreadBase::deleteOpus(engine, 0, true);
     EXPECT_EQ(TrenderThreadBase::opusReferences(node("redShape"), kTSElightOption), 1u);
 }
 

@@ -174,6 +174,23 @@ TEST_F(ShadingEngine, ASecondAnalysisReusesTheOpus) {
     EXPECT_EQ(TrenderThreadBase::opusReferences(engine, 0), 1u);
 }
 
+TEST_F(ShadingEngine, ResettingAnEngineThatWasNeverInitialisedKeepsItsOpuses) {
+    load("node testUvColor a\nnode shadingEngine sg\nconnect a.outColor sg.surfaceShader\n");
+    ASSERT_TRUE(engine->analyse(0, nullptr)); // a compile without a render set-up
+    TshadingOpus* opus = engine->controlBlock(0);
+    ASSERT_FALSE(engine->isInitialized());
+    engine->resetShadingEngine(); // only the (clear) mark is touched
+    EXPECT_EQ(engine->controlBlock(0), opus);
+    EXPECT_EQ(TrenderThreadBase::opusReferences(engine, 0), 1u);
+    // Once a render has set the engine up, a reset frees them.
+    engine->initializeConnected();
+    ASSERT_TRUE(engine->isInitialized());
+    engine->resetShadingEngine();
+    EXPECT_FALSE(engine->isInitialized());
+    EXPECT_EQ(engine->controlBlock(0), nullptr);
+    EXPECT_EQ(TrenderThreadBase::opusReferences(engine, 0), 0u);
+}
+
 TEST_F(ShadingEngine, TwoThreadsRunEachOnDemandOnce) {
     load("node testUvColor a\nnode shadingEngine sg\nconnect a.outColor sg.surfaceShader\n");
     ASSERT_TRUE(engine->analyse(0, nullptr));
@@ -237,6 +254,41 @@ TEST_F(ShadingEngine, MergingTakesTheOtherGroupsMembersAndVisibilityFollowsThem)
     EXPECT_EQ(other->memberCount(), 0u);
     EXPECT_EQ(engine->memberCount(), 2u);
     EXPECT_TRUE(TDNshadingEngine::sIsUsedOnVisibleShape(*engine));
+}
+
+TEST_F(ShadingEngine, MergingMovesTheOtherGroupsLightLinks) {
+    load("node transform k\nnode testLight key -parent k\n"
+         "node shadingEngine sg\nnode shadingEngine other\n"
+         "connect key.message lightLinker1.link[7].light\n"
+         "connect other.message lightLinker1.link[7].object\n"
+         "connect key.message lightLinker1.shadowIgnore[2].shadowLightIgnored\n"
+         "connect other.message lightLinker1.shadowIgnore[2].shadowObjectIgnored\n");
+    auto* other = dynamic_cast<TDNshadingEngine*>(graph.findNode("other"));
+    TDGcommand command(graph);
+    ASSERT_EQ(engine->merge(command, other), 0u);
+    // The pairs stand where they stood, with this group as their object.
+    EXPECT_EQ(graph.findPlug("lightLinker1.link[7].object").source().node(), engine);
+    EXPECT_EQ(graph.findPlug("lightLinker1.link[7].light").source().node(), graph.findNode("key"));
+    EXPECT_EQ(graph.findPlug("lightLinker1.shadowIgnore[2].shadowObjectIgnored").source().node(),
+              engine);
+    TplugArray left;
+    Tplug(other, &TdependNode::aMessage)
+        .getAllDestinationsToNode(graph.findNode("lightLinker1"), left);
+    EXPECT_TRUE(left.empty());
+    // Both groups were linked to the default light set when made; the
+    // merged group keeps one such pair on `link`, not two.
+    TplugArray mine;
+    Tplug(engine, &TdependNode::aMessage).getAllDestinations(mine);
+    int withDefaultSet = 0;
+    for (const Tplug& end : mine)
+        if (end.attribute()->longName() == "object" &&
+            end.parent()[end.parent().children()[0].attribute()].source().node() ==
+                graph.findNode("defaultLightSet"))
+            ++withDefaultSet;
+    EXPECT_EQ(withDefaultSet, 1);
+    // Undone, the links go back to the other group.
+    command.undoDG();
+    EXPECT_EQ(graph.findPlug("lightLinker1.link[7].object").source().node(), other);
 }
 
 TEST_F(ShadingEngine, ShadeWithNoSamplesTouchesNothing) {

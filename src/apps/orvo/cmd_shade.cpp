@@ -3,10 +3,13 @@
 #include <fmt/printf.h>
 
 #include <OpenImageIO/imageio.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
+#include <limits>
 #include <memory>
+#include <new>
 #include <unordered_map>
 
 #include "apps/orvo/cli.h"
@@ -210,10 +213,49 @@ void writeImage(const std::string& path, unsigned width, unsigned height, const 
     }
 }
 
+// A grid is held whole until it is printed: its samples, values and text.
+// One that a 32-bit count cannot number, or that needs more memory than the
+// machine has, is refused before anything is made for it.
+void checkGridFits(unsigned width, unsigned height, size_t printedFloats, size_t printedFields,
+                   unsigned sampleSize) {
+    const uint64_t cells = uint64_t(width) * height;
+    if (cells > std::numeric_limits<unsigned>::max())
+        throw UserError(fmt::format("orvo shade: --res {} {}: {} samples are more than the {} a "
+                                    "grid can hold",
+                                    width, height, cells, std::numeric_limits<unsigned>::max()));
+    // Per sample: the sample itself and its pointer and map entry, the
+    // printed values, and some 20 characters for each printed number.
+    const uint64_t perCell =
+        uint64_t(sampleSize) + sizeof(Tsample*) + 64 + sizeof(std::vector<std::vector<double>>) +
+        printedFields * sizeof(std::vector<double>) + printedFloats * (sizeof(double) + 20) + 40;
+    const long pages = ::sysconf(_SC_PHYS_PAGES), pageSize = ::sysconf(_SC_PAGE_SIZE);
+    if (pages <= 0 || pageSize <= 0)
+        return;
+    const uint64_t memory = uint64_t(pages) * uint64_t(pageSize);
+    if (cells > memory / perCell)
+        throw UserError(fmt::format("orvo shade: --res {} {}: {} samples need about {:.1f} GiB, "
+                                    "more than the {:.1f} GiB of this machine",
+                                    width, height, cells,
+                                    double(cells) * double(perCell) / double(1ull << 30),
+                                    double(memory) / double(1ull << 30)));
+}
+
+int shadeGrid(const ShadeOptions& options);
+
 int runShade(const ShadeOptions& options) {
+    try {
+        return shadeGrid(options);
+    } catch (const std::bad_alloc&) {
+        throw UserError(fmt::format("orvo shade: --res {} {}: not enough memory for the grid",
+                                    options.resolution.at(0), options.resolution.at(1)));
+    }
+}
+
+int shadeGrid(const ShadeOptions& options) {
     if (options.resolution.size() != 2 || options.resolution[0] == 0 || options.resolution[1] == 0)
         throw UserError("orvo shade: --res takes a width and a height above 0");
     const unsigned width = options.resolution[0], height = options.resolution[1];
+    checkGridFits(width, height, 0, 0, 0);
     std::vector<FieldValue> given;
     for (const std::string& f : options.fields)
         given.push_back(parseField(f));
@@ -255,6 +297,11 @@ int runShade(const ShadeOptions& options) {
             grid.printed.push_back(unsigned(f));
         }
     }
+    size_t printedFloats = 0;
+    for (unsigned f : grid.printed)
+        printedFloats += floatsOf(Tsample::fieldKind(f));
+    checkGridFits(width, height, printedFloats, grid.printed.size(),
+                  engine->sampleSize(options.option));
     grid.values.resize(size_t(width) * height);
 
     TsampleManager& manager = *thread.sampleManager();

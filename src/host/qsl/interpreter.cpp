@@ -158,9 +158,14 @@ void commandConnect(Interpreter::Context& c, bool make) {
     const Tplug source = plugAt(c, 0);
     const Tplug destination = plugAt(c, 1);
     try {
-        if (make)
+        if (make) {
+            // What the scene connected by itself (a new shading group's
+            // default shader) gives way to the script's own connection.
+            const Tplug existing = c.graph.sourceOf(destination);
+            if (!existing.isNull() && c.graph.isImplicitConnection(destination))
+                c.command.newConnectionToBreak(existing, destination);
             c.command.newConnectionToMake(source, destination);
-        else
+        } else
             c.command.newConnectionToBreak(source, destination);
     } catch (const TgraphError& e) {
         Interpreter::fail(s, 1, e.what());
@@ -350,6 +355,7 @@ void Interpreter::sourceFile(Context& c) {
     const std::vector<Statement> statements = parseFile(file);
     fSourcing.push_back(file);
     try {
+        TdependGraph::TfileReadScope reading(fGraph);
         runStatements(statements, c.command);
     } catch (...) {
         fSourcing.pop_back();
@@ -359,7 +365,9 @@ void Interpreter::sourceFile(Context& c) {
 }
 
 void Interpreter::runFile(const std::string& path) {
-    runTopLevel(parseFile(path), std::filesystem::path(path).lexically_normal().string());
+    const std::vector<Statement> statements = parseFile(path);
+    TdependGraph::TfileReadScope reading(fGraph);
+    runTopLevel(statements, std::filesystem::path(path).lexically_normal().string());
 }
 
 void Interpreter::runText(std::string_view text, const std::string& fileName) {
@@ -534,8 +542,9 @@ std::string writeScene(const TdependGraph& graph) {
     for (const auto& [source, destination] : graph.brokenImplicitConnections()) {
         if (const std::string item = memberItem(source, destination); !item.empty())
             removals += "member -remove " + destination.node()->name() + ' ' + item + '\n';
-        else
+        else if (graph.sourceOf(destination).isNull() || graph.isImplicitConnection(destination))
             out << "disconnect " << source.name() << ' ' << destination.name() << '\n';
+        // else: the connection written below replaces the scene's own.
     }
     std::vector<std::pair<std::string, std::string>> members; // set -> items
     for (const auto& [source, destination] : graph.connections()) {

@@ -37,7 +37,9 @@ public:
     explicit Interpreter(TdependGraph& graph);
     Interpreter(TdependGraph& graph, std::ostream& out);
 
-    // Throws ParseError or ScriptError; the graph is unchanged then.
+    // Throws ParseError or ScriptError; the graph is unchanged then. A file
+    // (and what it sources) runs as a file being read: see
+    // TdependGraph::TfileReadScope.
     void runFile(const std::string& path);
     void runText(std::string_view text, const std::string& fileName);
 
