@@ -69,6 +69,10 @@ TEST_F(RenderInfo, ASceneStartsWithItsDefaultNodes) {
         {"lightList1", "lightList"},
         {"defaultLightSet", "objectSet"},
         {"defaultObjectSet", "objectSet"},
+        {"renderGlobalsList1", "renderGlobalsList"},
+        {"defaultRenderGlobals", "renderGlobals"},
+        {"defaultRenderQuality", "renderQuality"},
+        {"defaultResolution", "resolution"},
         {"lightLinker1", "lightLinker"}};
     ASSERT_EQ(graph.nodes().size(), defaults.size());
     for (const auto& [name, type] : defaults) {
