@@ -41,6 +41,7 @@ class TdnRenderLayer;
 class TdnRenderQuality;
 class TdnResolution;
 class TcommonRenderGlobalsData;
+struct TrenderSettingsOverrides;
 class TplugValue;
 
 class TrenderInfo : public Tpartition {
@@ -129,8 +130,10 @@ public:
     bool setCurrentResolution(TdnResolution* resolution, TDGcommand& command);
 
     // Fills `data` with the settings as `layer` sees them (null: the current
-    // layer), and the name patterns that follow from them.
-    void setCommonRenderGlobals(TcommonRenderGlobalsData& data, const TdnRenderLayer* layer);
+    // layer), and the name patterns that follow from them. What `overrides`
+    // sets stands in for the scene's value.
+    void setCommonRenderGlobals(TcommonRenderGlobalsData& data, const TdnRenderLayer* layer,
+                                const TrenderSettingsOverrides* overrides = nullptr);
     // The value of `plug` as `layer` sees it: the layer's adjustment when it
     // has one, else the plug's own value. A null layer stands for the
     // scene's current layer. The other two layers are the default and the

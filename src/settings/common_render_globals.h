@@ -7,6 +7,7 @@
 
 #include <climits>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "host/scene/dag.h"
@@ -23,6 +24,16 @@ using TstringArray = std::vector<Tstring>;
 // A pixel of an 8-bit image as the host's image library lays it out.
 struct Tpixel32 {
     uint8_t b = 0, g = 0, r = 0, a = 255;
+};
+
+// Settings that a caller (a command line) puts in place of the scene's
+// when a snapshot is taken; what is unset comes from the scene.
+struct TrenderSettingsOverrides {
+    std::optional<bool> animation;
+    std::optional<TanimTime> startFrame, endFrame;
+    std::optional<float> byFrameStep;
+    std::optional<int32_t> imageFormat;
+    std::optional<int32_t> width, height;
 };
 
 // Which form of a name getImageName gives (only the numbers matter):

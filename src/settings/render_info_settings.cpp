@@ -170,7 +170,10 @@ TplugValue TrenderInfo::getDataFromPlug(const Tplug& plug, const TdnRenderLayer*
 }
 
 void TrenderInfo::setCommonRenderGlobals(TcommonRenderGlobalsData& data,
-                                         const TdnRenderLayer* layer) {
+                                         const TdnRenderLayer* layer,
+                                         const TrenderSettingsOverrides* overrides) {
+    const TrenderSettingsOverrides none;
+    const TrenderSettingsOverrides& over = overrides ? *overrides : none;
     TdependGraph* g = graph();
     TdnRenderGlobals* globals = fDefaultGlobals;
     if (!g || !globals)
@@ -197,7 +200,7 @@ void TrenderInfo::setCommonRenderGlobals(TcommonRenderGlobalsData& data,
     data.bufferNamePattern = number(G::aMultiCamNamingMode) != 0.0
                                  ? text(G::aBufferName)
                                  : Tstring("<RenderPassType>:<RenderPass>.<Camera>");
-    data.outFormat = int32_t(number(G::aImageFormat));
+    data.outFormat = over.imageFormat ? *over.imageFormat : int32_t(number(G::aImageFormat));
     data.imfPluginKey = text(G::aImfPluginKey);
 
     // 4: EXR channel names are short unless the environment allows long ones.
@@ -214,7 +217,7 @@ void TrenderInfo::setCommonRenderGlobals(TcommonRenderGlobalsData& data,
     data.extension = extension;
 
     // 6: the naming scheme.
-    const bool animation = number(G::aAnimation) != 0.0;
+    const bool animation = over.animation ? *over.animation : number(G::aAnimation) != 0.0;
     const int outFormatControl = int(number(G::aOutFormatControl));
     if (!animation) {
         data.namingScheme = outFormatControl != K::kNoOutputExt ? 1 : 0;
@@ -234,9 +237,9 @@ void TrenderInfo::setCommonRenderGlobals(TcommonRenderGlobalsData& data,
     data.updateNamePattern();
 
     // 8: frames and renumbering.
-    data.startFrame = number(G::aStartFrame);
-    data.endFrame = number(G::aEndFrame);
-    data.byFrame = float(number(G::aByFrameStep));
+    data.startFrame = over.startFrame ? *over.startFrame : number(G::aStartFrame);
+    data.endFrame = over.endFrame ? *over.endFrame : number(G::aEndFrame);
+    data.byFrame = over.byFrameStep ? *over.byFrameStep : float(number(G::aByFrameStep));
     data.skipExistingFrames = number(G::aSkipExistingFrames) != 0.0;
     data.renderAll = number(G::aRenderAll) != 0.0;
     data.outFormatControl = uint16_t(outFormatControl);
@@ -262,8 +265,8 @@ void TrenderInfo::setCommonRenderGlobals(TcommonRenderGlobalsData& data,
         auto res = [&](const Tattribute& a) {
             return numberOf(Tplug(resolution, &a), layer);
         };
-        data.width = int32_t(res(TdnResolution::aWidth));
-        data.height = int32_t(res(TdnResolution::aHeight));
+        data.width = over.width ? *over.width : int32_t(res(TdnResolution::aWidth));
+        data.height = over.height ? *over.height : int32_t(res(TdnResolution::aHeight));
         data.deviceAspectRatio = float(res(TdnResolution::aDeviceAspectRatio));
         data.pixelAspectRatio =
             data.width != 0 ? float(data.height) / float(data.width) * data.deviceAspectRatio
