@@ -7,11 +7,11 @@
 #include "shading/shading_engine.h"
 
 TrenderFrameSetup::TrenderFrameSetup(TdependGraph& graph, TrenderScene& scene,
-                                     const std::string& sceneName, int maxRayDepth)
+                                     const std::string& sceneName, int maxRayDepth, int passControl)
     : fGraph(graph), fArena(theMallocAllocator(), 4096, "orvo render frame"), fFrame(fArena),
       fSampler(scene, maxRayDepth) {
-    // A colour render, not a swatch.
-    currentRenderPassControl = 0;
+    // A render of the pass asked for (0: the full colour), not a swatch.
+    currentRenderPassControl = passControl;
     inSampleSwatchMode = false;
     fPrototype = std::make_unique<TrenderWorker>(fFrame, &fSampler);
     try {

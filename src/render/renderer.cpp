@@ -68,7 +68,7 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
     stats.objects = scene.objects().size();
     stats.triangles = scene.triangleCount();
 
-    TrenderFrameSetup setup(graph, scene, sceneName, fOptions.maxRayDepth);
+    TrenderFrameSetup setup(graph, scene, sceneName, fOptions.maxRayDepth, passControl);
     const TrenderWorker& prototype = setup.prototype();
 
     // Tiles in rows from the top.
