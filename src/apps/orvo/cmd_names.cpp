@@ -60,13 +60,7 @@ void addNamesCommand(CLI::App& app, CommandRun& run) {
                  "order it writes them");
     sub->add_option("scene", options->scene, "Scene file (.qsl)")->required();
     sub->add_option("-o,--output", options->output, "Folder of the images (default: .)");
-    sub->add_option("--frames", options->frames,
-                    "First and last frame, and the step (1 when left out); overrides the "
-                    "scene's startFrame, endFrame, byFrameStep and turns animation on")
-        ->expected(2, 3);
-    sub->add_option("--format", options->format,
-                    "Image format as 'orvo render --format' takes it; overrides the scene's "
-                    "imageFormat");
+    addFramesAndFormatOptions(*sub, options->frames, options->format);
     sub->add_flag("--json", options->json,
                   "One JSON object a line: path, camera, frame, layer (null without layers) "
                   "and pass");

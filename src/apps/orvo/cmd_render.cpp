@@ -260,19 +260,13 @@ void addRenderCommand(CLI::App& app, CommandRun& run) {
                   "without one); the options below override the scene's settings");
     sub->add_option("scene", options->scene, "Scene file (.qsl); none: the built-in scene");
     sub->add_option("-o,--output", options->output, "Folder for the images (default: .)");
-    sub->add_option("--frames", options->frames,
-                    "First and last frame, and the step (1 when left out); overrides the "
-                    "scene's startFrame, endFrame, byFrameStep and turns animation on")
-        ->expected(2, 3);
+    addFramesAndFormatOptions(*sub, options->frames, options->format);
     sub->add_option("--res", options->resolution,
                     "Width and height in pixels; overrides the scene's defaultResolution "
                     "(960 540 unless the scene sets it)")
         ->expected(2);
     sub->add_option("--threads", options->threads, "Render threads (default: one per core)");
     sub->add_option("--spp", options->spp, "Samples per pixel (4)");
-    sub->add_option("--format", options->format,
-                    "Image format: " + OrvoWritableFormatKeywords() +
-                        "; overrides the scene's imageFormat");
     sub->add_flag("--float", options->floatExr,
                   "EXR with 32-bit float channels; overrides the scene's exrPixelType");
     sub->callback([&run, options] {

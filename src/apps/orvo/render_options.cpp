@@ -1,5 +1,6 @@
 #include "apps/orvo/render_options.h"
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <cmath>
@@ -8,6 +9,19 @@
 #include "render/image_io.h"
 
 namespace orvo::cli {
+
+void addFramesAndFormatOptions(CLI::App& command, std::vector<double>& frames,
+                               std::string& format) {
+    command
+        .add_option("--frames", frames,
+                    "First and last frame, and the step (1 when left out); overrides the "
+                    "scene's startFrame, endFrame, byFrameStep and turns animation on")
+        ->expected(2, 3)
+        ->type_name("FIRST LAST [STEP]");
+    command.add_option("--format", format,
+                       "Image format: " + OrvoWritableFormatKeywords() +
+                           "; overrides the scene's imageFormat");
+}
 
 void parseFramesAndFormat(const std::vector<double>& frames, const std::string& format,
                           TrenderOverrides& overrides, const char* command) {

@@ -8,7 +8,14 @@
 
 #include "render/render_job.h"
 
+namespace CLI {
+class App;
+}
+
 namespace orvo::cli {
+
+// Adds --frames and --format, which both commands take, to `command`.
+void addFramesAndFormatOptions(CLI::App& command, std::vector<double>& frames, std::string& format);
 
 // --frames FIRST LAST [STEP] and --format KEYWORD into overrides. Throws
 // UserError, naming `command`, for a range or a format that is no good.
