@@ -4,8 +4,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <mutex>
+#include <set>
 
 #include "framework/render_info.h"
 #include "host/graph.h"
@@ -54,6 +58,40 @@ int globalsValue(TrenderInfo& info, const Tattribute& attribute, const TdnRender
         .asInt();
 }
 
+// A render tells each message once: the same warning for every frame,
+// camera and layer says nothing new. Messages come from render threads too.
+class TmessagesOnce {
+public:
+    TmessagesOnce()
+        : fPrevious(
+              TcommandEngine::setSink([this](TcommandEngine::Severity severity,
+                                             const std::string& text) { pass(severity, text); })) {}
+    ~TmessagesOnce() { TcommandEngine::setSink(fPrevious); }
+    TmessagesOnce(const TmessagesOnce&) = delete;
+    TmessagesOnce& operator=(const TmessagesOnce&) = delete;
+
+private:
+    void pass(TcommandEngine::Severity severity, const std::string& text) {
+        {
+            std::lock_guard lock(fMutex);
+            if (!fSeen.insert(text).second)
+                return;
+        }
+        if (fPrevious) {
+            fPrevious(severity, text);
+            return;
+        }
+        const char* prefix = severity == TcommandEngine::Severity::Warning ? "Warning: "
+                             : severity == TcommandEngine::Severity::Error ? "Error: "
+                                                                           : "";
+        std::fprintf(stderr, "%s%s\n", prefix, text.c_str());
+    }
+
+    TcommandEngine::Sink fPrevious;
+    std::mutex fMutex;
+    std::set<std::string> fSeen;
+};
+
 // Calls finalize on the render callbacks however a run ends.
 struct CallbackSession {
     CallbackSession() { TrenderCallback::invokeInitialize(); }
@@ -73,8 +111,9 @@ std::vector<double> TrenderJob::frameRange(double first, double last, double ste
     const double count = std::floor((last - first) / step + 1e-9);
     if (count > 1e6)
         return frames; // a range no render walks
+    // Frames keep nine decimals: 0 + 3 * 0.1 is frame 0.3, not 0.30000000000000004.
     for (long i = 0; i <= long(count); ++i)
-        frames.push_back(first + double(i) * step);
+        frames.push_back(std::round((first + double(i) * step) * 1e9) / 1e9);
     return frames;
 }
 
@@ -82,6 +121,7 @@ TrenderJob::TrenderJob(TdependGraph& graph, const std::string& scenePath,
                        const std::string& outputFolder, const TrenderOverrides& overrides)
     : fGraph(graph), fScenePath(scenePath), fSceneName(sceneToken(scenePath)),
       fFolder(outputFolder) {
+    TmessagesOnce once;
     TrenderInfo* info = TrenderInfo::getRenderInfo(graph);
     TrenderSettingsOverrides settings;
     if (overrides.firstFrame) {
@@ -116,11 +156,14 @@ TrenderJob::TrenderJob(TdependGraph& graph, const std::string& scenePath,
         if (!animated) {
             plan.frames = {g.startFrame};
         } else {
-            plan.frames = frameRange(g.startFrame, g.endFrame, g.byFrame);
+            // The step is kept as a float: read back the decimal it was
+            // written as, so that 0.1 steps arrive at 0.3 and not short of it.
+            const double step = std::strtod(fmt::format("{}", g.byFrame).c_str(), nullptr);
+            plan.frames = frameRange(g.startFrame, g.endFrame, step);
             if (plan.frames.empty())
                 throw TrenderError(fmt::format(
-                    "{}: error: the frames from {} to {} by {} are no range (defaultRenderGlobals "
-                    "startFrame, endFrame, byFrameStep)",
+                    "{}: error: the frames from {} to {} by {} are no range a render can walk "
+                    "(defaultRenderGlobals startFrame, endFrame, byFrameStep)",
                     where, frameWords(g.startFrame), frameWords(g.endFrame),
                     frameWords(g.byFrame)));
         }
@@ -152,7 +195,12 @@ TrenderJob::TrenderJob(TdependGraph& graph, const std::string& scenePath,
             if (std::none_of(frames.begin(), frames.end(),
                              [f](double g) { return sameFrame(f, g); }))
                 frames.push_back(f);
-    std::stable_sort(frames.begin(), frames.end());
+    // In the direction the frames were asked for: a negative step renders backwards.
+    const bool backwards = std::any_of(fLayers.begin(), fLayers.end(), [](const Layer& plan) {
+        return plan.frames.size() > 1 && plan.frames[1] < plan.frames[0];
+    });
+    std::stable_sort(frames.begin(), frames.end(),
+                     [backwards](double a, double b) { return backwards ? a > b : a < b; });
 
     std::vector<std::vector<int>> passes(fLayers.size());
     std::vector<TdagPathArray> cameras(fLayers.size());
@@ -268,6 +316,7 @@ void TrenderJob::runHook(const std::string& text, const char* attribute) const {
 
 bool TrenderJob::run(const TrenderOptions& options, Listener& listener,
                      const std::atomic<bool>* cancel) {
+    TmessagesOnce once;
     CallbackSession callbacks;
     runHook(fSceneGlobals.preQsl, "preQsl");
     size_t i = 0;

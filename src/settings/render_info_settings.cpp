@@ -77,6 +77,31 @@ Tstring textOf(const Tplug& plug, const TdnRenderLayer* layer) {
     return text ? *text : Tstring();
 }
 
+// A settings node that a user makes joins the render globals list, as the
+// defaults do.
+void settingsNodeAdded(TdependNode& node, TDGcommand& command) {
+    TdependGraph* graph = node.graph();
+    TrenderInfo* info = graph ? TrenderInfo::find(*graph) : nullptr;
+    if (!info)
+        return;
+    if (castTo<TdnRenderGlobals>(&node))
+        info->addRenderGlobals(&node, command);
+    else if (castTo<TdnRenderQuality>(&node))
+        info->addRenderQuality(&node, command);
+    else if (castTo<TdnResolution>(&node))
+        info->addResolution(&node, command);
+}
+
+void removeSettingsHook() {
+    TdependGraph::removeNodeAddedObserver(&settingsNodeAdded);
+}
+
+const bool sSettingsHook = [] {
+    TdependGraph::addNodeAddedObserver(&settingsNodeAdded);
+    std::atexit(&removeSettingsHook);
+    return true;
+}();
+
 } // namespace
 
 void TrenderInfo::makeSettingsDefaults(TdependGraph& graph) {

@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "framework/render_info.h"
+#include "render/render_error.h"
 #include "render/render_job.h"
 #include "render/renderer.h"
 #include "render/scene_text.h"
@@ -82,8 +83,31 @@ TEST(RenderJob, FrameRanges) {
     EXPECT_EQ(TrenderJob::frameRange(1, 1, 0), (V{1}));
     EXPECT_TRUE(TrenderJob::frameRange(5, 1, 1).empty());
     EXPECT_TRUE(TrenderJob::frameRange(1, 5, 0).empty());
-    // 0.1 steps to 0.3 arrive at 0.3 despite rounding: 4 frames.
-    EXPECT_EQ(TrenderJob::frameRange(0, 0.3, 0.1).size(), 4u);
+    // 0.1 steps to 0.3 arrive at 0.3 despite rounding: 4 frames, the last 0.3.
+    EXPECT_EQ(TrenderJob::frameRange(0, 0.3, 0.1), (V{0, 0.1, 0.2, 0.3}));
+}
+
+TEST(RenderJob, PlansFollowTheScenesRange) {
+    MessageCapture quiet;
+    // Backwards from 3 to 1 renders 3, 2, 1; through the far camera alone.
+    auto graph =
+        sceneFromText(std::string(kBallAndFloor) + "set nearShape.renderable false\n"
+                                                   "set defaultRenderGlobals.animation true\n"
+                                                   "set defaultRenderGlobals.startFrame 3\n"
+                                                   "set defaultRenderGlobals.endFrame 1\n"
+                                                   "set defaultRenderGlobals.byFrameStep -1\n");
+    const TrenderJob job(*graph, "dir/shot.qsl", "out");
+    EXPECT_EQ(job.sceneName(), "shot");
+    std::vector<std::string> paths;
+    for (const TrenderJob::Image& image : job.images())
+        paths.push_back(image.path + " " + image.cameraName);
+    EXPECT_EQ(paths, (std::vector<std::string>{"out/shot.iff.0003 far", "out/shot.iff.0002 far",
+                                               "out/shot.iff.0001 far"}));
+    // The same range forwards is no range.
+    graph = sceneFromText(std::string(kBallAndFloor) + "set defaultRenderGlobals.animation true\n"
+                                                       "set defaultRenderGlobals.startFrame 3\n"
+                                                       "set defaultRenderGlobals.endFrame 1\n");
+    EXPECT_THROW(TrenderJob(*graph, "shot.qsl", "out"), TrenderError);
 }
 
 TEST(RenderJob, EachImageHasItsCameraAndPass) {

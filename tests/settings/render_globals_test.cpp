@@ -52,10 +52,12 @@ TEST_F(Settings, EveryScenesSettingsDefaultsAreLinked) {
     EXPECT_EQ(list.members(TdnRenderGlobalsList::aRenderResolutions),
               std::vector<TdependNode*>{info().defaultResolution()});
 
-    // Another resolution becomes current; a link to something else is
-    // replaced by the default.
+    // A user's resolution joins the list; it becomes current when linked,
+    // and a link to something else is replaced by the default.
     run("node resolution hd\nset hd.width 1920\n");
     auto* hd = dynamic_cast<TdnResolution*>(graph.findNode("hd"));
+    EXPECT_EQ(list.members(TdnRenderGlobalsList::aRenderResolutions),
+              (std::vector<TdependNode*>{info().defaultResolution(), hd}));
     TDGcommand command(graph);
     EXPECT_FALSE(info().setCurrentResolution(nullptr, command));
     EXPECT_TRUE(info().setCurrentResolution(hd, command));
