@@ -115,6 +115,7 @@ void TrenderInfo::makeDefaults(TdependGraph& graph) {
     fDefaultLightSet = castTo<TobjectSet>(made("objectSet", "defaultLightSet"));
     fDefaultObjectSet = castTo<TobjectSet>(made("objectSet", "defaultObjectSet"));
     makeShadingDefaults(made);
+    makeSettingsDefaults(graph);
 
     TDNarray linkers;
     TdnLightLink::getLinkNodes(linkers, true, &graph);
@@ -165,6 +166,8 @@ void TrenderInfo::deleteRenderInfo(TrenderInfo* info) {
     for (TdependNode* linker : linkers)
         if (linker->isDefaultNode())
             members.push_back(linker);
+    for (TdependNode* node : info->settingsMembers())
+        members.push_back(node);
     // Only what is still in the scene: a member may have been deleted.
     const std::vector<TdependNode*> nodes = graph->nodes();
     for (TdependNode* node : nodes)

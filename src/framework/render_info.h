@@ -46,6 +46,14 @@ class TdnShaderList;
 class TdnTextureList;
 class TdnLightList;
 class TdnLightLink;
+class TdnRenderGlobals;
+class TdnRenderGlobalsList;
+class TdnRenderLayer;
+class TdnRenderQuality;
+class TdnResolution;
+class TcommonRenderGlobalsData;
+struct TrenderSettingsOverrides;
+class TplugValue;
 
 class TrenderInfo : public Tpartition {
 public:
@@ -144,7 +152,46 @@ public:
     // as the graph's node observer.
     static void nodeAddedToScene(TdependNode& node, TDGcommand& command);
 
+    // ---- render settings (render_info_settings.cpp in src/settings)
+    // The scene's settings defaults: renderGlobalsList1, defaultRenderGlobals,
+    // defaultRenderQuality and defaultResolution; the globals link to the
+    // quality and resolution, and all three join the list.
+    TdnRenderGlobalsList* renderGlobalsList() const { return fRenderGlobalsList; }
+    TdnRenderGlobals* defaultGlobals() const { return fDefaultGlobals; }
+    TdnRenderQuality* defaultQuality() const { return fDefaultQuality; }
+    TdnResolution* defaultResolution() const { return fDefaultResolution; }
+    // A settings node joins its list on the render globals list.
+    void addRenderGlobals(TdependNode* node, TDGcommand& command);
+    void addRenderQuality(TdependNode* node, TDGcommand& command);
+    void addResolution(TdependNode* node, TDGcommand& command);
+    // The quality (resolution) that the default globals link to; a link to
+    // anything else is replaced by one to the default.
+    TdnRenderQuality* currentQuality();
+    TdnResolution* currentResolution();
+    // Links the default globals to another quality (resolution); false for null.
+    bool setCurrentQuality(TdnRenderQuality* quality, TDGcommand& command);
+    bool setCurrentResolution(TdnResolution* resolution, TDGcommand& command);
+
+    // Fills `data` with the settings as `layer` sees them (null: the current
+    // layer), and the name patterns that follow from them. What `overrides`
+    // sets stands in for the scene's value.
+    void setCommonRenderGlobals(TcommonRenderGlobalsData& data, const TdnRenderLayer* layer,
+                                const TrenderSettingsOverrides* overrides = nullptr);
+    // The value of `plug` as `layer` sees it: the layer's adjustment when it
+    // has one, else the plug's own value. A null layer stands for the
+    // scene's current layer. The other two layers are the default and the
+    // current one as a caller knows them; an adjustment only on the default
+    // layer reads through `currentLayer`.
+    static TplugValue getDataFromPlug(const Tplug& plug, const TdnRenderLayer* layer,
+                                      const TdnRenderLayer* defaultLayer,
+                                      const TdnRenderLayer* currentLayer);
+    // The longest EXR channel name: 252 with ORVO_EXR_LONGNAME=1, else 28.
+    int32_t maxExrBufferNameLength() const { return fMaxExrBufferNameLength; }
+
 private:
+    void makeSettingsDefaults(TdependGraph& graph);
+    std::vector<TdependNode*> settingsMembers() const;
+
     TrenderInfo() = default;
     void makeDefaults(TdependGraph& graph);
     bool linkToDefaultLightSet(TDNshadingEngine* engine, int list, TDGcommand& command);
@@ -169,6 +216,11 @@ private:
     TdnRenderUtilityList* fUtilityList = nullptr;
     TdnRenderingList* fRenderingList = nullptr;
     TdnPostProcessList* fPostProcessList = nullptr;
+    TdnRenderGlobalsList* fRenderGlobalsList = nullptr;
+    TdnRenderGlobals* fDefaultGlobals = nullptr;
+    TdnRenderQuality* fDefaultQuality = nullptr;
+    TdnResolution* fDefaultResolution = nullptr;
+    int32_t fMaxExrBufferNameLength = 28;
 };
 
 // ---------------------------------------------------------------- callbacks

@@ -24,46 +24,171 @@ uint8_t OrvoToByte(float encoded) {
     return uint8_t(std::lround(std::clamp(encoded, 0.0f, 1.0f) * 255.0f));
 }
 
-std::vector<uint8_t> OrvoEncodeRgba8(const TrenderedImage& image) {
-    std::vector<uint8_t> out(size_t(image.width) * image.height * 4);
+namespace {
+
+struct WritableFormat {
+    int imageFormat;        // renderGlobals.imageFormat
+    const char* keyword;    // for command lines and plug-in keys
+    const char* label;      // the scene's name of the format
+    const char* oiioFormat; // the image library's writer
+    int bits;
+    bool alpha;
+};
+
+// The output formats of a scene that the image library writes.
+constexpr WritableFormat kWritable[] = {
+    {0, "gif", "GIF", "gif", 8, false},
+    {2, "rla", "RLA", "rla", 8, true},
+    {3, "tif", "Tiff", "tiff", 8, true},
+    {4, "tif16", "Tiff16", "tiff", 16, true},
+    {5, "sgi", "SGI", "sgi", 8, true},
+    {7, "iff", "Orvo IFF", "iff", 8, true},
+    {8, "jpg", "JPEG", "jpeg", 8, false},
+    {10, "iff16", "Orvo16 IFF", "iff", 16, true},
+    {13, "sgi16", "SGI16", "sgi", 16, true},
+    {19, "tga", "Targa", "targa", 8, true},
+    {20, "bmp", "Windows Bitmap", "bmp", 8, true},
+    {32, "png", "PNG", "png", 8, true},
+    {40, "exr", "EXR(exr)", "openexr", 32, true},
+};
+
+const WritableFormat* writableByKeyword(const std::string& keyword) {
+    const std::string key = keyword == "tiff"   ? "tif"
+                            : keyword == "jpeg" ? "jpg"
+                            : keyword == "tifu" ? "tif"
+                                                : keyword;
+    for (const WritableFormat& f : kWritable)
+        if (key == f.keyword)
+            return &f;
+    return nullptr;
+}
+
+constexpr const char* kExrCompressions[] = {"none", "rle", "zips", "zip", "piz", "pxr24", "b44"};
+
+// The colour as the file holds it: sRGB-encoded integers, rows from the top.
+template <class T>
+std::vector<T> encodeIntegers(const TrenderedImage& image, unsigned channels, float scale) {
+    std::vector<T> out(size_t(image.width) * image.height * channels);
     for (size_t i = 0; i < size_t(image.width) * image.height; ++i) {
         const float* p = &image.pixels[i * TrenderedImage::kChannels];
-        for (int c = 0; c < 3; ++c)
-            out[i * 4 + size_t(c)] = OrvoToByte(OrvoSrgbEncode(p[c]));
-        out[i * 4 + 3] = OrvoToByte(p[3]);
+        for (unsigned c = 0; c < channels; ++c) {
+            const float v = c < 3 ? OrvoSrgbEncode(p[c]) : std::clamp(p[c], 0.0f, 1.0f);
+            out[i * channels + c] = T(std::lround(std::clamp(v, 0.0f, 1.0f) * scale));
+        }
     }
     return out;
 }
 
+} // namespace
+
+std::vector<uint8_t> OrvoEncodeRgba8(const TrenderedImage& image) {
+    return encodeIntegers<uint8_t>(image, 4, 255.0f);
+}
+
+int OrvoImageFormatFromKeyword(const std::string& keyword) {
+    const WritableFormat* f = writableByKeyword(keyword);
+    return f ? f->imageFormat : -1;
+}
+
+std::string OrvoWritableFormatKeywords() {
+    std::string all;
+    for (const WritableFormat& f : kWritable)
+        all += (all.empty() ? "" : ", ") + std::string(f.keyword);
+    return all;
+}
+
+bool OrvoImageWriteSpec(int imageFormat, const std::string& pluginKey, int exrPixelType,
+                        int exrCompression, TimageWriteSpec& spec, std::string& why) {
+    const WritableFormat* found = nullptr;
+    if (imageFormat == 50 || imageFormat == 51) {
+        // A plug-in or custom format names its writer by its key.
+        found = writableByKeyword(pluginKey);
+        if (!found) {
+            why = fmt::format("the image format key '{}' names no format orvo writes ({})",
+                              pluginKey, OrvoWritableFormatKeywords());
+            return false;
+        }
+    } else {
+        for (const WritableFormat& f : kWritable)
+            if (f.imageFormat == imageFormat)
+                found = &f;
+        if (!found) {
+            why = fmt::format("image format {} cannot be written; orvo writes {}", imageFormat,
+                              OrvoWritableFormatKeywords());
+            return false;
+        }
+    }
+    spec = TimageWriteSpec();
+    spec.format = found->oiioFormat;
+    spec.label = found->label;
+    spec.bits = found->bits;
+    spec.alpha = found->alpha;
+    if (spec.linear()) {
+        spec.bits = exrPixelType == 1 ? 16 : 32;
+        spec.compression =
+            exrCompression >= 0 && exrCompression < 7 ? kExrCompressions[exrCompression] : "none";
+    }
+    // The library of this machine must have the writer.
+    if (!OIIO::ImageOutput::create(spec.format)) {
+        why = fmt::format("{} images cannot be written: the image library has no {} writer",
+                          spec.label, spec.format);
+        return false;
+    }
+    return true;
+}
+
 void OrvoWriteImage(const std::string& path, const TrenderedImage& image, TimageFormat format) {
+    TimageWriteSpec spec;
+    if (format == TimageFormat::Png) {
+        spec.format = "png";
+        spec.label = "PNG";
+    } else {
+        spec.format = "openexr";
+        spec.label = "EXR";
+        spec.bits = format == TimageFormat::ExrHalf ? 16 : 32;
+        spec.compression = "zip";
+    }
+    OrvoWriteImage(path, image, spec);
+}
+
+void OrvoWriteImage(const std::string& path, const TrenderedImage& image,
+                    const TimageWriteSpec& spec) {
     namespace fs = std::filesystem;
     const fs::path target(path);
     const fs::path temporary =
-        target.parent_path() / fmt::format(".{}.{}.tmp.{}", target.filename().string(),
-                                           long(::getpid()), OrvoImageExtension(format));
-    auto out = OIIO::ImageOutput::create(OrvoImageExtension(format));
+        target.parent_path() /
+        fmt::format(".{}.tmp.{}", target.filename().string(), long(::getpid()));
+    auto out = OIIO::ImageOutput::create(spec.format);
     if (!out)
-        throw TrenderError(
-            fmt::format("{}: error: cannot write {} images", path, OrvoImageExtension(format)));
+        throw TrenderError(fmt::format("{}: error: cannot write {} images", path, spec.label));
     bool written = false;
     std::string why;
-    if (format == TimageFormat::Png) {
-        OIIO::ImageSpec spec(int(image.width), int(image.height), 4, OIIO::TypeDesc::UINT8);
-        spec.alpha_channel = 3;
-        // The bytes go out as they are: no division by alpha on the way.
-        spec.attribute("oiio:UnassociatedAlpha", 1);
-        const std::vector<uint8_t> bytes = OrvoEncodeRgba8(image);
-        written = out->open(temporary.string(), spec) &&
-                  out->write_image(OIIO::TypeDesc::UINT8, bytes.data());
+    if (!spec.linear()) {
+        const unsigned channels = spec.alpha ? 4 : 3;
+        const auto type = spec.bits == 16 ? OIIO::TypeDesc::UINT16 : OIIO::TypeDesc::UINT8;
+        OIIO::ImageSpec header(int(image.width), int(image.height), int(channels), type);
+        if (spec.alpha)
+            header.alpha_channel = 3;
+        // The values go out as they are: no division by alpha on the way.
+        header.attribute("oiio:UnassociatedAlpha", 1);
+        if (spec.bits == 16) {
+            const std::vector<uint16_t> values =
+                encodeIntegers<uint16_t>(image, channels, 65535.0f);
+            written = out->open(temporary.string(), header) &&
+                      out->write_image(OIIO::TypeDesc::UINT16, values.data());
+        } else {
+            const std::vector<uint8_t> values = encodeIntegers<uint8_t>(image, channels, 255.0f);
+            written = out->open(temporary.string(), header) &&
+                      out->write_image(OIIO::TypeDesc::UINT8, values.data());
+        }
     } else {
-        const auto type =
-            format == TimageFormat::ExrHalf ? OIIO::TypeDesc::HALF : OIIO::TypeDesc::FLOAT;
-        OIIO::ImageSpec spec(int(image.width), int(image.height), int(TrenderedImage::kChannels),
-                             type);
-        spec.channelnames = {"R", "G", "B", "A", "matteOpacity"};
-        spec.alpha_channel = 3;
-        spec.attribute("compression", "zip");
-        written = out->open(temporary.string(), spec) &&
+        const auto type = spec.bits == 16 ? OIIO::TypeDesc::HALF : OIIO::TypeDesc::FLOAT;
+        OIIO::ImageSpec header(int(image.width), int(image.height), int(TrenderedImage::kChannels),
+                               type);
+        header.channelnames = {"R", "G", "B", "A", "matteOpacity"};
+        header.alpha_channel = 3;
+        header.attribute("compression", spec.compression.empty() ? "zip" : spec.compression);
+        written = out->open(temporary.string(), header) &&
                   out->write_image(OIIO::TypeDesc::FLOAT, image.pixels.data());
     }
     written = out->close() && written;

@@ -22,8 +22,34 @@ enum class TimageFormat {
 // The file extension of a format, without the dot.
 const char* OrvoImageExtension(TimageFormat format);
 
+// How an image goes into a file of one of the output formats a scene names.
+// Integer formats hold colour encoded for display (sRGB) with alpha where
+// the format has it; OpenEXR holds linear R, G, B, A and matteOpacity.
+struct TimageWriteSpec {
+    std::string format;      // the image library's format name ("png", "openexr", "tiff"...)
+    std::string label;       // the scene's name of the format, for messages
+    int bits = 8;            // 8 or 16 for integer formats; 16 (half) or 32 for OpenEXR
+    bool alpha = true;       // the format keeps an alpha channel
+    std::string compression; // OpenEXR: "none", "zip", "piz"...
+    bool linear() const { return format == "openexr"; }
+};
+
+// The spec of the scene's output format (renderGlobals.imageFormat, with
+// the plug-in key of formats 50 and 51, and the EXR pixel type and
+// compression). False, with `why` saying so, for a format that cannot be
+// written.
+bool OrvoImageWriteSpec(int imageFormat, const std::string& pluginKey, int exrPixelType,
+                        int exrCompression, TimageWriteSpec& spec, std::string& why);
+// The imageFormat value of a format keyword ("png", "tif", "exr", "jpg"...)
+// for a command line, or -1.
+int OrvoImageFormatFromKeyword(const std::string& keyword);
+// The keywords OrvoImageFormatFromKeyword knows, for messages.
+std::string OrvoWritableFormatKeywords();
+
 // Writes the image; throws TrenderError naming the file when it cannot.
 void OrvoWriteImage(const std::string& path, const TrenderedImage& image, TimageFormat format);
+void OrvoWriteImage(const std::string& path, const TrenderedImage& image,
+                    const TimageWriteSpec& spec);
 
 // The sRGB encoding of a linear value in [0, 1], and its 8-bit form.
 float OrvoSrgbEncode(float linear);

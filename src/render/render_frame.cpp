@@ -7,12 +7,12 @@
 #include "shading/shading_engine.h"
 
 TrenderFrameSetup::TrenderFrameSetup(TdependGraph& graph, TrenderScene& scene,
-                                     const std::string& sceneName, int maxRayDepth)
+                                     const std::string& sceneName, int maxRayDepth, int passControl)
     : fGraph(graph), fArena(theMallocAllocator(), 4096, "orvo render frame"), fFrame(fArena),
       fSampler(scene, maxRayDepth) {
-    // A colour render, not a swatch: the frame's own settings, which no
-    // other render in the process sees.
-    fFrame.setRenderPass(0);
+    // A render of the pass asked for (0: the full colour), not a swatch:
+    // the frame's own settings, which no other render in the process sees.
+    fFrame.setRenderPass(passControl);
     fPrototype = std::make_unique<TrenderWorker>(fFrame, &fSampler);
     try {
         setFrameConstantPlugs(scene);

@@ -26,7 +26,7 @@ public:
     // no colour is dropped with a warning, and its objects take the default
     // material.
     TrenderFrameSetup(TdependGraph& graph, TrenderScene& scene, const std::string& sceneName,
-                      int maxRayDepth);
+                      int maxRayDepth, int passControl = 0);
     ~TrenderFrameSetup();
     TrenderFrameSetup(const TrenderFrameSetup&) = delete;
     TrenderFrameSetup& operator=(const TrenderFrameSetup&) = delete;

@@ -68,9 +68,9 @@ int memberIndex(const TobjectSet& set, const TdagPath& path) {
 } // namespace
 
 TrenderScene::TrenderScene(TdependGraph& graph, const std::string& sceneName, unsigned width,
-                           unsigned height) {
-    fLayer = TdnRenderLayerManager::currentLayer(graph);
-    findCamera(graph, sceneName, width, height);
+                           unsigned height, const TrenderView& view) {
+    fLayer = view.layer ? *view.layer : TdnRenderLayerManager::currentLayer(graph);
+    findCamera(graph, sceneName, width, height, view.camera);
 
     // Every visible instance of a mesh in the layer, parents before children.
     for (TdagIterator it(graph); !it.isDone(); it.next()) {
@@ -124,14 +124,18 @@ TrenderScene::~TrenderScene() {
 }
 
 void TrenderScene::findCamera(TdependGraph& graph, const std::string& sceneName, unsigned width,
-                              unsigned height) {
-    const TdagPathArray cameras = TcameraShape::renderableCameras(graph, fLayer);
+                              unsigned height, const TdagPath& chosen) {
+    const TdagPathArray cameras =
+        chosen.isValid() ? TdagPathArray{chosen} : TcameraShape::renderableCameras(graph, fLayer);
     if (cameras.empty())
         throw TrenderError(fmt::format("{}: error: the scene has no renderable camera; add one "
                                        "with 'node camera NAME -parent TRANSFORM'",
                                        sceneName));
     fCameraPath = cameras.front();
     fCameraShape = dynamic_cast<TcameraShape*>(fCameraPath.node());
+    if (!fCameraShape)
+        throw TrenderError(fmt::format("{}: error: '{}' is not a camera", sceneName,
+                                       fCameraPath.partialPathName()));
     if (cameras.size() > 1)
         TcommandEngine::displayWarning(
             fmt::format("{}: {} renderable cameras; rendering through '{}'", sceneName,

@@ -9,6 +9,7 @@
 // the shading path never transforms a point twice.
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -110,15 +111,24 @@ struct TsurfacePoint {
     bool flipped = false;
 };
 
+// What one image looks at: the render layer whose view of the scene it
+// shows and the camera it looks through.
+struct TrenderView {
+    // The scene's current layer when unset; null renders through no layer.
+    std::optional<const TdnRenderLayer*> layer;
+    // Unset: the first renderable camera (with a warning when there are more).
+    TdagPath camera;
+};
+
 class TrenderScene {
 public:
-    // Translates the graph as the current render layer sees it. `sceneName`
+    // Translates the graph as the view's render layer sees it. `sceneName`
     // names the file in messages. Throws TrenderError when there is nothing
     // to look through (no renderable camera). A mesh in no shading group,
     // or in one without a surface shader, renders in the default material
     // with a warning.
-    TrenderScene(TdependGraph& graph, const std::string& sceneName, unsigned width,
-                 unsigned height);
+    TrenderScene(TdependGraph& graph, const std::string& sceneName, unsigned width, unsigned height,
+                 const TrenderView& view = {});
     ~TrenderScene();
     TrenderScene(const TrenderScene&) = delete;
     TrenderScene& operator=(const TrenderScene&) = delete;
@@ -130,7 +140,7 @@ public:
     const T4dDblMatrix& worldToEye() const { return fWorldToEye; }
     // The camera's background colour as the current layer sees it.
     T3Float background() const { return fBackground; }
-    TdnRenderLayer* layer() const { return fLayer; }
+    const TdnRenderLayer* layer() const { return fLayer; }
 
     const std::vector<std::unique_ptr<TrenderObject>>& objects() const { return fObjects; }
     TrenderObject& object(unsigned index) const { return *fObjects[index]; }
@@ -157,7 +167,7 @@ public:
 
 private:
     void findCamera(TdependGraph& graph, const std::string& sceneName, unsigned width,
-                    unsigned height);
+                    unsigned height, const TdagPath& chosen);
     void addObject(const TdagPath& path, class Tmesh& mesh);
     void buildEmbree();
 
@@ -166,7 +176,7 @@ private:
     TcameraShape* fCameraShape = nullptr;
     T4dDblMatrix fEyeToWorld, fWorldToEye;
     T3Float fBackground;
-    TdnRenderLayer* fLayer = nullptr;
+    const TdnRenderLayer* fLayer = nullptr;
     std::vector<std::unique_ptr<TrenderObject>> fObjects;
     std::vector<TDNshadingEngine*> fEngines;
     std::unordered_map<const void*, unsigned> fObjectOfGroup;

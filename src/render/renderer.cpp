@@ -39,17 +39,18 @@ unsigned Trenderer::threadCount() const {
 
 bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, uint32_t seed,
                             TrenderedImage& image, TframeStats& stats,
-                            const std::atomic<bool>* cancel, const Progress& progress) {
+                            const std::atomic<bool>* cancel, const Progress& progress,
+                            const TrenderView& view, int passControl) {
     const auto start = std::chrono::steady_clock::now();
     if (fOptions.width == 0 || fOptions.height == 0)
         throw TrenderError("the image must be at least one pixel wide and high");
     stats = TframeStats();
 
-    TrenderScene scene(graph, sceneName, fOptions.width, fOptions.height);
+    TrenderScene scene(graph, sceneName, fOptions.width, fOptions.height, view);
     stats.objects = scene.objects().size();
     stats.triangles = scene.triangleCount();
 
-    TrenderFrameSetup setup(graph, scene, sceneName, fOptions.maxRayDepth);
+    TrenderFrameSetup setup(graph, scene, sceneName, fOptions.maxRayDepth, passControl);
     const TrenderWorker& prototype = setup.prototype();
 
     // Tiles in rows from the top.
@@ -160,5 +161,12 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
     if (tilesDone < tiles.size())
         return false;
     image = OrvoResolve(frameSums);
+    if (passControl == 5) {
+        // The shadow pass: the shadow is in the matte channel.
+        for (size_t i = 0; i + TrenderedImage::kChannels <= image.pixels.size();
+             i += TrenderedImage::kChannels)
+            for (int c = 0; c < 3; ++c)
+                image.pixels[i + size_t(c)] = image.pixels[i + 4];
+    }
     return true;
 }

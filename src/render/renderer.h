@@ -13,6 +13,7 @@
 #include <string>
 
 #include "render/pixel_filter.h"
+#include "render/render_scene.h"
 
 class TdependGraph;
 
@@ -46,14 +47,20 @@ public:
     // end, with the tiles done and the tiles of the frame.
     using Progress = std::function<void(unsigned done, unsigned total)>;
 
-    // Renders the graph at its current time. `sceneName` names the scene in
-    // messages; `seed` varies the sampling pattern from frame to frame.
-    // Returns false, with `image` untouched, when `cancel` became true
-    // before the frame was done. Throws TrenderError for a scene that
+    // Renders the graph at its current time, through the view's layer and
+    // camera, with the materials computing the terms of `passControl`
+    // (the render pass control: 0 the full colour, 1 colour without
+    // shadows, 3 diffuse, 4 specular, 5 shadows). `sceneName` names the
+    // scene in messages; `seed` varies the sampling pattern from frame to
+    // frame. Returns false, with `image` untouched, when `cancel` became
+    // true before the frame was done. Throws TrenderError for a scene that
     // cannot be rendered (no camera), and passes on exceptions from nodes.
+    // In the shadow pass the materials give the shadow in their matte
+    // opacity: the image then holds it as grey in its colour channels.
     bool renderFrame(TdependGraph& graph, const std::string& sceneName, uint32_t seed,
                      TrenderedImage& image, TframeStats& stats,
-                     const std::atomic<bool>* cancel = nullptr, const Progress& progress = {});
+                     const std::atomic<bool>* cancel = nullptr, const Progress& progress = {},
+                     const TrenderView& view = {}, int passControl = 0);
 
 private:
     TrenderOptions fOptions;

@@ -72,10 +72,15 @@ TEST_F(RenderTool, WithoutASceneRendersTheBuiltInOneFromAnyFolder) {
     EXPECT_NE(r.out.find("samples per second"), std::string::npos) << r.out;
 }
 
-TEST_F(RenderTool, FramesAreNamedSceneFrameExtension) {
-    const std::string scene = write("square.qsl", kViewOfASquare);
-    const ToolResult r = runTool({"render", scene, "-o", out.string(), "--res", "8", "8",
-                                  "--frames", "2", "6", "2", "--spp", "1", "--threads", "1"});
+// The scene's naming: a frame after a period and before the extension
+// ("name.#.ext") once putFrameBeforeExt is on; --frames turns animation on.
+TEST_F(RenderTool, FramesAreNamedAsTheSceneSays) {
+    const std::string scene =
+        write("square.qsl",
+              std::string(kViewOfASquare) + "set defaultRenderGlobals.putFrameBeforeExt true\n");
+    const ToolResult r =
+        runTool({"render", scene, "-o", out.string(), "--res", "8", "8", "--frames", "2", "6", "2",
+                 "--spp", "1", "--threads", "1", "--format", "png"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
     EXPECT_EQ(outputs(),
               (std::vector<std::string>{"square.0002.png", "square.0004.png", "square.0006.png"}));
@@ -89,13 +94,14 @@ TEST_F(RenderTool, ExrImagesInHalfOrFloat) {
     ToolResult r = runTool(
         {"render", scene, "-o", out.string(), "--res", "4", "4", "--format", "exr", "--float"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_EQ(outputs(), std::vector<std::string>{"square.0001.exr"});
+    // Animation is off in the scene: "name.ext".
+    EXPECT_EQ(outputs(), std::vector<std::string>{"square.exr"});
     r = runTool({"render", scene, "-o", out.string(), "--res", "4", "4", "--float"});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_NE(r.err.find("--float"), std::string::npos) << r.err;
-    r = runTool({"render", scene, "-o", out.string(), "--format", "tiff"});
+    r = runTool({"render", scene, "-o", out.string(), "--format", "tifff"});
     EXPECT_EQ(r.exitCode, 1);
-    EXPECT_NE(r.err.find("tiff"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("tifff"), std::string::npos) << r.err;
 }
 
 TEST_F(RenderTool, ASceneWithoutCameraIsAUserErrorNamingTheFile) {
@@ -117,7 +123,7 @@ TEST_F(RenderTool, AShadingGroupWithoutShaderWarnsAndRenders) {
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_NE(r.err.find("Warning: "), std::string::npos) << r.err;
     EXPECT_NE(r.err.find("'boardSG' has no surface shader"), std::string::npos) << r.err;
-    EXPECT_EQ(outputs(), std::vector<std::string>{"bare.0001.png"});
+    EXPECT_EQ(outputs(), std::vector<std::string>{"bare.iff"});
 }
 
 TEST_F(RenderTool, BadArgumentsAreUserErrorsAndWriteNothing) {

@@ -90,6 +90,10 @@ TEST_F(RenderInfo, ASceneStartsWithItsDefaultNodes) {
         {"renderUtilityList1", "renderUtilityList"},
         {"renderingList1", "renderingList"},
         {"defaultObjectSet", "objectSet"},
+        {"renderGlobalsList1", "renderGlobalsList"},
+        {"defaultRenderGlobals", "renderGlobals"},
+        {"defaultRenderQuality", "renderQuality"},
+        {"defaultResolution", "resolution"},
         {"lightLinker1", "lightLinker"}};
     ASSERT_EQ(graph.nodes().size(), defaults.size());
     for (const auto& [name, type] : defaults) {

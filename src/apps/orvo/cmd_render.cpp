@@ -12,12 +12,14 @@
 #include <memory>
 
 #include "apps/orvo/cli.h"
+#include "apps/orvo/render_options.h"
 #include "apps/orvo/scene.h"
 #include "host/graph.h"
 #include "host/qsl/interpreter.h"
 #include "render/default_scene.h"
 #include "render/image_io.h"
 #include "render/render_error.h"
+#include "render/render_job.h"
 #include "render/renderer.h"
 
 namespace orvo::cli {
@@ -28,10 +30,10 @@ struct RenderOptions {
     std::string scene;
     std::string output = ".";
     std::vector<double> frames;
-    std::vector<unsigned> resolution{640, 360};
+    std::vector<unsigned> resolution;
     unsigned threads = 0;
     unsigned spp = 4;
-    std::string format = "png";
+    std::string format;
     bool floatExr = false;
 };
 
@@ -103,38 +105,106 @@ std::unique_ptr<TdependGraph> loadDefaultScene() {
     return graph;
 }
 
+// Prints each image as it is done, and on a terminal a progress bar.
+class RenderReport : public TrenderJob::Listener {
+public:
+    RenderReport(const TrenderJob& job, unsigned spp, bool terminal)
+        : fJob(job), fSpp(spp), fTerminal(terminal) {}
+
+    void started(const TrenderJob::Image& image) override {
+        fStart = std::chrono::steady_clock::now();
+        fInHand = &image;
+    }
+    void progress(const TrenderJob::Image& image, unsigned done, unsigned total) override {
+        if (!fTerminal || total == 0)
+            return;
+        const double elapsed =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - fStart).count();
+        const double share = double(done) / double(total);
+        const int width = 30, filled = int(share * width);
+        const std::string left = done ? clock(elapsed / share - elapsed) : "?";
+        std::fprintf(stderr, "\rframe %s [%s%s] %3d%%  %s elapsed, %s left ",
+                     frameText(image.frame).c_str(), std::string(size_t(filled), '#').c_str(),
+                     std::string(size_t(width - filled), '-').c_str(), int(share * 100.0),
+                     clock(elapsed).c_str(), left.c_str());
+        std::fflush(stderr);
+    }
+    void written(const TrenderJob::Image& image, const TframeStats& stats) override {
+        clearLine();
+        fInHand = nullptr;
+        fSamples += stats.samplesShaded;
+        ++fImages;
+        if (fFrames.empty() || fFrames.back() != image.frame)
+            fFrames.push_back(image.frame);
+        const TrenderJob::Layer& layer = fJob.layers()[image.layer];
+        std::printf("frame %s: %s  %ux%u, %u spp, %.2f s, %s samples\n",
+                    frameText(image.frame).c_str(), image.path.c_str(), layer.width, layer.height,
+                    fSpp, stats.seconds, grouped(stats.samplesShaded).c_str());
+        std::fflush(stdout);
+    }
+    void skipped(const TrenderJob::Image& image, const char* why) override {
+        clearLine();
+        std::printf("frame %s: %s  skipped: %s\n", frameText(image.frame).c_str(),
+                    image.path.c_str(),
+                    std::string(why) == "exists" ? "it exists and skipExistingFrames is on"
+                                                 : "a render callback took it");
+        std::fflush(stdout);
+    }
+    void clearLine() const {
+        if (fTerminal)
+            std::fputs("\r\033[K", stderr);
+    }
+
+    // The image in hand when a run stopped, or null.
+    const TrenderJob::Image* inHand() const { return fInHand; }
+    const std::vector<double>& frames() const { return fFrames; }
+    unsigned images() const { return fImages; }
+    uint64_t samples() const { return fSamples; }
+
+private:
+    const TrenderJob& fJob;
+    unsigned fSpp;
+    bool fTerminal;
+    std::chrono::steady_clock::time_point fStart;
+    const TrenderJob::Image* fInHand = nullptr;
+    std::vector<double> fFrames;
+    unsigned fImages = 0;
+    uint64_t fSamples = 0;
+};
+
 int runRender(const RenderOptions& options) {
     InterruptGuard interrupts;
-    if (options.resolution.size() != 2 || options.resolution[0] == 0 ||
-        options.resolution[1] == 0 || options.resolution[0] > 16384 ||
-        options.resolution[1] > 16384)
-        throw UserError("orvo render: --res takes a width and a height from 1 to 16384");
+    TrenderOverrides overrides;
+    parseFramesAndFormat(options.frames, options.format, overrides, "render");
     if (options.spp == 0 || options.spp > 1024)
         throw UserError("orvo render: --spp takes a count from 1 to 1024");
-    double first = 1.0, last = 1.0, step = 1.0;
-    if (!options.frames.empty()) {
-        first = options.frames[0];
-        last = options.frames.size() > 1 ? options.frames[1] : first;
-        step = options.frames.size() > 2 ? options.frames[2] : 1.0;
-        if (!(step > 0.0) || last < first)
-            throw UserError("orvo render: --frames A B STEP needs A <= B and a STEP above 0");
+    if (!options.resolution.empty()) {
+        if (options.resolution.size() != 2 || options.resolution[0] == 0 ||
+            options.resolution[1] == 0 || options.resolution[0] > 16384 ||
+            options.resolution[1] > 16384)
+            throw UserError("orvo render: --res takes a width and a height from 1 to 16384");
+        overrides.width = options.resolution[0];
+        overrides.height = options.resolution[1];
     }
-    TimageFormat format;
-    if (options.format == "png") {
-        if (options.floatExr)
-            throw UserError("orvo render: --float applies to EXR images (--format exr)");
-        format = TimageFormat::Png;
-    } else if (options.format == "exr") {
-        format = options.floatExr ? TimageFormat::ExrFloat : TimageFormat::ExrHalf;
-    } else {
-        throw UserError(
-            fmt::format("orvo render: --format '{}': choose png or exr", options.format));
-    }
+    overrides.floatExr = options.floatExr;
+    if (options.floatExr && overrides.imageFormat && *overrides.imageFormat != 40)
+        throw UserError("orvo render: --float applies to EXR images (--format exr)");
 
     const bool builtIn = options.scene.empty();
     const std::string sceneName = builtIn ? OrvoDefaultSceneName() : options.scene;
     auto graph = builtIn ? loadDefaultScene() : loadScene(options.scene);
-    const std::string stem = std::filesystem::path(sceneName).stem().string();
+    std::unique_ptr<TrenderJob> job;
+    try {
+        job = std::make_unique<TrenderJob>(*graph, sceneName, options.output, overrides);
+    } catch (const TrenderError& e) {
+        throw UserError(e.what());
+    }
+    if (options.floatExr &&
+        std::none_of(job->layers().begin(), job->layers().end(),
+                     [](const TrenderJob::Layer& l) { return l.format.linear(); }))
+        throw UserError(fmt::format("orvo render: --float applies to EXR images, and {} renders "
+                                    "none (--format exr)",
+                                    sceneName));
 
     std::error_code ec;
     std::filesystem::create_directories(options.output, ec);
@@ -143,79 +213,41 @@ int runRender(const RenderOptions& options) {
                                     options.output, ec ? ": " + ec.message() : ""));
 
     TrenderOptions settings;
-    settings.width = options.resolution[0];
-    settings.height = options.resolution[1];
     settings.samplesPerPixel = options.spp;
     settings.threads = options.threads;
-    Trenderer renderer(settings);
+    const unsigned threads = Trenderer(settings).threadCount();
 
     const bool terminal = ::isatty(STDERR_FILENO) == 1;
+    RenderReport report(*job, options.spp, terminal);
     const auto start = std::chrono::steady_clock::now();
-    uint64_t samples = 0;
-    unsigned frames = 0;
-    const unsigned frameCount = unsigned(std::floor((last - first) / step + 1e-9)) + 1;
-    for (unsigned n = 0; n < frameCount; ++n) {
-        const double frame = first + n * step;
-        graph->setTime(frame);
-        const std::string file =
-            (std::filesystem::path(options.output) /
-             fmt::format("{}.{}.{}", stem, frameText(frame), OrvoImageExtension(format)))
-                .string();
-        const auto frameStart = std::chrono::steady_clock::now();
-        auto progress = [&](unsigned done, unsigned total) {
-            if (!terminal || total == 0)
-                return;
-            const double elapsed =
-                std::chrono::duration<double>(std::chrono::steady_clock::now() - frameStart)
-                    .count();
-            const double share = double(done) / double(total);
-            const int width = 30, filled = int(share * width);
-            const std::string left = done ? clock(elapsed / share - elapsed) : "?";
-            std::fprintf(stderr, "\rframe %s [%s%s] %3d%%  %s elapsed, %s left ",
-                         frameText(frame).c_str(), std::string(size_t(filled), '#').c_str(),
-                         std::string(size_t(width - filled), '-').c_str(), int(share * 100.0),
-                         clock(elapsed).c_str(), left.c_str());
-            std::fflush(stderr);
-        };
-        TrenderedImage image;
-        TframeStats stats;
-        bool complete = false;
-        try {
-            complete = renderer.renderFrame(*graph, sceneName, uint32_t(std::lround(frame * 16.0)),
-                                            image, stats, &gInterrupted, progress);
-        } catch (const TrenderError& e) {
-            if (terminal)
-                std::fputs("\n", stderr);
-            throw UserError(e.what());
-        }
-        if (terminal)
-            std::fputs("\r\033[K", stderr);
-        if (!complete) {
-            throw UserError(fmt::format("orvo render: interrupted; frame {} was not written",
-                                        frameText(frame)));
-        }
-        try {
-            OrvoWriteImage(file, image, format);
-        } catch (const TrenderError& e) {
-            throw UserError(e.what());
-        }
-        samples += stats.samplesShaded;
-        ++frames;
-        std::printf("frame %s: %s  %ux%u, %u spp, %.2f s, %s samples\n", frameText(frame).c_str(),
-                    file.c_str(), settings.width, settings.height, settings.samplesPerPixel,
-                    stats.seconds, grouped(stats.samplesShaded).c_str());
-        std::fflush(stdout);
-        if (gInterrupted.load() && n + 1 < frameCount)
-            throw UserError(
-                fmt::format("orvo render: interrupted after frame {}", frameText(frame)));
+    bool complete = false;
+    try {
+        complete = job->run(settings, report, &gInterrupted);
+    } catch (const TrenderError& e) {
+        report.clearLine();
+        throw UserError(e.what());
+    }
+    if (!complete) {
+        report.clearLine();
+        if (const TrenderJob::Image* image = report.inHand())
+            throw UserError(fmt::format("orvo render: interrupted; frame {} ({}) was not written",
+                                        frameText(image->frame), image->path));
+        throw UserError(
+            "orvo render: interrupted after frame " +
+            (report.frames().empty() ? std::string("none") : frameText(report.frames().back())));
     }
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    std::printf("rendered %u frame%s in %.2f s with %u thread%s: %s samples shaded, %s samples "
-                "per second\n",
-                frames, frames == 1 ? "" : "s", seconds, renderer.threadCount(),
-                renderer.threadCount() == 1 ? "" : "s", grouped(samples).c_str(),
-                grouped(uint64_t(seconds > 0.0 ? double(samples) / seconds : 0.0)).c_str());
+    const size_t frames = report.frames().size();
+    const std::string what = report.images() == frames
+                                 ? fmt::format("{} frame{}", frames, frames == 1 ? "" : "s")
+                                 : fmt::format("{} images ({} frame{})", report.images(), frames,
+                                               frames == 1 ? "" : "s");
+    std::printf(
+        "rendered %s in %.2f s with %u thread%s: %s samples shaded, %s samples "
+        "per second\n",
+        what.c_str(), seconds, threads, threads == 1 ? "" : "s", grouped(report.samples()).c_str(),
+        grouped(uint64_t(seconds > 0.0 ? double(report.samples()) / seconds : 0.0)).c_str());
     return kExitSuccess;
 }
 
@@ -223,18 +255,20 @@ int runRender(const RenderOptions& options) {
 
 void addRenderCommand(CLI::App& app, CommandRun& run) {
     auto options = std::make_shared<RenderOptions>();
-    CLI::App* sub =
-        app.add_subcommand("render", "Render a scene (the built-in default scene without one)");
+    CLI::App* sub = app.add_subcommand(
+        "render", "Render a scene as its render settings say (the built-in default scene "
+                  "without one); the options below override the scene's settings");
     sub->add_option("scene", options->scene, "Scene file (.qsl); none: the built-in scene");
     sub->add_option("-o,--output", options->output, "Folder for the images (default: .)");
-    sub->add_option("--frames", options->frames, "First and last frame, and the step (1 1 1)")
-        ->expected(2, 3);
-    sub->add_option("--res", options->resolution, "Width and height in pixels (640 360)")
+    addFramesAndFormatOptions(*sub, options->frames, options->format);
+    sub->add_option("--res", options->resolution,
+                    "Width and height in pixels; overrides the scene's defaultResolution "
+                    "(960 540 unless the scene sets it)")
         ->expected(2);
     sub->add_option("--threads", options->threads, "Render threads (default: one per core)");
     sub->add_option("--spp", options->spp, "Samples per pixel (4)");
-    sub->add_option("--format", options->format, "png (8-bit, sRGB) or exr (linear, half)");
-    sub->add_flag("--float", options->floatExr, "EXR with 32-bit float channels");
+    sub->add_flag("--float", options->floatExr,
+                  "EXR with 32-bit float channels; overrides the scene's exrPixelType");
     sub->callback([&run, options] {
         run = [options] {
             return runRender(*options);

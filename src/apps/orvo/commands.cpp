@@ -15,7 +15,6 @@ struct PendingCommand {
 // They accept any arguments so that scripts written against the final
 // interface get the honest answer rather than a parse error.
 constexpr PendingCommand kPendingCommands[] = {
-    {"names", "Preview the output file names of a render"},
     {"maketx", "Write a block-ordered texture from an image"},
 };
 
@@ -27,6 +26,7 @@ void addNodesCommand(CLI::App& app, CommandRun& run);
 void addCompileCommand(CLI::App& app, CommandRun& run);
 void addShadeCommand(CLI::App& app, CommandRun& run);
 void addInfoCommand(CLI::App& app, CommandRun& run);
+void addNamesCommand(CLI::App& app, CommandRun& run);
 
 void addCommands(CLI::App& app, CommandRun& run) {
     addRenderCommand(app, run);
@@ -34,6 +34,7 @@ void addCommands(CLI::App& app, CommandRun& run) {
     addNodesCommand(app, run);
     addCompileCommand(app, run);
     addShadeCommand(app, run);
+    addNamesCommand(app, run);
     addInfoCommand(app, run);
     for (const PendingCommand& command : kPendingCommands) {
         CLI::App* sub = app.add_subcommand(command.name, command.description);

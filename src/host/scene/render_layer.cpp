@@ -1,6 +1,7 @@
 #include "host/scene/render_layer.h"
 
 #include <algorithm>
+#include <array>
 
 #include <fmt/format.h>
 
@@ -94,6 +95,57 @@ int TdnRenderLayer::order() const {
 
 bool TdnRenderLayer::isDefaultLayer() const {
     return graph() && TdnRenderLayerManager::defaultLayer(*graph()) == this;
+}
+
+namespace {
+struct PassAttribute {
+    int state;
+    const char* name;
+    const Tattribute& attribute;
+};
+std::array<PassAttribute, 5> passAttributes() {
+    return {{{0, "beauty", TdnRenderLayer::aBeauty},
+             {1, "color", TdnRenderLayer::aColor},
+             {5, "shadow", TdnRenderLayer::aShadow},
+             {3, "diffuse", TdnRenderLayer::aDiffuse},
+             {4, "specular", TdnRenderLayer::aSpecular}}};
+}
+} // namespace
+
+const char* TdnRenderLayer::passName(int state) {
+    for (const PassAttribute& p : passAttributes())
+        if (p.state == state)
+            return p.name;
+    return nullptr;
+}
+
+bool TdnRenderLayer::passState(int state) const {
+    for (const PassAttribute& p : passAttributes())
+        if (p.state == state)
+            return readInt(this, p.attribute) != 0;
+    return false;
+}
+
+std::vector<int> TdnRenderLayer::passesOn() const {
+    std::vector<int> out;
+    for (const PassAttribute& p : passAttributes())
+        if (readInt(this, p.attribute) != 0)
+            out.push_back(p.state);
+    return out;
+}
+
+bool TdnRenderLayer::setPassByName(const std::string& name, bool on, TDGcommand& command) {
+    for (const PassAttribute& p : passAttributes())
+        if (name == p.name) {
+            command.newPlugValue(Tplug(this, &p.attribute), {on ? "true" : "false"});
+            return true;
+        }
+    return false;
+}
+
+void TdnRenderLayer::setAllPasses(bool on, TDGcommand& command) {
+    for (const PassAttribute& p : passAttributes())
+        command.newPlugValue(Tplug(this, &p.attribute), {on ? "true" : "false"});
 }
 
 std::vector<TdependNode*> TdnRenderLayer::members() const {

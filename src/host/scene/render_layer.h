@@ -50,15 +50,39 @@ private:
       .flagsOn(TattrFlag::kHidden))                                                                \
     A(TattributeArrayOf<TattributeCompound>, Adjustments, "adjustments", "adj", .flagsOn(0))       \
     A(TattributeMessage, AdjustmentPlug, "plug", "plg", .childOf(Adjustments))                     \
-    A(TattributeTyped, AdjustmentValue, "value", "val", .childOf(Adjustments))
+    A(TattributeTyped, AdjustmentValue, "value", "val", .childOf(Adjustments))                     \
+    A(TattributeBoolean, Beauty, "beauty", "bty", .input().setNativeDefaultData(true))             \
+    A(TattributeBoolean, Color, "color", "clr", .input())                                          \
+    A(TattributeBoolean, Shadow, "shadow", "shdw", .input())                                       \
+    A(TattributeBoolean, Diffuse, "diffuse", "dif", .input())                                      \
+    A(TattributeBoolean, Specular, "specular", "spc", .input())
 ORVO_NODE(TdnRenderLayer, TdependNode, "renderLayer", "RLAY", 2120, "kRenderLayer",
           "host/renderLayer", "n_renderLayer")
 
 // A render layer. An adjustment is an element of `adjustments`: the plug it
 // adjusts connects to the element's `plug`, and its `value` holds the
 // layer's value as scene-language words ("0.5 0.5 1", "false").
+//
+// A layer renders one image per pass that it has on: `beauty` (the full
+// colour, on by default), `color` (colour without shadows), `shadow` (the
+// shadows alone), `diffuse` and `specular`. A pass is known by its state,
+// the render pass control value a renderer renders it with.
 class TdnRenderLayer : public TdnPattern<TdnRenderLayer, TdependNode> {
 public:
+    // The pass states, in the order the layer keeps its passes.
+    static constexpr int kPassStates[5] = {0, 1, 5, 3, 4};
+    // "beauty", "color", "shadow", "diffuse", "specular"; null for a state
+    // that is none of them.
+    static const char* passName(int state);
+    // The pass is on (the layer's own value).
+    bool passState(int state) const;
+    // The states of the passes that are on, in the layer's order.
+    std::vector<int> passesOn() const;
+    // Turns the named pass on or off through `command`; false when the
+    // layer has no pass of that name.
+    bool setPassByName(const std::string& name, bool on, TDGcommand& command);
+    void setAllPasses(bool on, TDGcommand& command);
+
     int id() const;
     bool isRenderable() const;
     int order() const;
