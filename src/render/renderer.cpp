@@ -14,6 +14,7 @@
 #include "host/arena.h"
 #include "host/graph.h"
 #include "host/messages.h"
+#include "render/depth_map_pass.h"
 #include "render/ray_tracer.h"
 #include "render/render_error.h"
 #include "render/render_frame.h"
@@ -48,6 +49,13 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
     TrenderScene scene(graph, sceneName, fOptions.width, fOptions.height);
     stats.objects = scene.objects().size();
     stats.triangles = scene.triangleCount();
+
+    // Lights that shadow through depth maps have them before any sample.
+    TdepthMapPass depthMaps(graph, scene, sceneName, fOptions);
+    stats.depthMapsRendered = depthMaps.stats().rendered;
+    stats.depthMapsRead = depthMaps.stats().read;
+    stats.depthMapsWritten = depthMaps.stats().written;
+    stats.depthMapRays = depthMaps.stats().rays;
 
     TrenderFrameSetup setup(graph, scene, sceneName, fOptions.maxRayDepth);
     const TrenderWorker& prototype = setup.prototype();

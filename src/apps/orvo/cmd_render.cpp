@@ -147,6 +147,7 @@ int runRender(const RenderOptions& options) {
     settings.height = options.resolution[1];
     settings.samplesPerPixel = options.spp;
     settings.threads = options.threads;
+    settings.depthMapDirectory = (std::filesystem::path(options.output) / "depth").string();
     Trenderer renderer(settings);
 
     const bool terminal = ::isatty(STDERR_FILENO) == 1;
