@@ -142,12 +142,13 @@ void TdepthMapPass::makeMap(TdirectionalLightShape& light) {
     const int resolution = std::clamp(light.depthMapResolution(), 16, 8192);
     double centreX, centreY;
     if (light.useDepthMapAutoFocus()) {
-        // The square around everything, two texels wider on each side so
-        // that the outermost surfaces fall inside it.
+        // The square around everything, two and a half texels wider on
+        // each side: the outermost surfaces fall inside it, and no texel's
+        // centre lies on the very edge of the scene.
         centreX = 0.5 * (low[0] + high[0]);
         centreY = 0.5 * (low[1] + high[1]);
         const double extent = std::max({high[0] - low[0], high[1] - low[1], 1e-6});
-        view.width = extent * double(resolution) / double(resolution - 4);
+        view.width = extent * double(resolution) / double(resolution - 5);
     } else {
         centreX = position.dot(view.x);
         centreY = position.dot(view.y);
