@@ -79,8 +79,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     }
     map.setDepthBuffers(face, int(h.width), int(h.height), depth, nullptr);
-    const float bias = 0.001f;
-    if (map.initMap(face, &cache, &bias) != 1)
+    const float biases[6] = {0.001f, 0.001f, 0.001f, 0.001f, 0.001f, 0.001f};
+    if (map.initMap(face, &cache, biases) != 1)
         return 0;
     // Points through the camera's view, along its axis.
     T3dFltPoint points[16];

@@ -158,8 +158,10 @@ bool TdepthMap::store(const float* texels) {
 
     // Differences, compressed into a scratch a fifth larger than the tile,
     // then copied into a block of the size they came to.
-    const size_t scratchSize =
-        std::max(size_t(double(total) * 1.2), TuseShadowMap::compressBound(size_t(fCount)));
+    // (The differences follow the scratch, at a float's alignment.)
+    const size_t scratchSize = OrvoAlignUp(
+        std::max(size_t(double(total) * 1.2), TuseShadowMap::compressBound(size_t(fCount))),
+        alignof(float));
     auto* scratch = static_cast<unsigned char*>(fCache->allocate(scratchSize + total));
     if (!scratch)
         return false;

@@ -234,7 +234,7 @@ public:
     int initMap(int face, TrenderCache* cache, const int* widths, const int* heights,
                 const float* biases, float** depthBuffers, float** midBuffers,
                 const T4dFltMatrix* matrices, const T4dFltMatrix* projections);
-    // initMap with the buffers this map holds.
+    // initMap with the buffers this map holds; `biases` is indexed by face.
     int initMap(int face, TrenderCache* cache, const float* biases);
 
     // The fraction of each sample in shadow, into samples.fractions. -1 for
@@ -256,6 +256,12 @@ public:
     // False when the matrix cannot be inverted.
     bool iffBufferToZbuffer(int width, int height, const T4dFltMatrix& matrix,
                             const T4dFltMatrix& projection, const float* in, float* out) const;
+    // The same for a file whose camera projects as this map's first face.
+    bool iffBufferToZbuffer(int width, int height, const T4dFltMatrix& matrix, const float* in,
+                            float* out) const {
+        return iffBufferToZbuffer(width, height, matrix,
+                                  fProjections[fMapCount ? fMaps[0]->face : 0], in, out);
+    }
     // The reverse, for writing: this map's depths as 1/z in its camera.
     void zbufferToIffBuffer(int width, int height, const float* in, float* out) const;
 

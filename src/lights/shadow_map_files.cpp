@@ -106,7 +106,8 @@ bool TuseShadowMap::iffBufferToZbuffer(int width, int height, const T4dFltMatrix
     // A depth that the map cannot hold (behind the camera, not a number)
     // is taken for nothing seen.
     auto keep = [](double depth) {
-        return std::isfinite(depth) && depth > 0.0 ? float(depth) : 0.0f;
+        const float f = float(depth);
+        return std::isfinite(f) && f > 0.0f ? f : 0.0f;
     };
     if (isIdentity(matrix)) {
         // The light has not moved: the depth along the view axis is the
