@@ -16,6 +16,7 @@
 #include "lights/directional_light.h"
 #include "lights/light_test_support.h"
 #include "lights/shadow_map_support.h"
+#include "support/temp_dir.h"
 
 namespace fs = std::filesystem;
 
@@ -44,13 +45,7 @@ private:
 
 class DepthMapFiles : public ::testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "orvo-dmaps-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-        fDir = pattern;
-    }
-    void TearDown() override { fs::remove_all(fDir); }
-    std::string path(const std::string& name) const { return (fDir / name).string(); }
+    std::string path(const std::string& name) const { return fDir / name; }
 
     // An orthographic map 4 x 4 whose buffers are `first` (and `mid`),
     // ready to be written or read into.
@@ -66,13 +61,13 @@ protected:
     }
     TdepthMapFiles files(const std::string& name) const {
         TdepthMapFiles f;
-        f.directory = fDir.string() + "/";
+        f.directory = fDir.path().string() + "/";
         f.maps[0] = path(name + ".iff");
         f.mids[0] = path(name + "_mid.iff");
         return f;
     }
 
-    fs::path fDir;
+    TtestTempDir fDir{"orvo-dmaps"};
 };
 
 TEST_F(DepthMapFiles, AMapWrittenReadsBackAsItWas) {

@@ -11,6 +11,7 @@
 #include "lights/non_extended_light_shape.h"
 #include "render/renderer.h"
 #include "render/scene_text.h"
+#include "support/temp_dir.h"
 
 namespace fs = std::filesystem;
 
@@ -57,13 +58,6 @@ constexpr unsigned kWidth = 120, kHeight = 68;
 
 class DepthMapRender : public ::testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "orvo-dmrender-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-        fDir = pattern;
-    }
-    void TearDown() override { fs::remove_all(fDir); }
-
     TrenderedImage render(TdependGraph& graph, TframeStats* stats = nullptr) {
         TrenderOptions options;
         options.width = kWidth;
@@ -82,7 +76,8 @@ protected:
         return sceneFromText(std::string(kScene) + extra);
     }
 
-    fs::path fDir;
+    TtestTempDir fTemp{"orvo-dmrender"};
+    const fs::path& fDir = fTemp.path();
 };
 
 float luminance(const TrenderedImage& image, unsigned x, unsigned y) {

@@ -180,19 +180,23 @@ int TiffImageFile::readStructure() {
     if (!loadMatrix(bytes + 24, h.worldToCamera) || !loadMatrix(bytes + 88, h.projection))
         return fail("the header's camera matrices hold values that are not finite numbers");
 
-    const uint64_t texels = texelCount();
-    if (hasDepth() != fHaveDepth)
-        return fail(hasDepth() ? "the header lists a depth channel but there is no DPTH chunk"
-                               : "a DPTH chunk that the header's channels do not list");
-    if (fHaveDepth && fDepth.dataSize != texels * 4)
-        return fail(fmt::format("the DPTH chunk holds {} bytes; {} x {} texels take {}",
-                                fDepth.dataSize, h.width, h.height, texels * 4));
-    if (hasColour() != fHaveColour)
-        return fail(hasColour() ? "the header lists colour channels but there is no RGBA chunk"
-                                : "an RGBA chunk that the header's channels do not list");
-    if (fHaveColour && fColour.dataSize != texels * 16)
-        return fail(fmt::format("the RGBA chunk holds {} bytes; {} x {} texels take {}",
-                                fColour.dataSize, h.width, h.height, texels * 16));
+    // Each channel the header lists has its chunk, of the size its texels
+    // take, and no chunk is there that it does not list.
+    auto checkChunk = [&](bool listed, bool present, const TiffItem& item, const char* tag,
+                          const char* what, uint64_t bytesPerTexel) {
+        if (listed != present)
+            return fail(
+                listed ? fmt::format("the header lists {} but there is no {} chunk", what, tag)
+                       : fmt::format("a {} chunk that the header's channels do not list", tag));
+        const uint64_t bytes = texelCount() * bytesPerTexel;
+        if (present && item.dataSize != bytes)
+            return fail(fmt::format("the {} chunk holds {} bytes; {} x {} texels take {}", tag,
+                                    item.dataSize, h.width, h.height, bytes));
+        return 0;
+    };
+    if (checkChunk(hasDepth(), fHaveDepth, fDepth, "DPTH", "a depth channel", 4) != 0 ||
+        checkChunk(hasColour(), fHaveColour, fColour, "RGBA", "colour channels", 16) != 0)
+        return -1;
     return 0;
 }
 
