@@ -119,6 +119,8 @@ public:
 
     // Frees the decompressed tiles the calling thread keeps.
     static void releaseFLC();
+    // Tiles the calling thread has decompressed so far.
+    static uint64_t tilesDecompressed();
 
     // The stored depth at texel (x, y), which must lie on the map: 0 outside
     // the bounding rectangle, in an empty tile, or when a tile cannot be

@@ -23,21 +23,29 @@ namespace {
 // batch, and of the batches after it, mostly fall on the same tiles, so
 // most reads find their tile here and neither lock nor decompress. A tile is
 // known by its serial, which no other tile ever has; the tiles of a map
-// never change, so a copy stays right for as long as the tile lives.
+// never change, so a copy stays right for as long as the tile lives. The
+// least recently used copy makes room for a new one.
 class DecodedTiles {
 public:
-    static constexpr int kSlots = 4;
+    static constexpr int kSlots = 8;
 
     ~DecodedTiles() { release(); }
 
-    const float* texels(const TdepthMap& tile) {
-        if (fSerial[fLast] == tile.serial())
-            return fData[fLast];
-        for (int k = 0; k < kSlots; ++k)
-            if (fSerial[k] == tile.serial())
-                return fData[fLast = k];
-        const int slot = fNext;
-        fNext = (fNext + 1) % kSlots;
+    // The tile's texels, and the slot that holds them; null when the tile
+    // cannot be read.
+    const float* texels(const TdepthMap& tile, int& slotOut) {
+        ++fClock;
+        int oldest = 0;
+        for (int k = 0; k < kSlots; ++k) {
+            if (fSerial[k] == tile.serial()) {
+                fUsed[k] = fClock;
+                slotOut = k;
+                return fData[k];
+            }
+            if (fUsed[k] < fUsed[oldest])
+                oldest = k;
+        }
+        const int slot = oldest;
         fSerial[slot] = 0;
         if (!fData[slot]) {
             fData[slot] = static_cast<float*>(
@@ -50,29 +58,81 @@ public:
             return nullptr;
         const bool read = tile.uncompress(fData[slot]);
         tile.cache()->unlock(proxy, nullptr);
+        ++fDecompressed;
         if (!read)
             return nullptr;
         fSerial[slot] = tile.serial();
-        return fData[fLast = slot];
+        fUsed[slot] = fClock;
+        slotOut = slot;
+        return fData[slot];
     }
+    // Whether `slot` still holds the copy of the tile of `serial`.
+    bool holds(int slot, uint64_t serial) const { return fSerial[slot] == serial; }
 
     void release() {
         for (int k = 0; k < kSlots; ++k) {
             std::free(fData[k]);
             fData[k] = nullptr;
             fSerial[k] = 0;
+            fUsed[k] = 0;
         }
     }
 
+    uint64_t decompressed() const { return fDecompressed; }
+
 private:
     uint64_t fSerial[kSlots] = {};
+    uint64_t fUsed[kSlots] = {};
     float* fData[kSlots] = {};
-    int fLast = 0;
-    int fNext = 0;
+    uint64_t fClock = 0;
+    uint64_t fDecompressed = 0;
 };
 
 thread_local DecodedTiles tDecoded;
 std::atomic<bool> gTileWarned{false};
+
+// Reads the texels of one map for a run of lookups, keeping the tile of the
+// last texel at hand: neighbouring texels, and the next point's, mostly
+// share it. Another reader of the thread may take the slot of its copy, so
+// the slot is checked at each read.
+class TexelReader {
+public:
+    TexelReader() = default;
+    TexelReader(const TshadowMapInfo& info, DecodedTiles& tiles) : fInfo(&info), fTiles(&tiles) {}
+
+    float at(int x, int y) {
+        const TshadowMapInfo& info = *fInfo;
+        if (x < info.left || x > info.right || y < info.bottom || y > info.top)
+            return 0.0f;
+        if (!fTile || x < fTile->left() || x > fTile->right() || y < fTile->bottom() ||
+            y > fTile->top() || (fData && !fTiles->holds(fSlot, fTile->serial())))
+            enter(x, y);
+        if (!fData)
+            return 0.0f;
+        return fData[size_t(y - fTile->bottom()) * size_t(fTile->width()) +
+                     size_t(x - fTile->left())];
+    }
+
+private:
+    void enter(int x, int y) {
+        const TshadowMapInfo& info = *fInfo;
+        fTile = info.tiles[(y / info.tileHeight) * info.tilesAcross + x / info.tileWidth];
+        fData = nullptr;
+        if (fTile->empty())
+            return;
+        fData = fTiles->texels(*fTile, fSlot);
+        if (!fData && !gTileWarned.exchange(true))
+            TcommandEngine::displayWarning(
+                "a tile of a depth map could not be read back from the render cache's swap "
+                "file; points on it render unshadowed");
+    }
+
+    const TshadowMapInfo* fInfo = nullptr;
+    DecodedTiles* fTiles = nullptr;
+    const TdepthMap* fTile = nullptr;
+    const float* fData = nullptr;
+    int fSlot = 0;
+};
 
 // ---------------------------------------------------------------- one lookup
 
@@ -118,7 +178,7 @@ void texelRange(float x, int f, int size, int margin, int& low, int& high) {
 }
 
 void filterTexels(const TshadowMapInfo& info, const TmapValues& v, float reference, int f, float r2,
-                  int margin, bool perspective, Weights& w) {
+                  int margin, bool perspective, TexelReader& reader, Weights& w) {
     int x0, x1, y0, y1;
     texelRange(v.x, f, info.width, margin, x0, x1);
     texelRange(v.y, f, info.height, margin, y0, y1);
@@ -131,7 +191,7 @@ void filterTexels(const TshadowMapInfo& info, const TmapValues& v, float referen
                 continue;
             const float weight = 1.0f - e / r2;
             w.total += weight;
-            const float stored = info.depthAt(x, y);
+            const float stored = reader.at(x, y);
             if (stored == 0.0f)
                 continue; // nothing there to cast a shadow
             if (perspective ? stored > reference : stored < reference)
@@ -147,20 +207,11 @@ void TshadowMapInfo::releaseFLC() {
 }
 
 float TshadowMapInfo::depthAt(int x, int y) const {
-    if (x < left || x > right || y < bottom || y > top)
-        return 0.0f;
-    const TdepthMap* tile = tiles[(y / tileHeight) * tilesAcross + x / tileWidth];
-    if (tile->empty())
-        return 0.0f;
-    const float* texels = tDecoded.texels(*tile);
-    if (!texels) {
-        if (!gTileWarned.exchange(true))
-            TcommandEngine::displayWarning(
-                "a tile of a depth map could not be read back from the render cache's swap "
-                "file; points on it render unshadowed");
-        return 0.0f;
-    }
-    return texels[size_t(y - tile->bottom()) * size_t(tile->width()) + size_t(x - tile->left())];
+    return TexelReader(*this, tDecoded).at(x, y);
+}
+
+uint64_t TshadowMapInfo::tilesDecompressed() {
+    return tDecoded.decompressed();
 }
 
 bool TuseShadowMap::projectPointCheckBounds(const T3dFltPoint& point, const TshadowMapInfo& info,
@@ -210,9 +261,15 @@ int TuseShadowMap::sampleShadowMaps(unsigned count, const TvectorDataHandle& poi
     auto referenceOf = [&](float depth) {
         return fPerspective ? depth + bias * depth : depth + bias;
     };
+    // A reader a map, for the whole batch.
+    DecodedTiles& tiles = tDecoded;
+    TexelReader readers[kMaxFaces];
+    for (int k = 0; k < fMapCount; ++k)
+        readers[k] = TexelReader(*list[k], tiles);
 
     if (fMapCount == 1) {
         const TshadowMapInfo& info = *list[0];
+        TexelReader& reader = readers[0];
         for (unsigned i = 0; i < count; ++i) {
             if (skip && skip[i])
                 continue;
@@ -221,7 +278,7 @@ int TuseShadowMap::sampleShadowMaps(unsigned count, const TvectorDataHandle& poi
             if (projectPointCheckBounds(*p, info, v))
                 continue;
             Weights w;
-            filterTexels(info, v, referenceOf(v.depth), f, r2, 0, fPerspective, w);
+            filterTexels(info, v, referenceOf(v.depth), f, r2, 0, fPerspective, reader, w);
             fractions[i] = w.total > 0.0f ? w.shadowed / w.total : 0.0f;
         }
         return 0;
@@ -233,6 +290,7 @@ int TuseShadowMap::sampleShadowMaps(unsigned count, const TvectorDataHandle& poi
     struct Candidate {
         const TshadowMapInfo* info;
         TmapValues values;
+        int index;
     };
     for (unsigned i = 0; i < count; ++i) {
         if (skip && skip[i])
@@ -248,7 +306,7 @@ int TuseShadowMap::sampleShadowMaps(unsigned count, const TvectorDataHandle& poi
             TmapValues v;
             if (projectPointCheckBounds(*p, info, v))
                 continue;
-            candidates[found++] = {&info, v};
+            candidates[found++] = {&info, v, index};
             const double dx = v.x - info.halfWidth, dy = v.y - info.halfHeight;
             if (dx * dx + dy * dy < double(info.centreLimit)) {
                 // Move to front: the ones before it move one place back.
@@ -266,7 +324,8 @@ int TuseShadowMap::sampleShadowMaps(unsigned count, const TvectorDataHandle& poi
         Weights w;
         for (int c = 0; c < found; ++c)
             filterTexels(*candidates[c].info, candidates[c].values,
-                         referenceOf(candidates[c].values.depth), f, r2, margin, fPerspective, w);
+                         referenceOf(candidates[c].values.depth), f, r2, margin, fPerspective,
+                         readers[candidates[c].index], w);
         fractions[i] = w.total > 0.0f ? w.shadowed / w.total : 0.0f;
     }
     fOrder.store(order, std::memory_order_relaxed);

@@ -114,6 +114,22 @@ TEST(ShadowMapTiles, LayoutKeepsEachTileBelow16000Texels) {
     EXPECT_EQ(rig.map->map(0)->centreLimit, 28224);
 }
 
+TEST(ShadowMapTiles, AnEmptyTileIsNeverDecompressedAndACopyServesAgain) {
+    // 64 x 512 in four tiles of 32 x 256 (texel x = world x + 32, y = world
+    // y + 256); the bottom left and top right tiles see something at depth
+    // 1, the other two nothing.
+    MapRig m(64, 512, 1.0f / 32, 1.0f / 256,
+             [](int x, int y) { return (x < 32) == (y < 256) ? 1.0f : 0.0f; });
+    EXPECT_TRUE(m.map->map(0)->tiles[1]->empty());
+    TshadowMapInfo::releaseFLC();
+    const uint64_t before = TshadowMapInfo::tilesDecompressed();
+    EXPECT_EQ(m.at({8, -156, -5}, 1), 0.0f); // texels about (40, 100): the bottom right tile
+    EXPECT_EQ(TshadowMapInfo::tilesDecompressed(), before);
+    EXPECT_EQ(m.at({-22, -246, -5}, 1), 1.0f); // about (10, 10), bottom left
+    EXPECT_EQ(m.at({-20, -240, -5}, 1), 1.0f); // its neighbour: the same copy
+    EXPECT_EQ(TshadowMapInfo::tilesDecompressed(), before + 1);
+}
+
 // An 8 x 8 map whose texel x is world x + 4 (scale 1/4), y likewise, with
 // an occluder at depth 2 over the left half (texels 0 to 3).
 struct HalfMap : MapRig {
