@@ -309,10 +309,10 @@ int TuseShadowMap::sampleShadowMaps(unsigned count, const TvectorDataHandle& poi
             candidates[found++] = {&info, v, index};
             const double dx = v.x - info.halfWidth, dy = v.y - info.halfHeight;
             if (dx * dx + dy * dy < double(info.centreLimit)) {
-                // Move to front: the ones before it move one place back.
-                const uint32_t below = (1u << (4 * k)) - 1u;
-                const uint32_t before = order & below;
-                const uint32_t after = k + 1 < 8 ? order & ~((below << 4) | 0xFu) : 0u;
+                // Move to front: the ones before it move one place back,
+                // the ones after it stay.
+                const uint32_t before = order & ((1u << (4 * k)) - 1u);
+                const uint32_t after = order & ~((1u << (4 * (k + 1))) - 1u);
                 order = after | (before << 4) | uint32_t(index);
                 break;
             }
