@@ -154,8 +154,11 @@ int describeScene(const std::string& file) {
 }
 
 // Depth map files (FOR4 DMAP) are known by their first twelve bytes, whatever
-// their name.
+// their name; a file named .iff that is not one goes to the depth map reader
+// too, which says what is wrong with it.
 bool isDepthMapFile(const std::string& file) {
+    if (std::filesystem::path(file).extension() == ".iff")
+        return true;
     std::ifstream in(file, std::ios::binary);
     char head[12] = {};
     return in.read(head, sizeof head) && std::string(head, 4) == "FOR4" &&
