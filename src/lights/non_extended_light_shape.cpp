@@ -8,9 +8,15 @@
 ORVO_REGISTER_NODE(TnonExtendedLightShape)
 
 ORVO_DEPENDENCIES(TnonExtendedLightShape) {
-    // What the compute reads; the other settings are read by the shadow map.
-    Tattribute* inputs[] = {&LightRadius, &UseDepthMapShadows, &VolumeShadowSamples,
-                            &FogShadowIntensity, &ReceiveShadows};
+    // What the compute reads, the shadow map's filter and bias included; the
+    // other settings make the map before the frame.
+    Tattribute* inputs[] = {&LightRadius,
+                            &UseDepthMapShadows,
+                            &VolumeShadowSamples,
+                            &FogShadowIntensity,
+                            &ReceiveShadows,
+                            &DmapFilterSize,
+                            &DmapBias};
     for (Tattribute* input : inputs)
         affectsAll(m, *input, TlightShape::aLightData);
 }
@@ -93,10 +99,6 @@ void TnonExtendedLightShape::shadingNodeOnDemand(Tplug& plug, TdataBlock& block)
 
 float TnonExtendedLightShape::rayShadowRadius(LightBatch& b) const {
     return b.block.vectorInputValue(aLightRadius, b.first, 1)[0].asFloat();
-}
-
-bool TnonExtendedLightShape::sampleDepthMapShadows(LightBatch&, float*) {
-    return false;
 }
 
 void TnonExtendedLightShape::depthMapShadows(LightBatch& b) {

@@ -7,7 +7,10 @@
 
 #include "lights/non_ambient_light_shape.h"
 
+class TrenderCache;
 class TuseShadowMap;
+struct TdepthMapFiles;
+struct TdepthMapSetup;
 
 #define ORVO_SCHEMA_TnonExtendedLightShape(A, C2, C3)                                              \
     A(TattributeFloat, LightRadius, "lightRadius", "lr", .input().setNativeDefaultData(0.0f);      \
@@ -130,9 +133,31 @@ public:
     ORVO_DMAP_STRING(lastWrittenDepthMapAnimExtName, setLastWrittenDepthMapAnimExtName,
                      LastWrittenDmapAnimExtName)
 
+    ~TnonExtendedLightShape() override;
+
     // The shadow map this light reads in a render; null until one is made.
     TuseShadowMap* shadowMap() const { return fShadowMap; }
-    void setShadowMap(TuseShadowMap* map) { fShadowMap = map; }
+    // A map that the caller keeps and frees (this light frees the ones it
+    // makes itself).
+    void setShadowMap(TuseShadowMap* map);
+
+    // ---- depth maps, around a render (depth_map_light.cpp)
+    // The name of this light's depth files, without a frame or file
+    // extension: dmapName in `dir` (unless it is absolute), then the
+    // light's name and the scene's, as dmapLightName and dmapSceneName (or
+    // `forceScene`) ask. Returns 0.
+    int getDepthMapName(const Tstring& dir, const Tstring& sceneName, bool forceScene,
+                        Tstring& out) const;
+    // Before the frame: a new shadow map for `setup`, unless `keep` and the
+    // light has one. With `files`, each face is read from its file; the
+    // result of each readZmap goes to `readResults` (per face) when given.
+    TuseShadowMap* prepareShadowMap(TrenderCache* cache, const TdepthMapSetup& setup, bool keep,
+                                    const TdepthMapFiles* files, int* readResults);
+    // Once the map has its buffers: makes each face of the setup. A map that
+    // ends with no face is deleted: a light without depth has no map. The
+    // number of maps made.
+    int createShadowMap(TrenderCache* cache);
+    void deleteShadowMap();
     // useDepthMapShadows as shadingNodeOnDemand found it.
     bool cachedUseDepthMapShadows() const { return fUseDepthMapShadows != 0; }
 
@@ -155,7 +180,7 @@ protected:
     // fraction mixes its colour toward shadowColor and scales I.
     void depthMapShadows(LightBatch& b) override;
     // The fraction of each sample the shadow map finds; false when there is
-    // none to be had. The shadow map's lookup plugs in here.
+    // none to be had: the shadow map's lookup at each sample's point.
     virtual bool sampleDepthMapShadows(LightBatch& b, float* fractions);
 
     float rayShadowRadius(LightBatch& b) const override;
@@ -171,6 +196,10 @@ private:
     void turnOff(const Tattribute& a);
 
     TuseShadowMap* fShadowMap = nullptr;
+    bool fOwnsShadowMap = false;
+    // The faces prepareShadowMap was given, for createShadowMap.
+    int fMapFaces[6] = {};
+    int fMapFaceCount = 0;
     uint8_t fUseDepthMapShadows = 0;
 };
 

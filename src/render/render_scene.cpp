@@ -258,6 +258,28 @@ bool TrenderScene::intersect(const T3Float& origin, const T3Float& direction, fl
     return true;
 }
 
+bool TrenderScene::occluded(const T3Float& origin, const T3Float& direction, float near,
+                            float far) const {
+    RTCIntersectContext context;
+    rtcInitIntersectContext(&context);
+    RTCRay ray;
+    ray.org_x = origin.x;
+    ray.org_y = origin.y;
+    ray.org_z = origin.z;
+    ray.tnear = near;
+    ray.dir_x = direction.x;
+    ray.dir_y = direction.y;
+    ray.dir_z = direction.z;
+    ray.time = 0.0f;
+    ray.tfar = far;
+    ray.mask = 0xFFFFFFFFu;
+    ray.id = 0;
+    ray.flags = 0;
+    rtcOccluded1(fScene, &context, &ray);
+    // A blocked ray comes back with tfar at minus infinity.
+    return ray.tfar < 0.0f;
+}
+
 int TrenderScene::objectOf(const void* id) const {
     const auto found = fObjectOfGroup.find(id);
     return found == fObjectOfGroup.end() ? -1 : int(found->second);

@@ -156,6 +156,9 @@ public:
     // units of the direction's length).
     bool intersect(const T3Float& origin, const T3Float& direction, float near, float far,
                    Thit& hit) const;
+    // Whether anything lies on the ray between `near` and `far`, when which
+    // surface it is does not matter.
+    bool occluded(const T3Float& origin, const T3Float& direction, float near, float far) const;
     // The object whose render group is `id` (a sample's objectId), or -1.
     int objectOf(const void* id) const;
     // The ray leaves the hit triangle's outside: it hit the triangle's back.

@@ -14,6 +14,7 @@
 #include "host/arena.h"
 #include "host/graph.h"
 #include "host/messages.h"
+#include "render/depth_map_pass.h"
 #include "render/ray_tracer.h"
 #include "render/render_error.h"
 #include "render/render_frame.h"
@@ -50,6 +51,13 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
     stats.objects = scene.objects().size();
     stats.triangles = scene.triangleCount();
 
+    // Lights that shadow through depth maps have them before any sample.
+    TdepthMapPass depthMaps(graph, scene, sceneName, fOptions);
+    stats.depthMapsRendered = depthMaps.stats().rendered;
+    stats.depthMapsRead = depthMaps.stats().read;
+    stats.depthMapsWritten = depthMaps.stats().written;
+    stats.depthMapRays = depthMaps.stats().rays;
+
     TrenderFrameSetup setup(graph, scene, sceneName, fOptions.maxRayDepth, passControl);
     const TrenderWorker& prototype = setup.prototype();
 
@@ -72,6 +80,13 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
     std::condition_variable changed;
     std::atomic<unsigned> nextTile{0};
     unsigned tilesDone = 0, running = 0;
+    // Tiles overlap by the filter's margin, so a border pixel sums samples
+    // of several tiles. They join the frame in tile order, whichever thread
+    // finishes first, so that the sums (and the picture) are the same to
+    // the last bit for any number of threads; a tile that finishes early
+    // waits in `finished` until the ones before it are in.
+    std::vector<TpixelSums> finished(tiles.size());
+    unsigned nextMerge = 0;
     std::exception_ptr failure;
     std::atomic<bool> stop{false};
 
@@ -97,7 +112,11 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
                            tile.y1 - tile.y0 + 2 * unsigned(margin));
                 tracer.renderTile(tile.x0, tile.y0, tile.x1, tile.y1, sums);
                 std::lock_guard guard(lock);
-                frameSums.add(sums);
+                finished[t] = std::move(sums);
+                for (; nextMerge < tiles.size() && finished[nextMerge].width() != 0; ++nextMerge) {
+                    frameSums.add(finished[nextMerge]);
+                    finished[nextMerge] = TpixelSums();
+                }
                 ++tilesDone;
                 changed.notify_all();
             }

@@ -24,6 +24,9 @@ struct TrenderOptions {
     unsigned threads = 0; // 0: one per hardware thread
     unsigned tileSize = 32;
     int maxRayDepth = 10;
+    // Where lights' depth map files are written and looked for (relative to
+    // the working folder unless absolute).
+    std::string depthMapDirectory = "depth";
 };
 
 struct TframeStats {
@@ -33,6 +36,10 @@ struct TframeStats {
     unsigned threads = 0;
     size_t objects = 0;
     size_t triangles = 0;
+    unsigned depthMapsRendered = 0; // by the depth pass before the frame
+    unsigned depthMapsRead = 0;     // from depth files (reuseDmap)
+    unsigned depthMapsWritten = 0;  // to depth files (writeDmap)
+    uint64_t depthMapRays = 0;      // rays of the depth pass
 };
 
 class Trenderer {

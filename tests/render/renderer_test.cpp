@@ -164,11 +164,9 @@ set square.rotate 60 20 0
 )");
     const Rendered one = render(*graph, 37, 23, 4, 1);
     const Rendered three = render(*graph, 37, 23, 4, 3);
-    ASSERT_EQ(one.image.pixels.size(), three.image.pixels.size());
-    float worst = 0.0f;
-    for (size_t k = 0; k < one.image.pixels.size(); ++k)
-        worst = std::max(worst, std::fabs(one.image.pixels[k] - three.image.pixels[k]));
-    EXPECT_LT(worst, 1e-5f);
+    // To the last bit: tiles that share border pixels join the frame in
+    // the same order whichever thread finishes first.
+    EXPECT_EQ(one.image.pixels, three.image.pixels);
     EXPECT_EQ(one.stats.samplesShaded, three.stats.samplesShaded);
 }
 

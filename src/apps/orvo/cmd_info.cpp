@@ -2,12 +2,15 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
+#include <fstream>
 #include <numbers>
 
 #include "apps/orvo/cli.h"
 #include "apps/orvo/scene.h"
 #include "host/graph.h"
+#include "host/iff/iff_image_file.h"
 #include "host/scene/camera.h"
 #include "host/scene/dag.h"
 #include "host/scene/light_shape.h"
@@ -150,6 +153,86 @@ int describeScene(const std::string& file) {
     return kExitSuccess;
 }
 
+// Depth map files (FOR4 DMAP) are known by their first twelve bytes, whatever
+// their name; a file named .iff that is not one goes to the depth map reader
+// too, which says what is wrong with it.
+bool isDepthMapFile(const std::string& file) {
+    if (std::filesystem::path(file).extension() == ".iff")
+        return true;
+    std::ifstream in(file, std::ios::binary);
+    char head[12] = {};
+    return in.read(head, sizeof head) && std::string(head, 4) == "FOR4" &&
+           std::string(head + 8, 4) == "DMAP";
+}
+
+int describeDepthMap(const std::string& file) {
+    TiffImageFile map;
+    if (map.open(file, "r") != 0)
+        throw UserError("orvo info: " + map.errorText());
+    const TiffImageHeader& h = map.header();
+    static const char* const kFaces[] = {"+X", "+Y", "+Z", "-X", "-Y", "-Z"};
+    std::string out =
+        fmt::format("Depth map {}: {} x {}, {}, {}\n", file, h.width, h.height,
+                    map.perspective() ? "perspective" : "orthographic",
+                    h.face < 0 ? std::string("a single map")
+                               : fmt::format("face {} ({}) of a cube", h.face, kFaces[h.face]));
+    std::string channels;
+    for (int bit = 0; bit < 4; ++bit)
+        if (h.channels & (1u << bit))
+            channels += "RGBA"[bit];
+    if (map.hasDepth())
+        channels += channels.empty() ? "depth" : " and depth";
+    out += fmt::format("  channels: {}\n", channels.empty() ? "none" : channels);
+    auto row = [](const T4dFltMatrix& m, int r) {
+        return fmt::format("{:g} {:g} {:g} {:g}", m.m[r][0], m.m[r][1], m.m[r][2], m.m[r][3]);
+    };
+    out += "  world to camera:";
+    for (int r = 0; r < 4; ++r)
+        out += (r ? " | " : " ") + row(h.worldToCamera, r);
+    out += "\n  projection:";
+    for (int r = 0; r < 4; ++r)
+        out += (r ? " | " : " ") + row(h.projection, r);
+    out += "\n";
+    if (map.hasDepth()) {
+        // Texels hold 1/z of what they see, z negative in front of the
+        // camera: the distance along the view axis is -1/value.
+        std::vector<float> depth(map.texelCount());
+        if (map.readDepth(depth.data()) != 0)
+            throw UserError("orvo info: " + map.errorText());
+        size_t seen = 0, odd = 0;
+        double nearest = INFINITY, farthest = 0.0;
+        uint32_t left = h.width, right = 0, bottom = h.height, top = 0;
+        for (uint32_t y = 0; y < h.height; ++y)
+            for (uint32_t x = 0; x < h.width; ++x) {
+                const float v = depth[size_t(y) * h.width + x];
+                if (v == 0.0f)
+                    continue;
+                const double distance = -1.0 / double(v);
+                if (!std::isfinite(distance) || distance <= 0.0) {
+                    ++odd;
+                    continue;
+                }
+                ++seen;
+                nearest = std::min(nearest, distance);
+                farthest = std::max(farthest, distance);
+                left = std::min(left, x);
+                right = std::max(right, x);
+                bottom = std::min(bottom, y);
+                top = std::max(top, y);
+            }
+        out += fmt::format("  texels that see a surface: {} of {} ({:.1f}%)\n", seen, depth.size(),
+                           100.0 * double(seen) / double(depth.size()));
+        if (seen)
+            out += fmt::format("  they lie in x {} to {}, y {} to {}; distances {:g} to {:g} "
+                               "from the camera\n",
+                               left, right, bottom, top, nearest, farthest);
+        if (odd)
+            out += fmt::format("  {} texels hold a depth behind the camera or not a number\n", odd);
+    }
+    fmt::print("{}", out);
+    return kExitSuccess;
+}
+
 } // namespace
 
 void addInfoCommand(CLI::App& app, CommandRun& run) {
@@ -161,6 +244,8 @@ void addInfoCommand(CLI::App& app, CommandRun& run) {
         run = [file]() -> int {
             if (std::filesystem::path(*file).extension() == ".qsl")
                 return describeScene(*file);
+            if (isDepthMapFile(*file))
+                return describeDepthMap(*file);
             throw UserError(fmt::format("orvo info: {}: describing textures, depth maps and "
                                         "images is not yet available; scenes (.qsl) are",
                                         *file));

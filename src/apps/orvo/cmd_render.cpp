@@ -215,6 +215,7 @@ int runRender(const RenderOptions& options) {
     TrenderOptions settings;
     settings.samplesPerPixel = options.spp;
     settings.threads = options.threads;
+    settings.depthMapDirectory = (std::filesystem::path(options.output) / "depth").string();
     const unsigned threads = Trenderer(settings).threadCount();
 
     const bool terminal = ::isatty(STDERR_FILENO) == 1;

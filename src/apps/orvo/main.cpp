@@ -7,6 +7,7 @@
 
 #include "apps/orvo/cli.h"
 #include "framework/version.h"
+#include "host/app_mode.h"
 #include "host/version.h"
 #include "render/version.h"
 
@@ -37,6 +38,8 @@ int reportParseError(const CLI::App& app, const CLI::ParseError& error, int argc
 } // namespace
 
 int main(int argc, char** argv) {
+    // Every command of the tool runs without a user at a prompt.
+    gBatchMode = true;
     CLI::App app{"orvo: shading networks, textures, lights and a reference renderer", "orvo"};
     app.set_version_flag("--version", versionText, "Print the version and exit");
     app.require_subcommand(0, 1);

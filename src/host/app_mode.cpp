@@ -1,0 +1,3 @@
+#include "host/app_mode.h"
+
+bool gBatchMode = false;

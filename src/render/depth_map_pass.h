@@ -1,0 +1,60 @@
+#pragma once
+
+// The depth maps of a frame, made before its tiles: for each directional
+// light with useDepthMapShadows, an orthographic view of the scene from the
+// light, rendered by casting a ray from the light through each texel into
+// the renderer's Embree scene (the first surface it meets and the one after
+// it, for the mid-distance map), or read from the light's depth files when
+// reuseDmap finds them. The buffers go to the light's TuseShadowMap, which
+// tiles them into the render cache; the light then shadows through it. The
+// files are written when writeDmap asks. When the pass goes, at the end of
+// the frame, the maps go with it.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+class TdependGraph;
+class TrenderCache;
+class TrenderScene;
+class TnonExtendedLightShape;
+class TdirectionalLightShape;
+struct TrenderOptions;
+
+class TdepthMapPass {
+public:
+    struct Stats {
+        unsigned rendered = 0; // maps rendered by casting rays
+        unsigned read = 0;     // maps read from depth files
+        unsigned written = 0;  // depth files written
+        uint64_t rays = 0;     // rays the rendered maps took
+    };
+
+    // Makes the maps of every light that asks for them. `sceneName` names
+    // the scene file (its stem goes into names with dmapSceneName).
+    TdepthMapPass(TdependGraph& graph, const TrenderScene& scene, const std::string& sceneName,
+                  const TrenderOptions& options);
+    ~TdepthMapPass();
+    TdepthMapPass(const TdepthMapPass&) = delete;
+    TdepthMapPass& operator=(const TdepthMapPass&) = delete;
+
+    const Stats& stats() const { return fStats; }
+
+private:
+    void makeMap(TdirectionalLightShape& light);
+    TrenderCache& cache(size_t bytes);
+
+    TdependGraph& fGraph;
+    const TrenderScene& fScene;
+    std::string fSceneStem;
+    std::string fDirectory;
+    unsigned fThreads;
+    Stats fStats;
+    std::vector<TnonExtendedLightShape*> fLights;
+    std::unique_ptr<TrenderCache> fPrivateCache;
+};
+
+// The frame's extension of a depth file name: "." and the frame, as short
+// as it goes ("7", "2.5").
+std::string OrvoDepthMapFrameExtension(double frame);

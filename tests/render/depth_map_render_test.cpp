@@ -1,0 +1,181 @@
+// Depth map shadows through whole frames: the depth pass before the frame,
+// shadows where ray-traced ones fall, maps written, reused without being
+// rendered again, and a damaged file that leaves the light unshadowed.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "lights/non_extended_light_shape.h"
+#include "render/renderer.h"
+#include "render/scene_text.h"
+#include "support/temp_dir.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// A ball and a box on a white floor under a sun from the upper left; no
+// other light, so that a shadow is black.
+const char* kScene = R"(
+node transform camera1
+set camera1.translate 0 5 7
+set camera1.rotate -35 0 0
+node camera cameraShape1 -parent camera1
+node transform sun
+set sun.rotate -28 -50 0
+node directionalLight sunShape -parent sun
+node transform floor
+node mesh floorShape -parent floor
+set floorShape.primitive plane
+set floorShape.width 14
+set floorShape.depth 14
+node transform ball
+set ball.translate -1.2 1 0
+node mesh ballShape -parent ball
+set ballShape.primitive sphere
+set ballShape.segmentsU 48
+set ballShape.segmentsV 24
+node transform crate
+set crate.translate 1.6 0.75 -0.5
+set crate.rotate 0 25 0
+node mesh crateShape -parent crate
+set crateShape.primitive box
+set crateShape.width 1.5
+set crateShape.height 1.5
+set crateShape.depth 1.5
+node lambert paint
+set paint.color 1 1 1
+set paint.diffuse 1
+node shadingEngine paintSG
+connect paint.outColor paintSG.surfaceShader
+member paintSG floorShape ballShape crateShape
+)";
+
+constexpr unsigned kWidth = 120, kHeight = 68;
+
+class DepthMapRender : public ::testing::Test {
+protected:
+    TrenderedImage render(TdependGraph& graph, TframeStats* stats = nullptr) {
+        TrenderOptions options;
+        options.width = kWidth;
+        options.height = kHeight;
+        options.samplesPerPixel = 1;
+        options.threads = 2;
+        options.depthMapDirectory = fDir.string();
+        TrenderedImage image;
+        TframeStats s;
+        EXPECT_TRUE(Trenderer(options).renderFrame(graph, "shadows.qsl", 0, image, s));
+        if (stats)
+            *stats = s;
+        return image;
+    }
+    static std::unique_ptr<TdependGraph> scene(const std::string& extra) {
+        return sceneFromText(std::string(kScene) + extra);
+    }
+
+    TtestTempDir fTemp{"orvo-dmrender"};
+    const fs::path& fDir = fTemp.path();
+};
+
+float luminance(const TrenderedImage& image, unsigned x, unsigned y) {
+    const float* p = image.at(x, y);
+    return 0.3f * p[0] + 0.59f * p[1] + 0.11f * p[2];
+}
+
+// Pixels that a shadow darkens to below half of what they are unshadowed.
+std::vector<bool> shadowMask(const TrenderedImage& lit, const TrenderedImage& shadowed,
+                             size_t& count) {
+    std::vector<bool> mask(size_t(kWidth) * kHeight, false);
+    count = 0;
+    for (unsigned y = 0; y < kHeight; ++y)
+        for (unsigned x = 0; x < kWidth; ++x) {
+            const float open = luminance(lit, x, y);
+            if (open > 0.05f && luminance(shadowed, x, y) < 0.5f * open) {
+                mask[size_t(y) * kWidth + x] = true;
+                ++count;
+            }
+        }
+    return mask;
+}
+
+TEST_F(DepthMapRender, ADepthMapShadowFallsWhereTheRayTracedOneDoes) {
+    const TrenderedImage lit = render(*scene(""));
+    TframeStats stats;
+    const TrenderedImage traced = render(*scene("set sunShape.useRayTraceShadows true\n"), &stats);
+    EXPECT_EQ(stats.depthMapsRendered, 0u);
+    const TrenderedImage mapped = render(*scene("set sunShape.useDepthMapShadows true\n"), &stats);
+    // One map of 512 x 512, two rays a texel where the first one hits.
+    EXPECT_EQ(stats.depthMapsRendered, 1u);
+    EXPECT_GT(stats.depthMapRays, 512u * 512u);
+    EXPECT_EQ(stats.depthMapsWritten, 0u);
+    EXPECT_TRUE(fs::is_empty(fDir));
+
+    size_t tracedCount = 0, mappedCount = 0;
+    const std::vector<bool> a = shadowMask(lit, traced, tracedCount);
+    const std::vector<bool> b = shadowMask(lit, mapped, mappedCount);
+    // The shadows of the ball and the box take a good part of the picture.
+    EXPECT_GT(tracedCount, size_t(kWidth) * kHeight / 20);
+    size_t differ = 0;
+    for (size_t i = 0; i < a.size(); ++i)
+        differ += a[i] != b[i];
+    // Within a pixel along the edges: the map's texels are smaller than a
+    // pixel here, its filter softens the edge by about one.
+    EXPECT_LT(double(differ), 0.05 * double(tracedCount))
+        << differ << " pixels differ of " << tracedCount << " and " << mappedCount;
+}
+
+TEST_F(DepthMapRender, AWrittenMapIsReusedWithoutBeingRenderedAgain) {
+    auto graph = scene("set sunShape.useDepthMapShadows true\n"
+                       "set sunShape.writeDmap true\n"
+                       "set sunShape.dmapFrameExt true\n");
+    graph->setTime(7);
+    TframeStats stats;
+    const TrenderedImage first = render(*graph, &stats);
+    EXPECT_EQ(stats.depthMapsRendered, 1u);
+    EXPECT_EQ(stats.depthMapsWritten, 1u);
+    // The folder, "_" and the light's name, the frame, and the mid-distance
+    // map beside it.
+    EXPECT_TRUE(fs::exists(fDir / "_sunShape.7.iff"));
+    EXPECT_TRUE(fs::exists(fDir / "_sunShape_mid.7.iff"));
+    auto* light = static_cast<TnonExtendedLightShape*>(
+        graph->findNode("sunShape")->cast(TnonExtendedLightShape::sTypeof()));
+    EXPECT_EQ(light->lastWrittenDepthMapAnimExtName(), ".7");
+
+    graph->setPlugValueFromWords(graph->findPlug("sunShape.writeDmap"), {"false"});
+    graph->setPlugValueFromWords(graph->findPlug("sunShape.reuseDmap"), {"true"});
+    const TrenderedImage second = render(*graph, &stats);
+    EXPECT_EQ(stats.depthMapsRendered, 0u);
+    EXPECT_EQ(stats.depthMapsRead, 1u);
+    EXPECT_EQ(stats.depthMapRays, 0u);
+    // The depths go through 1/z and back; a value may move by a unit in
+    // the last place, which no lookup notices.
+    ASSERT_EQ(first.pixels.size(), second.pixels.size());
+    for (size_t i = 0; i < first.pixels.size(); ++i)
+        ASSERT_NEAR(first.pixels[i], second.pixels[i], 1e-5) << i;
+
+    // Frame 8 has no file: it is rendered.
+    graph->setTime(8);
+    render(*graph, &stats);
+    EXPECT_EQ(stats.depthMapsRendered, 1u);
+    EXPECT_EQ(stats.depthMapsRead, 0u);
+}
+
+TEST_F(DepthMapRender, ADamagedFileLeavesTheLightUnshadowedWithOneWarning) {
+    const TrenderedImage lit = render(*scene(""));
+    std::ofstream(fDir / "_sunShape.iff") << "FOR4\x7f\x7f\x7f\x7f"
+                                          << "DMAP";
+    auto graph = scene("set sunShape.useDepthMapShadows true\nset sunShape.reuseDmap true\n");
+    MessageCapture messages;
+    TframeStats stats;
+    const TrenderedImage image = render(*graph, &stats);
+    ASSERT_EQ(messages.messages().size(), 1u);
+    EXPECT_NE(messages.messages()[0].find((fDir / "_sunShape.iff").string()), std::string::npos)
+        << messages.messages()[0];
+    EXPECT_EQ(stats.depthMapsRendered, 0u);
+    EXPECT_EQ(image.pixels, lit.pixels);
+}
+
+} // namespace
