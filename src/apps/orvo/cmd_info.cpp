@@ -152,6 +152,9 @@ int describeScene(const std::string& file) {
 
 } // namespace
 
+// Block-ordered textures and images (cmd_info_texture.cpp).
+int describeTextureOrImage(const std::string& file);
+
 void addInfoCommand(CLI::App& app, CommandRun& run) {
     auto file = std::make_shared<std::string>();
     CLI::App* sub = app.add_subcommand(
@@ -161,9 +164,7 @@ void addInfoCommand(CLI::App& app, CommandRun& run) {
         run = [file]() -> int {
             if (std::filesystem::path(*file).extension() == ".qsl")
                 return describeScene(*file);
-            throw UserError(fmt::format("orvo info: {}: describing textures, depth maps and "
-                                        "images is not yet available; scenes (.qsl) are",
-                                        *file));
+            return describeTextureOrImage(*file);
         };
     });
 }

@@ -16,7 +16,6 @@ struct PendingCommand {
 // interface get the honest answer rather than a parse error.
 constexpr PendingCommand kPendingCommands[] = {
     {"names", "Preview the output file names of a render"},
-    {"maketx", "Write a block-ordered texture from an image"},
 };
 
 } // namespace
@@ -27,6 +26,7 @@ void addNodesCommand(CLI::App& app, CommandRun& run);
 void addCompileCommand(CLI::App& app, CommandRun& run);
 void addShadeCommand(CLI::App& app, CommandRun& run);
 void addInfoCommand(CLI::App& app, CommandRun& run);
+void addMaketxCommand(CLI::App& app, CommandRun& run);
 
 void addCommands(CLI::App& app, CommandRun& run) {
     addRenderCommand(app, run);
@@ -35,6 +35,7 @@ void addCommands(CLI::App& app, CommandRun& run) {
     addCompileCommand(app, run);
     addShadeCommand(app, run);
     addInfoCommand(app, run);
+    addMaketxCommand(app, run);
     for (const PendingCommand& command : kPendingCommands) {
         CLI::App* sub = app.add_subcommand(command.name, command.description);
         sub->allow_extras();
