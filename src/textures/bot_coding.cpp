@@ -1,6 +1,7 @@
 #include "textures/bot_coding.h"
 
 #include <array>
+#include <bit>
 #include <cstring>
 
 namespace {
@@ -37,25 +38,42 @@ public:
     void put(uint32_t bits, unsigned count) {
         fAccumulator |= uint64_t(bits & ((uint64_t(1) << count) - 1)) << fFill;
         fFill += count;
-        while (fFill >= 8) {
-            if (fSize == fCapacity) {
-                fOverflow = true;
-                fFill = 0;
-                return;
-            }
-            fOut[fSize++] = uint8_t(fAccumulator);
-            fAccumulator >>= 8;
-            fFill -= 8;
-        }
+        if (fFill >= 32)
+            flush(32);
     }
     // Ends on a byte boundary; the coded length, or 0 when it overflowed.
     size_t finish() {
+        flush(0);
         if (fFill > 0)
-            put(0, 8 - fFill);
+            flushByte();
         return fOverflow ? 0 : fSize;
     }
 
 private:
+    // With 32 bits waiting, writes them as four bytes at once where they
+    // fit; otherwise byte by byte down to fewer than 8 bits.
+    void flush(unsigned atLeast) {
+        if (atLeast == 32 && std::endian::native == std::endian::little && fSize + 4 <= fCapacity) {
+            const uint32_t word = uint32_t(fAccumulator);
+            std::memcpy(fOut + fSize, &word, 4);
+            fSize += 4;
+            fAccumulator >>= 32;
+            fFill -= 32;
+            return;
+        }
+        while (fFill >= 8)
+            flushByte();
+    }
+    void flushByte() {
+        if (fSize == fCapacity) {
+            fOverflow = true;
+        } else {
+            fOut[fSize++] = uint8_t(fAccumulator);
+        }
+        fAccumulator >>= 8;
+        fFill = fFill >= 8 ? fFill - 8 : 0;
+    }
+
     uint8_t* fOut;
     size_t fCapacity;
     size_t fSize = 0;
@@ -198,20 +216,44 @@ class BitReader {
 public:
     BitReader(const uint8_t* data, size_t length) : fData(data), fLength(length) {}
 
-    // The next `count` bits (up to 24) without taking them; past the end
-    // they read as 0.
-    uint32_t peek(unsigned count) {
-        refill();
-        return uint32_t(fAccumulator & ((uint64_t(1) << count) - 1));
+    // Tops the window up to at least 57 bits; past the end of the data it
+    // fills with zeros, which overrun() tells.
+    void refill() {
+        if (fFill > 56)
+            return;
+        if (std::endian::native == std::endian::little && fPosition + 8 <= fLength) {
+            // Eight bytes at once; the window keeps the whole ones.
+            uint64_t word;
+            std::memcpy(&word, fData + fPosition, 8);
+            fWindow |= word << fFill;
+            const unsigned bytes = (63 - fFill) >> 3;
+            fPosition += bytes;
+            fFill += bytes * 8;
+            return;
+        }
+        while (fFill <= 56) {
+            uint64_t byte = 0;
+            if (fPosition < fLength)
+                byte = fData[fPosition++];
+            else
+                ++fPadding;
+            fWindow |= byte << fFill;
+            fFill += 8;
+        }
     }
-    void skip(unsigned count) {
-        fAccumulator >>= count;
+    // The window: its lowest bit is the next one of the stream.
+    uint64_t window() const { return fWindow; }
+    // Takes `count` bits of the window, which holds them (after refill,
+    // up to 57).
+    uint32_t take(unsigned count) {
+        const uint32_t bits = uint32_t(fWindow & ((uint64_t(1) << count) - 1));
+        fWindow >>= count;
         fFill -= count;
+        return bits;
     }
     uint32_t get(unsigned count) {
-        const uint32_t bits = peek(count);
-        skip(count);
-        return bits;
+        refill();
+        return take(count);
     }
     // True once more bits were taken than the data holds.
     bool overrun() const { return taken() > fLength * 8; }
@@ -220,23 +262,12 @@ public:
 
 private:
     size_t taken() const { return (fPosition + fPadding) * 8 - fFill; }
-    void refill() {
-        while (fFill <= 56) {
-            uint64_t byte = 0;
-            if (fPosition < fLength)
-                byte = fData[fPosition++];
-            else
-                ++fPadding;
-            fAccumulator |= byte << fFill;
-            fFill += 8;
-        }
-    }
 
     const uint8_t* fData;
     size_t fLength;
     size_t fPosition = 0;
     size_t fPadding = 0;
-    uint64_t fAccumulator = 0;
+    uint64_t fWindow = 0;
     unsigned fFill = 0;
 };
 
@@ -268,19 +299,26 @@ size_t TbotBlockCoder::codeBlock(const uint8_t* pixels, unsigned width, unsigned
         return 0;
     std::array<uint16_t, 1024> order;
     const unsigned samples = serpentine(width, height, order.data());
+    // Each channel's samples in scan order, one after the other.
+    std::array<uint8_t, kMaxSamples> planes;
+    for (unsigned i = 0; i < samples; ++i) {
+        const uint8_t* p = pixels + order[i] * pixelSize;
+        for (unsigned c = 0; c < pixelSize; ++c)
+            planes[c * samples + i] = p[c];
+    }
 
     // The runs of every channel, in order, and how often each symbol comes.
     std::array<Token, kMaxSamples> tokens;
     unsigned tokenCount = 0;
     std::array<uint32_t, kSymbols> counts{};
     for (unsigned c = 0; c < pixelSize; ++c) {
+        const uint8_t* plane = planes.data() + c * samples;
         uint8_t previous = 0;
         unsigned i = 0;
         while (i < samples) {
-            const uint8_t value = pixels[order[i] * pixelSize + c];
+            const uint8_t value = plane[i];
             unsigned run = 1;
-            while (run < kMaxRun && i + run < samples &&
-                   pixels[order[i + run] * pixelSize + c] == value)
+            while (run < kMaxRun && i + run < samples && plane[i + run] == value)
                 ++run;
             const uint8_t d = uint8_t(value - previous); // the difference as a byte
             const uint8_t s = kSizeTable[d];
@@ -325,9 +363,13 @@ size_t TbotBlockCoder::codeBlock(const uint8_t* pixels, unsigned width, unsigned
     for (unsigned k = 0; k < tokenCount; ++k) {
         const Token& t = tokens[k];
         const Code& code = codes[t.symbol];
-        if (code.length)
+        // The code and the payload after it, in one go when they fit.
+        if (code.length + t.payloadBits <= 32) {
+            bits.put(code.bits | (uint32_t(t.payload) << code.length), code.length + t.payloadBits);
+        } else {
             bits.put(code.bits, code.length);
-        bits.put(t.payload, t.payloadBits);
+            bits.put(t.payload, t.payloadBits);
+        }
     }
     return bits.finish();
 }
@@ -410,33 +452,38 @@ long TbotBlockCoder::decodeBlock(const uint8_t* data, size_t length, unsigned wi
         uint8_t previous = 0;
         unsigned i = 0;
         while (i < samples) {
+            // One symbol (a code of at most 8 bits through the table) and its
+            // payload of at most 7 bits fit in a full window; longer codes
+            // walk the tree a bit at a time.
+            bits.refill();
             unsigned symbol;
             if (single) {
                 symbol = nodes[0].symbol;
             } else {
-                const Entry& e = table[bits.peek(8)];
+                const Entry& e = table[bits.window() & 0xFF];
                 if (e.length) {
-                    bits.skip(e.length);
+                    bits.take(e.length);
                     symbol = e.symbol;
                 } else {
-                    bits.skip(8);
+                    bits.take(8);
                     int node = e.node;
                     while (nodes[size_t(node)].child[0] >= 0)
                         node = nodes[size_t(node)].child[bits.get(1)];
                     symbol = nodes[size_t(node)].symbol;
+                    bits.refill();
                 }
             }
             const unsigned run = (symbol >> 3) + 1;
             const unsigned s = symbol & 7;
             uint8_t delta;
             if (s == 0) {
-                delta = bits.get(1) ? 128 : 0;
+                delta = bits.take(1) ? 128 : 0;
             } else {
-                const unsigned payload = bits.get(s);
+                const unsigned payload = bits.take(s);
                 delta = (payload >> (s - 1)) ? uint8_t(0u - payload)
                                              : uint8_t(payload + (1u << (s - 1)));
             }
-            if (bits.overrun() || i + run > samples)
+            if (i + run > samples)
                 return -3;
             const uint8_t value = uint8_t(previous + delta);
             for (unsigned k = 0; k < run; ++k)
@@ -444,6 +491,10 @@ long TbotBlockCoder::decodeBlock(const uint8_t* data, size_t length, unsigned wi
             i += run;
             previous = value;
         }
+        // Past the end the stream reads as zeros; a block that needed them
+        // is cut short.
+        if (bits.overrun())
+            return -3;
     }
     return long(bits.consumed());
 }

@@ -98,6 +98,12 @@ void TfileTextureCache::freeForThisThread() {
     tCache.reset();
 }
 
+std::unique_ptr<TfileTextureCache>
+TfileTextureCache::exchangeForThisThread(std::unique_ptr<TfileTextureCache> cache) {
+    std::swap(cache, tCache);
+    return cache;
+}
+
 void TfileTextureCache::setDefaultCapacity(unsigned slots) {
     gDefaultCapacity.store(floorPowerOfTwo(slots), std::memory_order_relaxed);
 }

@@ -41,6 +41,12 @@ public:
     static TfileTextureCache* existingForThisThread();
     // Frees this thread's cache; the next use makes a new one.
     static void freeForThisThread();
+    // Makes `cache` this thread's cache (none: the next use makes one) and
+    // hands back the one it had, for a renderer that keeps caches with its
+    // work rather than with its threads. A cache is used by one thread at a
+    // time.
+    static std::unique_ptr<TfileTextureCache>
+    exchangeForThisThread(std::unique_ptr<TfileTextureCache> cache);
     // Slots of the caches made from now on (rounded down to a power of two,
     // at least 1).
     static void setDefaultCapacity(unsigned slots);

@@ -8,28 +8,15 @@
 #include <fstream>
 
 #include "support/run_tool.h"
+#include "support/temp_folder.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-struct Folder {
-    fs::path path;
-    Folder() {
-        std::string pattern = (fs::temp_directory_path() / "orvo-maketx-XXXXXX").string();
-        if (::mkdtemp(pattern.data()))
-            path = pattern;
-    }
-    ~Folder() {
-        std::error_code ec;
-        fs::remove_all(path, ec);
-    }
-    std::string file(const std::string& name) const { return (path / name).string(); }
-    std::string write(const std::string& name, const std::string& bytes) const {
-        std::ofstream(file(name), std::ios::binary) << bytes;
-        return file(name);
-    }
-    // The names in the folder.
+// A folder of the test's own, and the names in it.
+struct Folder : TempFolder {
+    Folder() : TempFolder("orvo-maketx") {}
     std::vector<std::string> names() const {
         std::vector<std::string> all;
         for (const auto& e : fs::directory_iterator(path))

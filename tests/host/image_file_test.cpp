@@ -9,33 +9,18 @@
 #include <string>
 
 #include "host/image_file.h"
+#include "support/temp_folder.h"
 #include "test_paths.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-struct Folder {
-    fs::path path;
-    Folder() {
-        std::string pattern = (fs::temp_directory_path() / "orvo-image-XXXXXX").string();
-        if (::mkdtemp(pattern.data()))
-            path = pattern;
-    }
-    ~Folder() {
-        std::error_code ec;
-        fs::remove_all(path, ec);
-    }
-    std::string write(const std::string& name, const std::string& bytes) const {
-        const std::string file = (path / name).string();
-        std::ofstream(file, std::ios::binary) << bytes;
-        return file;
-    }
-};
+using Folder = TempFolder;
 
 TEST(ImageFile, RowsComeFromTheBottomInBlueGreenRedAlphaOrder) {
     // A 3 x 2 binary PPM: the file's first row is the image's top.
-    Folder dir;
+    Folder dir("orvo-image");
     std::string ppm = "P6\n3 2\n255\n";
     for (int v = 1; v <= 18; ++v)
         ppm += char(v);
@@ -57,7 +42,7 @@ TEST(ImageFile, RowsComeFromTheBottomInBlueGreenRedAlphaOrder) {
 }
 
 TEST(ImageFile, GreyAlphaDeepAndFloatFiles) {
-    Folder dir;
+    Folder dir("orvo-image");
     // Grey: the value in every component.
     auto grey = TimageFile::identifyAndOpen(
         dir.write("g.pgm", std::string("P5\n2 1\n255\n") + char(5) + char(250)));
@@ -113,7 +98,7 @@ TEST(ImageFile, GreyAlphaDeepAndFloatFiles) {
 }
 
 TEST(ImageFile, WhatIsNotAnImageIsRefusedWithAReason) {
-    Folder dir;
+    Folder dir("orvo-image");
     std::string why;
     EXPECT_FALSE(TimageFile::identifyAndOpen((dir.path / "none.png").string(), &why));
     EXPECT_FALSE(why.empty());

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "host/pixel_map.h"
+#include "support/temp_folder.h"
 #include "textures/pyramid_messages.h"
 
 namespace orvo_test {
@@ -48,20 +49,6 @@ inline uint8_t noiseByte(unsigned x, unsigned y, unsigned c, unsigned seed = 1) 
     h ^= h >> 15;
     return (h & 0x300) ? uint8_t(h) : uint8_t((x / 7 + y / 5) * 40 + c);
 }
-
-struct TempFolder {
-    std::filesystem::path path;
-    TempFolder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "orvo-pyr-XXXXXX").string();
-        if (::mkdtemp(pattern.data()))
-            path = pattern;
-    }
-    ~TempFolder() {
-        std::error_code ec;
-        std::filesystem::remove_all(path, ec);
-    }
-    std::string file(const std::string& name) const { return (path / name).string(); }
-};
 
 // Collects the pyramid reports for the life of the object.
 struct ReportCapture {
