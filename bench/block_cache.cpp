@@ -9,6 +9,10 @@
 //   coherent bilinear  - the top level, a 1024 x 1024 grid in 16 x 16 buckets;
 //   coherent mipmapped - the same grid with its footprint (1/1024), between
 //                        levels 10 and 11 as a renderer's samples would be;
+//   scanline bilinear  - the same grid row by row across the whole texture,
+//                        so that a row of blocks comes back eight times, a
+//                        whole row of the texture apart: a cache of fewer
+//                        slots than a row holds (128 blocks) reloads them;
 //   random bilinear    - the top level at random points (the worst case).
 // Every lookup's colour is checked against the memory pyramid's before the
 // figures count; the program fails when a value differs or a cache ever
@@ -101,6 +105,12 @@ int main() {
                Tpyramid::fsNumBlocks[12] + 128 * 128, double(decoded) / 1048576.0);
 
     const Coords coherent = coherentCoords();
+    Coords scanline;
+    for (unsigned y = 0; y < 1024; ++y)
+        for (unsigned x = 0; x < 1024; ++x) {
+            scanline.u.push_back((x + 0.37f) / 1024);
+            scanline.v.push_back((y + 0.61f) / 1024);
+        }
     const Coords random = randomCoords(size_t(1) << 16);
     const struct {
         const char* name;
@@ -108,6 +118,7 @@ int main() {
         bool mipmapped;
     } patterns[] = {{"coherent bilinear", &coherent, false},
                     {"coherent mipmapped", &coherent, true},
+                    {"scanline bilinear", &scanline, false},
                     {"random bilinear", &random, false}};
     const size_t budgets[] = {128 << 10, 512 << 10, 2 << 20, 8 << 20, 32 << 20};
 
