@@ -235,6 +235,9 @@ int describeDepthMap(const std::string& file) {
 
 } // namespace
 
+// Block-ordered textures and images (cmd_info_texture.cpp).
+int describeTextureOrImage(const std::string& file);
+
 void addInfoCommand(CLI::App& app, CommandRun& run) {
     auto file = std::make_shared<std::string>();
     CLI::App* sub = app.add_subcommand(
@@ -246,9 +249,7 @@ void addInfoCommand(CLI::App& app, CommandRun& run) {
                 return describeScene(*file);
             if (isDepthMapFile(*file))
                 return describeDepthMap(*file);
-            throw UserError(fmt::format("orvo info: {}: describing textures, depth maps and "
-                                        "images is not yet available; scenes (.qsl) are",
-                                        *file));
+            return describeTextureOrImage(*file);
         };
     });
 }

@@ -4,22 +4,6 @@
 
 namespace orvo::cli {
 
-namespace {
-
-struct PendingCommand {
-    const char* name;
-    const char* description;
-};
-
-// Commands that are announced but whose machinery is not in this build yet.
-// They accept any arguments so that scripts written against the final
-// interface get the honest answer rather than a parse error.
-constexpr PendingCommand kPendingCommands[] = {
-    {"maketx", "Write a block-ordered texture from an image"},
-};
-
-} // namespace
-
 void addRenderCommand(CLI::App& app, CommandRun& run);
 void addEvalCommand(CLI::App& app, CommandRun& run);
 void addNodesCommand(CLI::App& app, CommandRun& run);
@@ -27,6 +11,7 @@ void addCompileCommand(CLI::App& app, CommandRun& run);
 void addShadeCommand(CLI::App& app, CommandRun& run);
 void addInfoCommand(CLI::App& app, CommandRun& run);
 void addNamesCommand(CLI::App& app, CommandRun& run);
+void addMaketxCommand(CLI::App& app, CommandRun& run);
 
 void addCommands(CLI::App& app, CommandRun& run) {
     addRenderCommand(app, run);
@@ -36,16 +21,7 @@ void addCommands(CLI::App& app, CommandRun& run) {
     addShadeCommand(app, run);
     addNamesCommand(app, run);
     addInfoCommand(app, run);
-    for (const PendingCommand& command : kPendingCommands) {
-        CLI::App* sub = app.add_subcommand(command.name, command.description);
-        sub->allow_extras();
-        const std::string name = command.name;
-        sub->callback([&run, name] {
-            run = [name]() -> int {
-                throw UserError("orvo " + name + ": not yet available");
-            };
-        });
-    }
+    addMaketxCommand(app, run);
 }
 
 } // namespace orvo::cli
