@@ -243,12 +243,13 @@ public:
     }
     // Written by compute: not writable, not stored, not cached.
     Self& output() {
-        this->clearFlags(0x2022);
+        this->clearFlags(TattrFlag::kWritable | TattrFlag::kStorable |
+                         TattrFlag::kCachedInternally);
         return self();
     }
     // Filled per sample by the shading engine (normalCamera, pointCamera...).
     Self& implicitSample() {
-        this->clearFlags(0x2020);
+        this->clearFlags(TattrFlag::kStorable | TattrFlag::kCachedInternally);
         this->setFlags(TattrFlag::kHidden);
         return self();
     }

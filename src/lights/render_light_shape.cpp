@@ -234,9 +234,9 @@ bool TrenderLightShape::batchGetsShadows(TdataBlock& block, unsigned first) cons
     if (const Tattribute* objectType = objectTypeAttribute())
         if (integerValue(block.vectorInputValue(*objectType, first, 1)[0]) == 4)
             eligible = (integerValue(block.vectorInputValue(aRenderState, first, 1)[0]) & 2) != 0;
-    // Shadows exist only in the colour pass (0) and the shadow pass (5).
+    // Shadows exist only in the beauty pass and the shadow pass.
     const int pass = OrvoRenderPass();
-    if (eligible && pass >= 1 && pass <= 4)
+    if (eligible && pass >= kRenderPassColor && pass <= kRenderPassSpecular)
         eligible = false;
     if (const Tattribute* receive = receiveShadowsAttribute())
         if (!integerValue(block.vectorInputValue(*receive, first, 1)[0]))

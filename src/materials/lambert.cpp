@@ -106,7 +106,8 @@ bool TdnLambert::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigne
                                    unsigned count) {
     const Tattribute* a = computedRoot(plug);
     const int pass = OrvoRenderPass();
-    if (a == &aOutColor || a == &aOutGlowColor || (a == &aOutMatteOpacity && pass == 5)) {
+    if (a == &aOutColor || a == &aOutGlowColor ||
+        (a == &aOutMatteOpacity && pass == kRenderPassShadow)) {
         computeLambert(plug, block, first, count);
         const TvectorDataHandle hide = block.vectorInputValue(aHideSource, first, count);
         const TvectorDataHandle glowIntensity =
@@ -173,8 +174,9 @@ void TdnLambert::computeLambertChunk(TdataBlock& block, unsigned first, unsigned
     const TvectorDataHandle lights = block.vectorInputValue(aLightData, first, count);
     const TvectorDataHandle outColor = block.vectorOutputValue(aOutColor, first);
     const TvectorDataHandle outGlow = block.vectorOutputValue(aOutGlowColor, first);
-    const TvectorDataHandle outMatte =
-        pass == 5 ? block.vectorOutputValue(aOutMatteOpacity, first) : TvectorDataHandle();
+    const TvectorDataHandle outMatte = pass == kRenderPassShadow
+                                           ? block.vectorOutputValue(aOutMatteOpacity, first)
+                                           : TvectorDataHandle();
 
     T3Float accumulated[kChunk];
     const bool lightLoop = passLightsSurface(pass);
@@ -227,7 +229,7 @@ void TdnLambert::computeLambertChunk(TdataBlock& block, unsigned first, unsigned
                             t *= (d - cutoff) / fade;
                         a += t;
                     }
-                    if (pass == 5) {
+                    if (pass == kRenderPassShadow) {
                         weight += record.preShadowIntensity;
                         if (d > 0.0f)
                             shadow += record.preShadowIntensity * record.shadowFraction;
@@ -239,7 +241,7 @@ void TdnLambert::computeLambertChunk(TdataBlock& block, unsigned first, unsigned
             }
             sum = T3Float{s0, s1, s2};
         }
-        if (pass == 5) {
+        if (pass == kRenderPassShadow) {
             if (weight > 1e-5f)
                 shadow /= weight;
             outColor[e].set(T3Float{0.0f, 0.0f, 0.0f});
@@ -247,7 +249,7 @@ void TdnLambert::computeLambertChunk(TdataBlock& block, unsigned first, unsigned
             outGlow[e].set(T3Float{0.0f, 0.0f, 0.0f});
         }
     }
-    if (pass == 5)
+    if (pass == kRenderPassShadow)
         return;
 
     const TvectorDataHandle ambient = block.vectorInputValue(aAmbientColor, first, count);
@@ -258,14 +260,14 @@ void TdnLambert::computeLambertChunk(TdataBlock& block, unsigned first, unsigned
         T3Float& sum = accumulated[i];
         const float* c = color[e].asFloat3();
         const float* tr = transparency[e].asFloat3();
-        if (pass < 4) {
+        if (pass < kRenderPassSpecular) {
             const float* am = ambient[e].asFloat3();
             for (int ch = 0; ch < 3; ++ch)
                 sum[ch] += c[ch] * am[ch];
         }
         for (int ch = 0; ch < 3; ++ch)
             sum[ch] *= 1.0f - tr[ch];
-        if (pass < 4 && pass != 2) {
+        if (pass < kRenderPassSpecular && pass != kRenderPassAmbient) {
             const float* in = incandescence[e].asFloat3();
             for (int ch = 0; ch < 3; ++ch)
                 sum[ch] += in[ch];
@@ -287,7 +289,8 @@ void TdnLambert::analyse(TDNshadingEngine* engine, TSEnodeDescription* descripti
     if (OrvoRayTracingEnabled())
         return;
     // Without ray tracing nothing reads the ray fields.
-    for (unsigned field : {36u, 37u, 45u, 46u})
+    for (unsigned field : {TsampleFields::rayDepth, TsampleFields::rayInstance,
+                           TsampleFields::primitiveId, TsampleFields::mediumRefractiveIndex})
         fields.clear(field);
 }
 
@@ -368,7 +371,7 @@ void TdnLambert::groupedAttrs(const Tattribute* attribute, TattributeArray& out)
     if (!attribute)
         return;
     const Tattribute* a = attribute->parent() ? attribute->parent() : attribute;
-    const bool shadowPass = OrvoRenderPass() == 5;
+    const bool shadowPass = OrvoRenderPass() == kRenderPassShadow;
     if (a == &aOutColor || a == &aOutGlowColor) {
         out.push_back(a == &aOutColor ? &aOutGlowColor : &aOutColor);
         if (shadowPass)

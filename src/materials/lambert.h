@@ -210,9 +210,11 @@ public:
     // intensity 1, 1, 1; ambient and diffuse on, specular off.
     static void setMaterialLightDefaults(TattributeLightData& record);
 
-    // Whether the light loop runs in this pass (0, 1, 3 and 5).
+    // Whether the light loop runs in this pass: the colour passes and the
+    // shadow pass, which sums the shadow fractions of the lights.
     static bool passLightsSurface(int pass) {
-        return pass >= 0 && pass <= 5 && ((0x2B >> pass) & 1) != 0;
+        return pass == kRenderPassBeauty || pass == kRenderPassColor ||
+               pass == kRenderPassDiffuse || pass == kRenderPassShadow;
     }
 
 protected:

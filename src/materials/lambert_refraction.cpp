@@ -122,7 +122,7 @@ void TdnLambert::computeTransparencyChunk(TdataBlock& block, unsigned first, uns
     const TvectorDataHandle outTransparency = block.vectorOutputValue(aOutTransparency, first);
     for (unsigned i = 0; i < count; ++i)
         outTransparency[int(i)].set(transmission[i]);
-    if (pass == 5)
+    if (pass == kRenderPassShadow)
         return; // the shadow pass writes the matte from the lights
     const TvectorDataHandle mode = block.vectorInputValue(aMatteOpacityMode, first, count);
     const TvectorDataHandle gain = block.vectorInputValue(aMatteOpacityGain, first, count);

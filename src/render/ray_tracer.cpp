@@ -12,10 +12,6 @@ namespace {
 
 thread_local TrayTracer* tCurrent = nullptr;
 
-// Surface options: what a shading group is compiled for.
-constexpr unsigned kShadeOption = 0;  // colour, transparency, glow, matte
-constexpr unsigned kShadowOption = 3; // transparency and shadow attenuation
-
 // A ray gives up once this little of what lies ahead would still show.
 constexpr float kMinWeight = 1.0f / 1024.0f;
 // Surfaces a ray may pass through before the renderer calls it opaque.
@@ -289,7 +285,7 @@ void TrayTracer::defaultMaterial(Level& level, TrayPath& p) const {
 }
 
 void TrayTracer::follow(Level& level) {
-    const unsigned option = level.mode == Mode::Shade ? kShadeOption : kShadowOption;
+    const unsigned option = level.mode == Mode::Shade ? kTSEsurfaceOption : kTSEshadowOption;
     TsampleManager& manager = *level.thread->sampleManager();
     const T3Float background = fScene.background();
     while (!level.active.empty()) {

@@ -180,7 +180,7 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
     if (tilesDone < tiles.size())
         return false;
     image = OrvoResolve(frameSums);
-    if (passControl == 5) {
+    if (passControl == kRenderPassShadow) {
         // The shadow pass: the shadow is in the matte channel.
         for (size_t i = 0; i + TrenderedImage::kChannels <= image.pixels.size();
              i += TrenderedImage::kChannels)

@@ -362,11 +362,11 @@ uint8_t TSEanalysis::processConnection(TSEnodeDescription& d, const Tattribute& 
 
     const uint32_t kind = combinedKind(own, parentOwn, children);
     d.kind[attribute.index()] = kind;
-    d.state[attribute.index()] = (kind & 1u) ? 2 : 1;
+    d.state[attribute.index()] = (kind & kAttrInfoVariable) ? 2 : 1;
     // Unconnected children of a varying compound come with it into the
     // variable block; a child with a constant source of its own keeps it in
     // a constant slot and is copied over the compound when it is read.
-    if ((kind & 1u) && own)
+    if ((kind & kAttrInfoVariable) && own)
         for (const Tattribute* child : attribute.children())
             if (d.kind[child->index()] == kConstDefaultValue ||
                 d.kind[child->index()] == kConstUseParent) {

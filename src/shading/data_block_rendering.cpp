@@ -22,7 +22,7 @@ struct OtherDBPair {
 };
 
 bool isVariable(uint32_t type) {
-    return type & 1u;
+    return type & kAttrInfoVariable;
 }
 bool isOtherDB(uint32_t type) {
     return type == kVarPresentOtherDB || type == kVarUseParentOtherDB;
@@ -555,7 +555,7 @@ void TdataBlockRendering::evaluate(const Tattribute& a, unsigned first, unsigned
     case kVarUseParentAndChild:
         if (info.thread) {
             const Tattribute* p = a.parent();
-            while (p && !(fInfos[p->index()].type & 2u))
+            while (p && !(fInfos[p->index()].type & kAttrInfoPresent))
                 p = p->parent();
             if (p)
                 compute(info.thread, *p, addressOf(*p, first), first, count);
@@ -882,7 +882,7 @@ void TdataBlockRendering::dumpMultiInfo(std::ostream& out) const {
         const MultiInfo& m = fMultis[i];
         out << i << ' ' << OrvoAttrInfoTypeName(m.kind) << " numKids: " << m.numKids
             << " pOff: " << m.pOff;
-        if (m.kind & 1u)
+        if (m.kind & kAttrInfoVariable)
             out << " thread: " << m.threadOrCOff;
         else
             out << " cOff: " << m.threadOrCOff << " dOff: " << m.dOff << " bOff: " << m.bOff;

@@ -39,6 +39,12 @@ enum TSEattrInfoType : uint32_t {
     kVarUseParentOtherDB = 36,
 };
 
+// The bits of a TSEattrInfoType.
+constexpr uint32_t kAttrInfoVariable = 1u;    // in the variable block
+constexpr uint32_t kAttrInfoPresent = 2u;     // present at the attribute itself
+constexpr uint32_t kAttrInfoChildren = 8u;    // children take part
+constexpr uint32_t kAttrInfoOtherBlock = 32u; // lives in another block
+
 // The debug name of an AttrInfo type ("*** INVALID VALUE ***" for others).
 const char* OrvoAttrInfoTypeName(uint32_t type);
 
@@ -75,7 +81,7 @@ struct MultiInfo {
     uint32_t templateOffset() const { return logicalIndex(); }
     void setTemplateOffset(uint32_t offset) { setLogicalIndex(offset); }
     // The segment that computes this record's value, or 0.
-    uint16_t segment() const { return (kind & 1u) ? threadOrCOff : uint16_t(0); }
+    uint16_t segment() const { return (kind & kAttrInfoVariable) ? threadOrCOff : uint16_t(0); }
 };
 static_assert(sizeof(MultiInfo) == 16, "MultiInfo records are 16 bytes");
 

@@ -89,14 +89,14 @@ TSEdescriptorHalf TSEanalysis::blockHalf(const TSEnodeDescription& d, const Tatt
     const Tattribute* array = attribute.arrayAncestor();
     if (!array || logicalIndex == Tplug::kNoIndex) {
         half.attributeIndex = attribute.index();
-        half.varying = uint8_t(d.infos[attribute.index()].type & 1u);
+        half.varying = uint8_t(d.infos[attribute.index()].type & kAttrInfoVariable);
         return half;
     }
     const auto& elements = d.arrayElements.at(array);
     const size_t position =
         size_t(std::find(elements.begin(), elements.end(), logicalIndex) - elements.begin());
     half.attributeIndex = array->index();
-    half.varying = uint8_t(d.infos[array->index()].type & 1u);
+    half.varying = uint8_t(d.infos[array->index()].type & kAttrInfoVariable);
     half.depth = 1;
     half.arrayOffsets[0] =
         uint32_t(sizeof(TmultiHeader) + position * TmultiBuilder::calcStride(*array) +
@@ -313,9 +313,10 @@ void TSEanalysis::fillConstants(TSEnodeDescription& d, TSEopusLayout& layout) {
             if (within == ~0u)
                 continue;
             std::byte* slot =
-                constantBlock + ((info.type & 1u) ? header->templateOffset() : info.offset);
+                constantBlock +
+                ((info.type & kAttrInfoVariable) ? header->templateOffset() : info.offset);
             fn(c.constant->data(), slot + within, c.source.attribute(), &to);
-        } else if (!(info.type & 1u)) {
+        } else if (!(info.type & kAttrInfoVariable)) {
             info.type = kConstPresent;
             fn(c.constant->data(), constantBlock + info.offset, c.source.attribute(), &to);
         } else if (c.kind == kConnPlaceholder) {

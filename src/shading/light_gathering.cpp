@@ -375,14 +375,14 @@ unsigned TDNshadingEngine::lightRowCount(unsigned member, bool shadows) const {
 
 void TDNshadingEngine::mapLights(unsigned& flags, const TdependNode*) const {
     for (const Tplug& plug : fLights[0].lights) {
-        if ((flags & 8u) && (flags & 32u))
+        if ((flags & kLightsUseDepthMaps) && (flags & kLightsTraceShadows))
             return;
         TdependNode* node = plug.node();
         if (const Tattribute* dms = node->findAttribute("useDepthMapShadows"))
             if (TdnRenderLayer::readValue(Tplug(node, dms), nullptr).asBool())
-                flags |= 8u;
+                flags |= kLightsUseDepthMaps;
         if (auto* light = dynamic_cast<const TlightShape*>(node))
             if (light->useRayTraceShadows())
-                flags |= 32u;
+                flags |= kLightsTraceShadows;
     }
 }

@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/scene/render_pass.h"
 #include "host/types.h"
 
 class TdependNode;

@@ -24,6 +24,12 @@ class TSEanalysis;
 // The purpose of a compilation, 0 to 11; 11 compiles a light.
 using TSEoption = unsigned;
 constexpr TSEoption kTSEoptionCount = 12;
+// A surface seen by a camera or a traced ray: colour, transparency, glow
+// and matte.
+constexpr TSEoption kTSEsurfaceOption = 0;
+// A surface between a point and a light: transparency and shadow
+// attenuation, for shadow rays.
+constexpr TSEoption kTSEshadowOption = 3;
 constexpr TSEoption kTSElightOption = 11;
 
 // Sample types, by number: 0 surface, 1 volume, 2 image, 3 displacement,
@@ -219,8 +225,11 @@ public:
     unsigned lightMemberCount() const {
         return unsigned(fLights[0].rows.size());
     }
-    // Bit 8 of `flags` when a light uses depth map shadows, bit 32 when one
-    // traces shadow rays.
+    // The bits mapLights sets.
+    static constexpr unsigned kLightsUseDepthMaps = 8u;
+    static constexpr unsigned kLightsTraceShadows = 32u;
+    // Sets kLightsUseDepthMaps in `flags` when a light uses depth map
+    // shadows, kLightsTraceShadows when one traces shadow rays.
     void mapLights(unsigned& flags, const TdependNode* shape = nullptr) const;
 
     // The compile report of an option: nodes and attribute states, segments,

@@ -150,6 +150,16 @@ TEST_F(RenderTool, BadArgumentsAreUserErrorsAndWriteNothing) {
     EXPECT_NE(notFolder.err.find(file), std::string::npos) << notFolder.err;
 }
 
+// Whether process `pid` catches SIGINT: the SigCgt mask of /proc/PID/status,
+// in hex, has bit SIGINT - 1 set.
+bool catchesInterrupt(pid_t pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.rfind("SigCgt:", 0) == 0)
+            return (std::stoull(line.substr(7), nullptr, 16) >> (SIGINT - 1)) & 1u;
+    return false;
+}
+
 // Ctrl-C stops the render: the frame in hand is dropped, no image is left
 // under its name or a temporary one, and the exit status says it failed.
 TEST_F(RenderTool, InterruptStopsCleanlyAndLeavesNoFile) {
@@ -169,7 +179,12 @@ TEST_F(RenderTool, InterruptStopsCleanlyAndLeavesNoFile) {
     pid_t pid = 0;
     ASSERT_EQ(::posix_spawn(&pid, ORVO_TOOL, &actions, nullptr, argv.data(), environ), 0);
     posix_spawn_file_actions_destroy(&actions);
-    std::this_thread::sleep_for(std::chrono::seconds(2));
+    // The signal comes once the tool has set up its handler (a loaded
+    // machine may take seconds to start it) and has begun to render.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!catchesInterrupt(pid) && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
     ::kill(pid, SIGINT);
     int status = 0;
     ::waitpid(pid, &status, 0);

@@ -104,11 +104,11 @@ struct PassAttribute {
     const Tattribute& attribute;
 };
 std::array<PassAttribute, 5> passAttributes() {
-    return {{{0, "beauty", TdnRenderLayer::aBeauty},
-             {1, "color", TdnRenderLayer::aColor},
-             {5, "shadow", TdnRenderLayer::aShadow},
-             {3, "diffuse", TdnRenderLayer::aDiffuse},
-             {4, "specular", TdnRenderLayer::aSpecular}}};
+    return {{{kRenderPassBeauty, "beauty", TdnRenderLayer::aBeauty},
+             {kRenderPassColor, "color", TdnRenderLayer::aColor},
+             {kRenderPassShadow, "shadow", TdnRenderLayer::aShadow},
+             {kRenderPassDiffuse, "diffuse", TdnRenderLayer::aDiffuse},
+             {kRenderPassSpecular, "specular", TdnRenderLayer::aSpecular}}};
 }
 } // namespace
 

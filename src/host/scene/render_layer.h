@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "host/node_pattern.h"
+#include "host/scene/render_pass.h"
 
 class TDGcommand;
 
@@ -70,7 +71,8 @@ ORVO_NODE(TdnRenderLayer, TdependNode, "renderLayer", "RLAY", 2120, "kRenderLaye
 class TdnRenderLayer : public TdnPattern<TdnRenderLayer, TdependNode> {
 public:
     // The pass states, in the order the layer keeps its passes.
-    static constexpr int kPassStates[5] = {0, 1, 5, 3, 4};
+    static constexpr int kPassStates[5] = {kRenderPassBeauty, kRenderPassColor, kRenderPassShadow,
+                                           kRenderPassDiffuse, kRenderPassSpecular};
     // "beauty", "color", "shadow", "diffuse", "specular"; null for a state
     // that is none of them.
     static const char* passName(int state);
