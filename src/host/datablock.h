@@ -225,6 +225,24 @@ private:
 
 // The per-evaluation storage of one node's values. The base holds the run of
 // elements; subclasses decide where each attribute's value lies.
+// Calls run(start, length) for each maximal run of indices in [0, n) where
+// `in(i)` holds. A node asks the block for an input once per run, so that
+// what feeds the input is evaluated for the samples that need it only.
+template <class In, class Run>
+void OrvoForEachRun(unsigned n, In in, Run run) {
+    unsigned i = 0;
+    while (i < n) {
+        if (!in(i)) {
+            ++i;
+            continue;
+        }
+        const unsigned start = i;
+        while (i < n && in(i))
+            ++i;
+        run(start, i - start);
+    }
+}
+
 class TdataBlock {
 public:
     TdataBlock() = default;

@@ -26,6 +26,14 @@ struct T3Float {
     float operator[](int i) const { return (&x)[i]; }
 };
 
+// The luminance weights of every colour-to-grey step: 0.3, 0.59, 0.11.
+inline float OrvoLuminance(float r, float g, float b) {
+    return 0.3f * r + 0.59f * g + 0.11f * b;
+}
+inline float OrvoLuminance(const T3Float& c) {
+    return OrvoLuminance(c.x, c.y, c.z);
+}
+
 // 4 by 4 float matrix, row vectors: a point p maps to p * M, translation in
 // the last row.
 struct T4dFltMatrix {

@@ -54,8 +54,7 @@ namespace {
 class RecordSum {
 public:
     void add(const TlightData& r) {
-        const float luminance =
-            0.3f * r.intensity[0] + 0.59f * r.intensity[1] + 0.11f * r.intensity[2];
+        const float luminance = OrvoLuminance(r.intensity[0], r.intensity[1], r.intensity[2]);
         for (int c = 0; c < 3; ++c) {
             fOut.intensity[c] += r.intensity[c];
             fDirection[c] += luminance * r.direction[c];

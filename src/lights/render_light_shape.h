@@ -131,7 +131,7 @@ public:
     // `lightData` or one of its fields.
     static bool isLightDataPlug(const Tplug& plug);
     // The luminance weights of a light's pre-shadow intensity.
-    static float luminance(const T3Float& c) { return 0.3f * c.x + 0.59f * c.y + 0.11f * c.z; }
+    static float luminance(const T3Float& c) { return OrvoLuminance(c); }
 
     // Whether the application is making an interactive preview file.
     static void setPreviewFileMode(bool on);

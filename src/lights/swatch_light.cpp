@@ -29,7 +29,7 @@ TlightData TdnSwatchLight::recordAt(const T3Float& p) {
     r.specular = true;
     r.shadowFraction = 0.0f;
     // The luminance of white at intensity 1.
-    r.preShadowIntensity = 0.3f + 0.59f + 0.11f;
+    r.preShadowIntensity = OrvoLuminance(1.0f, 1.0f, 1.0f);
     r.blindData = nullptr;
     return r;
 }

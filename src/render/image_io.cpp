@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "host/file_replace.h"
 #include "render/render_error.h"
 
 const char* OrvoImageExtension(TimageFormat format) {
@@ -154,10 +155,8 @@ void OrvoWriteImage(const std::string& path, const TrenderedImage& image, Timage
 void OrvoWriteImage(const std::string& path, const TrenderedImage& image,
                     const TimageWriteSpec& spec) {
     namespace fs = std::filesystem;
-    const fs::path target(path);
-    const fs::path temporary =
-        target.parent_path() /
-        fmt::format(".{}.tmp.{}", target.filename().string(), long(::getpid()));
+    TfileReplacement file(path);
+    const fs::path temporary(file.temporary());
     auto out = OIIO::ImageOutput::create(spec.format);
     if (!out)
         throw TrenderError(fmt::format("{}: error: cannot write {} images", path, spec.label));
@@ -194,14 +193,11 @@ void OrvoWriteImage(const std::string& path, const TrenderedImage& image,
     written = out->close() && written;
     if (!written)
         why = out->geterror();
-    std::error_code ec;
     if (written) {
-        fs::rename(temporary, target, ec);
-        if (!ec)
+        why = file.commit(true);
+        if (why.empty())
             return;
-        why = ec.message();
     }
-    fs::remove(temporary, ec);
     throw TrenderError(fmt::format("{}: error: cannot write the image: {}", path,
                                    why.empty() ? "unknown failure" : why));
 }

@@ -176,5 +176,5 @@ private:
 
 // The luminance weights of every colour-to-grey step of the render model.
 inline float OrvoLuminance(const Tspectrum& c) {
-    return 0.3f * c.r + 0.59f * c.g + 0.11f * c.b;
+    return OrvoLuminance(c.r, c.g, c.b);
 }

@@ -14,13 +14,6 @@ namespace {
 
 constexpr uint64_t kCachedByNode = TattrFlag::kCachedByNode0 | TattrFlag::kCachedByNode1;
 
-// A pointer pair in the slot of an attribute whose value lives in another
-// block: the value's address at element 0 there, and that block.
-struct OtherDBPair {
-    std::byte* base;
-    TdataBlock* block;
-};
-
 bool isVariable(uint32_t type) {
     return type & kAttrInfoVariable;
 }

@@ -119,6 +119,13 @@ public:
                               TlightData** table) = 0;
 };
 
+// The slot of an attribute whose value lives in another block holds this
+// pair: the value's address at element 0 there, and that block.
+struct OtherDBPair {
+    std::byte* base;
+    TdataBlock* block;
+};
+
 class TdataBlockRendering : public TdataBlock {
 public:
     TdataBlockRendering() { fStatus[1] = 2; }

@@ -43,15 +43,21 @@ public:
     }
     ~Frame() override { tearDown(); }
 
-    // Bytes of stack a frame needs for `count` samples.
+    // Bytes a frame takes apart from its samples' values: the block
+    // objects, the segment and block flags, the field stacks, and the slack
+    // that aligns the start. The opus reports it as its frame size.
+    static size_t fixedBytes(const TSEopusLayout& layout) {
+        return sizeof(TdataBlockRendering) * layout.blockCount +
+               OrvoAlignUp(layout.segments.size() + 1, 16) +
+               OrvoAlignUp(layout.blockCount + 1, 16) + OrvoAlignUp(layout.fieldStackBytes, 16) +
+               16;
+    }
+    // Bytes of scratch a frame needs for `count` samples.
     static size_t bytesFor(const TshadingOpus& opus, unsigned count) {
-        size_t bytes = sizeof(TdataBlockRendering) * opus.fLayout.blockCount +
-                       OrvoAlignUp(opus.fLayout.segments.size() + 1, 16) +
-                       OrvoAlignUp(opus.fLayout.blockCount + 1, 16) +
-                       OrvoAlignUp(opus.fLayout.fieldStackBytes, 16);
+        size_t bytes = fixedBytes(opus.fLayout);
         for (uint32_t stride : opus.fLayout.blockStrides)
             bytes += OrvoAlignUp(size_t(stride) * count, 16);
-        return bytes + 16;
+        return bytes;
     }
 
     void runSegment(uint16_t segment, unsigned first, unsigned count) {
@@ -396,13 +402,9 @@ void TshadingOpus::Frame::link(const TSEinstruction& in, unsigned first, unsigne
     TdataBlockRendering& destination = fBlocks[l.destinationBlock];
     const AttrInfo& from = source.attrInfos()[l.sourceAttribute->index()];
     const AttrInfo& to = destination.attrInfos()[l.attribute->index()];
-    struct Pair {
-        std::byte* base;
-        TdataBlock* block;
-    };
     for (unsigned e = first; e < first + count; ++e) {
-        auto* pair = reinterpret_cast<Pair*>(destination.firstElement() +
-                                             size_t(e) * destination.elementStride() + to.offset);
+        auto* pair = reinterpret_cast<OtherDBPair*>(
+            destination.firstElement() + size_t(e) * destination.elementStride() + to.offset);
         pair->base = source.firstElement() + from.offset;
         pair->block = &source;
     }
@@ -470,13 +472,7 @@ void TshadingOpus::Frame::sampleLights(unsigned first, unsigned count, unsigned,
                                   p.x * m[0][1] + p.y * m[1][1] + p.z * m[2][1] + m[3][1],
                                   p.x * m[0][2] + p.y * m[1][2] + p.z * m[2][2] + m[3][2]});
     }
-    const TbitFieldFixedN* row = nullptr;
-    if (TsampleBatch* batch = fSamples[first]->batch())
-        if (auto* group = static_cast<TrenderGroupBase*>(batch->renderGroup())) {
-            const int index = group->objectIndex();
-            if (index >= 0 && size_t(index) < opus.fLitBy.size())
-                row = &opus.fLitBy[size_t(index)];
-        }
+    const TbitFieldFixedN* row = opus.litByRow(*fSamples[first]);
     size_t frameBytes = 0;
     for (const TshadingOpus* light : opus.fLightOpuses)
         if (light)
@@ -524,9 +520,7 @@ void TshadingOpus::initialize(TSEopusLayout&& layout, TbitField64 needs,
     fLayout = std::move(layout);
     fNeeds = needs;
     fFieldOffsets.assign(fieldOffsets, fieldOffsets + offsetCount);
-    fFrameSize =
-        unsigned(sizeof(TdataBlockRendering) * fLayout.blockCount +
-                 OrvoAlignUp(fLayout.segments.size() + 1, 16) + fLayout.fieldStackBytes + 12);
+    fFrameSize = unsigned(Frame::fixedBytes(fLayout));
     fPerSampleSize = 0;
     for (uint32_t stride : fLayout.blockStrides)
         fPerSampleSize += stride;
@@ -613,18 +607,20 @@ void TshadingOpus::shade(unsigned count, Tsample** samples) const {
     frame.runSegment(1, 0, count);
 }
 
-void TshadingOpus::runLights(unsigned count, Tsample** samples, unsigned slots,
-                             const uint16_t* slotOf, const uint16_t* representative,
-                             TmultiHeader* builders, std::byte* storage) const {
-    // The object's row of lights; without a group that knows its object,
-    // every light of the group.
-    const TbitFieldFixedN* row = nullptr;
-    if (TsampleBatch* batch = samples[0]->batch())
+const TbitFieldFixedN* TshadingOpus::litByRow(const Tsample& sample) const {
+    if (TsampleBatch* batch = sample.batch())
         if (auto* group = static_cast<TrenderGroupBase*>(batch->renderGroup())) {
             const int index = group->objectIndex();
             if (index >= 0 && size_t(index) < fLitBy.size())
-                row = &fLitBy[size_t(index)];
+                return &fLitBy[size_t(index)];
         }
+    return nullptr;
+}
+
+void TshadingOpus::runLights(unsigned count, Tsample** samples, unsigned slots,
+                             const uint16_t* slotOf, const uint16_t* representative,
+                             TmultiHeader* builders, std::byte* storage) const {
+    const TbitFieldFixedN* row = litByRow(*samples[0]);
     TshadeScratch scratch;
     const size_t pointerBytes = TshadeScratch::bytes(slots, sizeof(Tsample*));
     auto** reps = static_cast<Tsample**>(ORVO_SCRATCH(scratch, pointerBytes));

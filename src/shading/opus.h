@@ -149,6 +149,9 @@ private:
     TSEopusLayout fLayout;
     TSEudSampleTable fUserTable;
     std::vector<TbitFieldFixedN> fLitBy;
+    // The row of lights that light the object of `sample`'s batch; null
+    // (every light of the group) when the batch's group knows no object.
+    const TbitFieldFixedN* litByRow(const Tsample& sample) const;
     std::vector<TshadingOpus*> fLightOpuses;
     std::vector<TdependNode*> fLightNodes; // whose references releaseOpus gives back
     unsigned fLightBuilderSize = 0;

@@ -58,19 +58,14 @@ namespace {
 // request a run, and keeps where each sample's value lies.
 void fetchRuns(TdataBlock& block, const Tattribute& colour, const bool* needed, unsigned from,
                unsigned n, const float** values) {
-    unsigned j = 0;
-    while (j < n) {
-        if (!needed[j]) {
-            values[j++] = nullptr;
-            continue;
-        }
-        const unsigned start = j;
-        while (j < n && needed[j])
-            ++j;
-        const TvectorDataHandle h = block.vectorInputValue(colour, from + start, j - start);
-        for (unsigned k = start; k < j; ++k)
-            values[k] = h[int(k - start)].asFloats();
-    }
+    std::fill(values, values + n, nullptr);
+    OrvoForEachRun(
+        n, [&](unsigned j) { return needed[j]; },
+        [&](unsigned start, unsigned length) {
+            const TvectorDataHandle h = block.vectorInputValue(colour, from + start, length);
+            for (unsigned k = 0; k < length; ++k)
+                values[start + k] = h[int(k)].asFloats();
+        });
 }
 } // namespace
 
@@ -80,18 +75,6 @@ bool TdnChecker::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigne
         return TshadingDependNode::computePlug(plug, block);
     const Samples s(block, first, count);
     const TvectorDataHandle contrast = block.vectorInputValue(aContrast, first, count);
-
-    // Colour effects that are the same for every sample, as they usually
-    // are, are read once.
-    const bool effectsConstant = s.invert.isConstant() && s.alphaIsLuminance.isConstant() &&
-                                 s.gain.isConstant() && s.offset.isConstant() &&
-                                 s.alphaGain.isConstant() && s.alphaOffset.isConstant();
-    const bool invert = s.invert[0].asBool();
-    const bool alphaIsLuminance = s.alphaIsLuminance[0].asBool();
-    const float* gain = s.gain[0].asFloats();
-    const float* offset = s.offset[0].asFloats();
-    const float alphaGain = s.alphaGain[0].asFloat();
-    const float alphaOffset = s.alphaOffset[0].asFloat();
 
     bool done[kChunk], need1[kChunk], need2[kChunk];
     Weights w[kChunk];
@@ -119,26 +102,10 @@ bool TdnChecker::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigne
         fetchRuns(block, aColor2, need2, first + base, n, c2);
         // Pass 3: the mix; alpha is the weight of color1.
         static const float kNone[3] = {0.0f, 0.0f, 0.0f};
-        if (!effectsConstant) {
-            for (unsigned j = 0; j < n; ++j) {
-                if (done[j])
-                    continue;
+        for (unsigned j = 0; j < n; ++j)
+            if (!done[j])
                 s.finish(int(base + j), mix(w[j], c1[j] ? c1[j] : kNone, c2[j] ? c2[j] : kNone),
                          w[j].w1);
-            }
-            continue;
-        }
-        // The effects read once for the batch: the same steps as finish.
-        for (unsigned j = 0; j < n; ++j) {
-            if (done[j])
-                continue;
-            const int i = int(base + j);
-            T3Float c = mix(w[j], c1[j] ? c1[j] : kNone, c2[j] ? c2[j] : kNone);
-            float a = alphaIsLuminance ? luminance(c) : w[j].w1;
-            colorEffects(invert, gain, offset, alphaGain, alphaOffset, c, a);
-            s.outColor[i].set(c);
-            s.outAlpha[i].set(a);
-        }
     }
     return true;
 }

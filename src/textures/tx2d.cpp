@@ -196,18 +196,32 @@ TdnTx2D::Samples::Samples(TdataBlock& block, unsigned first, unsigned count)
       alphaOffset(block.vectorInputValue(aAlphaOffset, first, count)),
       defaultColor(block.vectorInputValue(aDefaultColor, first, count)),
       outColor(block.vectorOutputValue(aOutColor, first)),
-      outAlpha(block.vectorOutputValue(aOutAlpha, first)) {}
+      outAlpha(block.vectorOutputValue(aOutAlpha, first)) {
+    effectsConstant = invert.isConstant() && alphaIsLuminance.isConstant() && gain.isConstant() &&
+                      offset.isConstant() && alphaGain.isConstant() && alphaOffset.isConstant();
+    if (effectsConstant) {
+        invertAll = invert[0].asBool();
+        alphaIsLuminanceAll = alphaIsLuminance[0].asBool();
+        gainAll = gain[0].asFloats();
+        offsetAll = offset[0].asFloats();
+        alphaGainAll = alphaGain[0].asFloat();
+        alphaOffsetAll = alphaOffset[0].asFloat();
+    }
+}
 
 void TdnTx2D::Samples::finish(int i, T3Float c, float a) const {
     // The luminance of the pattern's colour, before the effects: invert then
     // inverts it.
-    if (alphaIsLuminance[i].asBool())
+    if (effectsConstant ? alphaIsLuminanceAll : alphaIsLuminance[i].asBool())
         a = luminance(c);
     finishWithAlpha(i, c, a);
 }
 
 void TdnTx2D::Samples::finishWithAlpha(int i, T3Float c, float a) const {
-    colorEffects(i, invert, gain, offset, alphaGain, alphaOffset, c, a);
+    if (effectsConstant)
+        colorEffects(invertAll, gainAll, offsetAll, alphaGainAll, alphaOffsetAll, c, a);
+    else
+        colorEffects(i, invert, gain, offset, alphaGain, alphaOffset, c, a);
     outColor[i].set(c);
     outAlpha[i].set(a);
 }

@@ -112,7 +112,7 @@ public:
                               const TvectorDataHandle& filter,
                               const TvectorDataHandle& filterOffset);
 
-    static float luminance(const T3Float& c) { return 0.3f * c.x + 0.59f * c.y + 0.11f * c.z; }
+    static float luminance(const T3Float& c) { return OrvoLuminance(c); }
     // x in 0 .. 1 unchanged (so 1.0 stays 1.0), else its fraction.
     static float fract1(float x) { return x >= 0.0f && x <= 1.0f ? x : x - std::floor(x); }
 
@@ -141,6 +141,14 @@ protected:
     struct Samples {
         TvectorDataHandle uv, filterSize, filter, filterOffset, invert, alphaIsLuminance, gain,
             offset, alphaGain, alphaOffset, defaultColor, outColor, outAlpha;
+
+        // The colour effects when they are the same for every sample, as
+        // they usually are: read once, not per sample.
+        bool effectsConstant = false;
+        bool invertAll = false, alphaIsLuminanceAll = false;
+        const float* gainAll = nullptr;
+        const float* offsetAll = nullptr;
+        float alphaGainAll = 1.0f, alphaOffsetAll = 0.0f;
 
         Samples(TdataBlock& block, unsigned first, unsigned count);
         // Step 3: an outside sample gets the default colour.

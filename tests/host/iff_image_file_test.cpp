@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "host/iff/iff_image_file.h"
-#include "support/temp_dir.h"
+#include "support/temp_folder.h"
 
 namespace fs = std::filesystem;
 
@@ -22,7 +22,7 @@ namespace {
 
 class DepthFiles : public ::testing::Test {
 protected:
-    std::string path(const char* name) const { return fDir / name; }
+    std::string path(const char* name) const { return fDir.file(name); }
     static std::vector<unsigned char> bytesOf(const std::string& file) {
         std::ifstream in(file, std::ios::binary);
         return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
@@ -32,7 +32,7 @@ protected:
         out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
     }
 
-    TtestTempDir fDir{"orvo-dmap"};
+    TempFolder fDir{"orvo-dmap"};
 };
 
 uint32_t be32(const std::vector<unsigned char>& b, size_t at) {
@@ -161,7 +161,7 @@ TEST_F(DepthFiles, AFailedWriteLeavesNothing) {
     TiffImageHeader tooWide = twoByOne();
     tooWide.width = 0;
     EXPECT_NE(TiffImageFile::write(path("zero.iff"), tooWide, depth, nullptr, error), 0);
-    EXPECT_EQ(std::distance(fs::directory_iterator(fDir.path()), {}), 0);
+    EXPECT_EQ(std::distance(fs::directory_iterator(fDir.path), {}), 0);
 }
 
 } // namespace

@@ -16,7 +16,7 @@
 #include "lights/directional_light.h"
 #include "lights/light_test_support.h"
 #include "lights/shadow_map_support.h"
-#include "support/temp_dir.h"
+#include "support/temp_folder.h"
 
 namespace fs = std::filesystem;
 
@@ -45,7 +45,7 @@ private:
 
 class DepthMapFiles : public ::testing::Test {
 protected:
-    std::string path(const std::string& name) const { return fDir / name; }
+    std::string path(const std::string& name) const { return fDir.file(name); }
 
     // An orthographic map 4 x 4 whose buffers are `first` (and `mid`),
     // ready to be written or read into.
@@ -61,13 +61,13 @@ protected:
     }
     TdepthMapFiles files(const std::string& name) const {
         TdepthMapFiles f;
-        f.directory = fDir.path().string() + "/";
+        f.directory = fDir.path.string() + "/";
         f.maps[0] = path(name + ".iff");
         f.mids[0] = path(name + "_mid.iff");
         return f;
     }
 
-    TtestTempDir fDir{"orvo-dmaps"};
+    TempFolder fDir{"orvo-dmaps"};
 };
 
 TEST_F(DepthMapFiles, AMapWrittenReadsBackAsItWas) {

@@ -11,7 +11,7 @@
 #include "lights/non_extended_light_shape.h"
 #include "render/renderer.h"
 #include "render/scene_text.h"
-#include "support/temp_dir.h"
+#include "support/temp_folder.h"
 
 namespace fs = std::filesystem;
 
@@ -76,8 +76,8 @@ protected:
         return sceneFromText(std::string(kScene) + extra);
     }
 
-    TtestTempDir fTemp{"orvo-dmrender"};
-    const fs::path& fDir = fTemp.path();
+    TempFolder fTemp{"orvo-dmrender"};
+    const fs::path& fDir = fTemp.path;
 };
 
 float luminance(const TrenderedImage& image, unsigned x, unsigned y) {

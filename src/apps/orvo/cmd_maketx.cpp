@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "apps/orvo/cli.h"
+#include "host/file_replace.h"
 #include "host/image_file.h"
 #include "textures/pyramid.h"
 #include "textures/pyramid_messages.h"
@@ -95,29 +96,17 @@ int makeTexture(const std::string& image, std::string out) {
 
     // Written beside the output under a name of this process, then moved
     // into place: a failed write never leaves a file under either name.
-    const fs::path target(out);
-    const fs::path temporary =
-        target.parent_path() /
-        fmt::format(".{}.{}.tmp", target.filename().string(), long(::getpid()));
+    TfileReplacement bot(out);
     {
         CollectReports reports;
-        if (!pyramid.writeBOT(temporary.string(), true)) {
-            fs::remove(temporary, ec);
+        if (!pyramid.writeBOT(bot.temporary(), true))
             throw UserError(fmt::format("orvo maketx: {}: cannot write the texture: {}", out,
                                         reports.oneLine()));
-        }
     }
     // The texture is a file like any other the user makes, not a private
     // cache: the usual permissions.
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    ::chmod(temporary.c_str(), 0666 & ~mask);
-    fs::rename(temporary, target, ec);
-    if (ec) {
-        const std::string reason = ec.message();
-        fs::remove(temporary, ec);
-        throw UserError(fmt::format("orvo maketx: {}: cannot write the texture: {}", out, reason));
-    }
+    if (const std::string why = bot.commit(true); !why.empty())
+        throw UserError(fmt::format("orvo maketx: {}: cannot write the texture: {}", out, why));
     fmt::print("{}: {} x {}, {} channel{}, {} level{}\n", out, width, height, pyramid.pixelSize(),
                pyramid.pixelSize() == 1 ? "" : "s", pyramid.maxLevel() + 1,
                pyramid.maxLevel() == 0 ? "" : "s");

@@ -16,6 +16,7 @@
 #include "apps/orvo/scene.h"
 #include "host/arena.h"
 #include "host/env.h"
+#include "host/file_replace.h"
 #include "host/graph.h"
 #include "shading/ray_sampler.h"
 #include "shading/sample_manager.h"
@@ -184,33 +185,23 @@ void writeImage(const std::string& path, unsigned width, unsigned height, const 
         float alpha = 1.0f;
         if (transparency >= 0) {
             const auto& t = grid.values[cell][size_t(transparency)];
-            alpha = 1.0f - float(0.3 * t[0] + 0.59 * t[1] + 0.11 * t[2]);
+            alpha = 1.0f - OrvoLuminance(float(t[0]), float(t[1]), float(t[2]));
         }
         for (int k = 0; k < 3; ++k)
             pixels[cell * 4 + size_t(k)] = float(c[size_t(k)]);
         pixels[cell * 4 + 3] = alpha;
     }
     // Written beside its name and renamed into place: no half-written file.
-    const std::filesystem::path target(path);
-    const std::filesystem::path temporary =
-        target.parent_path() /
-        ("." + target.filename().string() + ".tmp" + target.extension().string());
+    TfileReplacement file(path);
     auto out = OIIO::ImageOutput::create(path);
     if (!out)
         throw UserError(fmt::format("orvo shade: {}: cannot write this image format", path));
     OIIO::ImageSpec spec(int(width), int(height), 4, OIIO::TypeDesc::FLOAT);
-    if (!out->open(temporary.string(), spec) ||
-        !out->write_image(OIIO::TypeDesc::FLOAT, pixels.data()) || !out->close()) {
-        std::error_code ec;
-        std::filesystem::remove(temporary, ec);
+    if (!out->open(file.temporary(), spec) ||
+        !out->write_image(OIIO::TypeDesc::FLOAT, pixels.data()) || !out->close())
         throw UserError(fmt::format("orvo shade: {}: {}", path, out->geterror()));
-    }
-    std::error_code ec;
-    std::filesystem::rename(temporary, target, ec);
-    if (ec) {
-        std::filesystem::remove(temporary, ec);
-        throw UserError(fmt::format("orvo shade: {}: {}", path, ec.message()));
-    }
+    if (const std::string why = file.commit(true); !why.empty())
+        throw UserError(fmt::format("orvo shade: {}: {}", path, why));
 }
 
 // A grid is held whole until it is printed: its samples, values and text.

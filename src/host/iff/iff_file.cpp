@@ -10,6 +10,8 @@
 
 #include <fmt/format.h>
 
+#include "host/file_replace.h"
+
 namespace {
 
 void putBigEndian32(unsigned char* out, uint32_t value) {
@@ -23,9 +25,8 @@ void putBigEndian32(unsigned char* out, uint32_t value) {
 // finished file gets (rw-rw-rw- less the umask), since it is renamed into
 // place as it is.
 int openTemporaryBeside(const std::string& path, std::string& temporary) {
-    static std::atomic<unsigned> counter{0};
     for (int attempt = 0; attempt < 100; ++attempt) {
-        temporary = fmt::format("{}.tmp{}.{}", path, ::getpid(), counter.fetch_add(1));
+        temporary = OrvoTemporaryPathBeside(path);
         const int fd = ::open(temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (fd >= 0 || errno != EEXIST)
             return fd;

@@ -42,17 +42,9 @@ bool holds(int16_t operation, float a, float b) {
 // only.
 void evaluateRuns(TdataBlock& block, const Tattribute& colour, const uint8_t* mask, bool want,
                   unsigned first, unsigned count) {
-    unsigned i = 0;
-    while (i < count) {
-        if ((mask[i] != 0) != want) {
-            ++i;
-            continue;
-        }
-        const unsigned start = i;
-        while (i < count && (mask[i] != 0) == want)
-            ++i;
-        block.vectorInputValue(colour, first + start, i - start);
-    }
+    OrvoForEachRun(
+        count, [&](unsigned i) { return (mask[i] != 0) == want; },
+        [&](unsigned start, unsigned n) { block.vectorInputValue(colour, first + start, n); });
 }
 
 } // namespace

@@ -23,7 +23,7 @@ public:
     static bool nearlyEqual(float a, float b) { return std::fabs(a - b) <= epsilon; }
 
     // Luminance of a colour in the rendering space.
-    static float luminance(float r, float g, float b) { return 0.3f * r + 0.59f * g + 0.11f * b; }
+    static float luminance(float r, float g, float b) { return OrvoLuminance(r, g, b); }
 
     // Hue in degrees [0, 360), saturation and value.
     static void RGBtoHSV(const T3Float& rgb, T3Float& hsv);
