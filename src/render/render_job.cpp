@@ -136,6 +136,7 @@ TrenderJob::TrenderJob(TdependGraph& graph, const std::string& scenePath,
         settings.height = int32_t(*overrides.height);
     settings.imageFormat = overrides.imageFormat;
     info->setCommonRenderGlobals(fSceneGlobals, nullptr, &settings);
+    fThreads = info->defaultGlobals()->numberOfCpusToUse();
 
     const TlayerList layers(true, &graph);
     if (layers.empty())
