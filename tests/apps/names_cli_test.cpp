@@ -178,7 +178,7 @@ TEST_F(NamesTool, MistakesAreOneLineAndNothingElse) {
         {{"names", scene, "--frames", "1", "x"}, "--frames"},
         {{"names", scene, "--frames", "1"}, "--frames"},
         {{"names", (dir / "nope.qsl").string()}, "nope.qsl"},
-        {{"names", unwritable}, "imageFormat"},
+        {{"names", unwritable}, "imageFormat is \"SoftImage\""},
         {{"names", twins}, "two images"},
         {{"names", badHook}, "preRenderQsl"},
         {{"names", scene, "--format", "tifff"}, "tifff"},
