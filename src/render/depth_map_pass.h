@@ -16,8 +16,9 @@
 // the depth buffer's address (words0[0]: width x height floats, row by row,
 // each the distance from the map's view plane, 0 where nothing was met),
 // the mid-distance buffer's (words0[1], 0 without one), the light (path),
-// world to the map's view (matrix) and the map's width and height (ints0). A callback puts its
-// casters in by writing nearer distances; one that answers non-zero is the last asked.
+// world to the map's view (matrix) and the map's width and height (ints0).
+// A callback puts its casters in by writing nearer distances; one that
+// answers non-zero is the last asked.
 
 #include <cstdint>
 #include <memory>
