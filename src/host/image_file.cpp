@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <limits>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 struct TimageFile::Reader {
@@ -140,4 +142,42 @@ bool TimageFile::readPixelMap(TpixelMap& map) {
 
 bool TimageFile::readPixelMap(TgenericPixelMap<float>& map) {
     return read<float>(map);
+}
+
+bool PIO_getExtFromFormatKey(const Tstring& key, Tstring& extension) {
+    if (key.empty())
+        return false;
+    // "tiff:tif,tiff,tx;openexr:exr,sxr,mxr;...": each format, its extensions.
+    std::string list;
+    OIIO::getattribute("extension_list", list);
+    std::vector<std::pair<std::string_view, std::string_view>> formats;
+    for (size_t at = 0; at < list.size();) {
+        size_t end = list.find(';', at);
+        if (end == std::string::npos)
+            end = list.size();
+        const std::string_view entry(list.data() + at, end - at);
+        at = end + 1;
+        const size_t colon = entry.find(':');
+        if (colon != std::string_view::npos && colon + 1 < entry.size())
+            formats.emplace_back(entry.substr(0, colon), entry.substr(colon + 1));
+    }
+    // A format's name gives its first extension...
+    for (const auto& [name, extensions] : formats)
+        if (name == key) {
+            extension = "." + std::string(extensions.substr(0, extensions.find(',')));
+            return true;
+        }
+    // ...and an extension of any format gives itself.
+    for (const auto& [name, extensions] : formats)
+        for (size_t from = 0; from < extensions.size();) {
+            size_t comma = extensions.find(',', from);
+            if (comma == std::string_view::npos)
+                comma = extensions.size();
+            if (extensions.substr(from, comma - from) == key) {
+                extension = "." + key;
+                return true;
+            }
+            from = comma + 1;
+        }
+    return false;
 }

@@ -57,3 +57,10 @@ private:
     bool fIsFloat = false;
     bool fDeeperThan8 = false;
 };
+
+// The extension, with its dot, of the files of an image format the image
+// library knows, by the format's key: its name gives its first extension
+// ("openexr" ".exr", "tiff" ".tif"), one of its extensions itself ("qt"
+// ".qt"). False, with `extension` untouched, for a key no format of the
+// library has.
+bool PIO_getExtFromFormatKey(const Tstring& key, Tstring& extension);

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "cache/render_cache.h"
+#include "framework/render_info.h"
 #include "host/arena.h"
 #include "host/graph.h"
 #include "host/messages.h"
@@ -61,6 +62,21 @@ bool lightIsUsed(const TdirectionalLightShape& light) {
 }
 
 } // namespace
+
+void TdepthMapPass::castCallbackShadows(const TdirectionalLightShape& light,
+                                        const TdepthMapSetup& setup, float* first,
+                                        float* second) const {
+    if (!TrenderCallback::invokeCastsShadows())
+        return;
+    TshadowCallbackData data;
+    data.words0[0] = reinterpret_cast<uintptr_t>(first);
+    data.words0[1] = reinterpret_cast<uintptr_t>(second);
+    data.path = light.firstPath();
+    data.matrix = setup.worldToView[0];
+    data.ints0[0] = uint32_t(setup.width);
+    data.ints0[1] = uint32_t(setup.height);
+    TrenderCallback::invokeShadowCast(data);
+}
 
 std::string OrvoDepthMapFrameExtension(double frame) {
     return fmt::format(".{:g}", frame);
@@ -282,6 +298,7 @@ void TdepthMapPass::makeMap(TdirectionalLightShape& light) {
             t.join();
         fStats.rays += rays.load();
         ++fStats.rendered;
+        castCallbackShadows(light, setup, first, second);
         map->setDepthBuffers(0, resolution, resolution, first, second);
         if (light.writeDepthMap()) {
             std::error_code ec;

@@ -9,6 +9,16 @@
 // tiles them into the render cache; the light then shadows through it. The
 // files are written when writeDmap asks. When the pass goes, at the end of
 // the frame, the maps go with it.
+//
+// Render callbacks that cast shadows (TrenderCallback::castsShadows) draw
+// into each map the pass renders, after its rays and before it is tiled
+// and written: their shadowCastCallback is told, in a TshadowCallbackData,
+// the depth buffer's address (words0[0]: width x height floats, row by row,
+// each the distance from the map's view plane, 0 where nothing was met),
+// the mid-distance buffer's (words0[1], 0 without one), the light (path),
+// world to the map's view (matrix) and the map's width and height (ints0).
+// A callback puts its casters in by writing nearer distances; one that
+// answers non-zero is the last asked.
 
 #include <cstdint>
 #include <memory>
@@ -20,6 +30,7 @@ class TrenderCache;
 class TrenderScene;
 class TnonExtendedLightShape;
 class TdirectionalLightShape;
+struct TdepthMapSetup;
 struct TrenderOptions;
 
 class TdepthMapPass {
@@ -43,6 +54,8 @@ public:
 
 private:
     void makeMap(TdirectionalLightShape& light);
+    void castCallbackShadows(const TdirectionalLightShape& light, const TdepthMapSetup& setup,
+                             float* first, float* second) const;
     TrenderCache& cache(size_t bytes);
 
     TdependGraph& fGraph;

@@ -2,17 +2,38 @@
 
 #include <fmt/format.h>
 
+#include "framework/render_info.h"
 #include "host/graph.h"
 #include "host/messages.h"
+#include "host/scene/render_layer.h"
+#include "settings/render_quality.h"
 #include "shading/shading_engine.h"
+
+namespace {
+
+// Whether a frame traces rays is the scene's render quality's to say: the
+// quality the render globals link to, as the frame's layer sees it. A graph
+// without render settings keeps the shading model's own answer, on.
+bool sceneTracesRays(TdependGraph& graph, const TdnRenderLayer* layer) {
+    TrenderInfo* info = TrenderInfo::find(graph);
+    TdnRenderQuality* quality = info ? info->currentQuality() : nullptr;
+    if (!quality)
+        return true;
+    return TdnRenderLayer::readValue(Tplug(quality, &TdnRenderQuality::aEnableRaytracing), layer)
+        .asBool();
+}
+
+} // namespace
 
 TrenderFrameSetup::TrenderFrameSetup(TdependGraph& graph, TrenderScene& scene,
                                      const std::string& sceneName, int maxRayDepth, int passControl)
     : fGraph(graph), fArena(theMallocAllocator(), 4096, "orvo render frame"), fFrame(fArena),
       fSampler(scene, maxRayDepth) {
-    // A render of the pass asked for (0: the full colour), not a swatch:
-    // the frame's own settings, which no other render in the process sees.
+    // A render of the pass asked for (0: the full colour), not a swatch,
+    // tracing rays as the scene's quality says: the frame's own settings,
+    // which no other render in the process sees.
     fFrame.setRenderPass(passControl);
+    fFrame.setRayTracing(sceneTracesRays(graph, scene.layer()));
     fPrototype = std::make_unique<TrenderWorker>(fFrame, &fSampler);
     try {
         setFrameConstantPlugs(scene);

@@ -1,11 +1,13 @@
 #pragma once
 
 // What a frame sets up before its threads start and takes down after
-// them: the frame constants, the ray sampler, the values every node reads
-// from the frame (the sampler's address in `raySampler`, the camera in a
-// light's `eyeToWorld` and `worldToEye`), the prototype render thread, and
-// the shading groups compiled on it. Whatever way the frame ends, the shading groups
-// are reset and no node keeps the address of a sampler that is gone.
+// them: the frame constants (the render pass, and whether rays are traced,
+// from the scene's render quality), the ray sampler, the values every node
+// reads from the frame (the sampler's address in `raySampler`, the camera
+// in a light's `eyeToWorld` and `worldToEye`), the prototype render thread,
+// and the shading groups compiled on it. Whatever way the frame ends, the
+// shading groups are reset and no node keeps the address of a sampler that
+// is gone.
 
 #include <memory>
 #include <string>

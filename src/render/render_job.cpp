@@ -58,6 +58,14 @@ int globalsValue(TrenderInfo& info, const Tattribute& attribute, const TdnRender
         .asInt();
 }
 
+// The scene's word for an output format: its label ("EPS"), or the number.
+std::string formatLabel(int format) {
+    for (const TattributeEnum::Field& field : TdnRenderGlobals::aImageFormat.fields())
+        if (field.value == format)
+            return "\"" + field.label + "\"";
+    return std::to_string(format);
+}
+
 // A render tells each message once: the same warning for every frame,
 // camera and layer says nothing new. Messages come from render threads too.
 class TmessagesOnce {
@@ -136,6 +144,7 @@ TrenderJob::TrenderJob(TdependGraph& graph, const std::string& scenePath,
         settings.height = int32_t(*overrides.height);
     settings.imageFormat = overrides.imageFormat;
     info->setCommonRenderGlobals(fSceneGlobals, nullptr, &settings);
+    fThreads = info->defaultGlobals()->numberOfCpusToUse();
 
     const TlayerList layers(true, &graph);
     if (layers.empty())
@@ -174,9 +183,11 @@ TrenderJob::TrenderJob(TdependGraph& graph, const std::string& scenePath,
         const int compression = globalsValue(*info, TdnRenderGlobals::aExrCompression, layer);
         if (!OrvoImageWriteSpec(g.outFormat, g.imfPluginKey, pixelType, compression, plan.format,
                                 why))
-            throw TrenderError(fmt::format(
-                "{}: error: {}{}", where, why,
-                overrides.imageFormat ? " (--format)" : " (defaultRenderGlobals.imageFormat)"));
+            throw TrenderError(fmt::format("{}: error: {}{}", where, why,
+                                           overrides.imageFormat
+                                               ? std::string(" (--format)")
+                                               : " (defaultRenderGlobals.imageFormat is " +
+                                                     formatLabel(g.outFormat) + ")"));
         if (overrides.floatExr && plan.format.linear())
             plan.format.bits = 32;
         if (g.width < 1 || g.height < 1 || g.width > 16384 || g.height > 16384)

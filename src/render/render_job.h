@@ -74,6 +74,9 @@ public:
     const std::vector<Image>& images() const { return fImages; }
     // The images the render writes: the others, without those skipped.
     std::vector<const Image*> imagesToWrite() const;
+    // The render threads the scene asks for: numCpusToUse of the default
+    // render globals (0, all), at most the processors this process may use.
+    unsigned threads() const { return fThreads; }
     // The settings as the current layer sees them: the hooks that run once
     // (preQsl, postQsl) and once a frame (preRenderQsl, postRenderQsl).
     const TcommonRenderGlobalsData& sceneGlobals() const { return fSceneGlobals; }
@@ -110,4 +113,5 @@ private:
     TcommonRenderGlobalsData fSceneGlobals;
     std::vector<Layer> fLayers;
     std::vector<Image> fImages;
+    unsigned fThreads = 1;
 };

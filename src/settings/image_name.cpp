@@ -210,14 +210,14 @@ Tstring TimageName::replaceNumberFormatString(const Tstring& text, const Tstring
     if (letter.empty())
         return text;
     Tstring out = text;
-    // Each round replaces the last token. A number takes a "%" away each
-    // round; an override that itself holds a token must not loop for ever,
-    // so the rounds are as many as the text had "%" signs.
-    size_t rounds = size_t(std::count(out.begin(), out.end(), '%'));
-    while (rounds-- > 0) {
+    // Each round replaces the last token that starts before the one replaced
+    // the round before: what a value brought in (an override may hold a
+    // token) is never read as a token again, and the rounds come to an end.
+    size_t limit = out.size();
+    while (limit > 0) {
         size_t at = Tstring::npos;
         TokenMatch m;
-        for (size_t p = out.rfind('%'); p != Tstring::npos;
+        for (size_t p = out.rfind('%', limit - 1); p != Tstring::npos;
              p = p ? out.rfind('%', p - 1) : Tstring::npos) {
             m = tokenAt(out, p, letter, kNumberSeparators, -1);
             if (m.length) {
@@ -251,6 +251,7 @@ Tstring TimageName::replaceNumberFormatString(const Tstring& text, const Tstring
                 value.insert(0, 1, m.separator);
         }
         out.replace(at, m.length, value);
+        limit = at;
     }
     return out;
 }

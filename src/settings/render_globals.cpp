@@ -6,6 +6,7 @@
 #include <cctype>
 #include <thread>
 
+#include "host/image_file.h"
 #include "host/messages.h"
 #include "host/scene/render_layer.h"
 #include "settings/render_quality.h"
@@ -64,18 +65,16 @@ const FormatRow* formatRow(int format) {
     return nullptr;
 }
 
-// The extension that a format-plug-in key names; this host's image library
-// knows no plug-in formats, so only the keys it writes itself answer.
+// The extension that a format-plug-in key names: the image library's
+// answer, else the extension of the format whose keyword the key is.
 bool extensionFromFormatKey(const Tstring& key, Tstring& extension) {
+    if (PIO_getExtFromFormatKey(key, extension))
+        return true;
     for (const FormatRow& row : kFormats)
         if (*row.keyword && key == row.keyword) {
             extension = row.extension;
             return true;
         }
-    if (key == "exr") {
-        extension = ".exr";
-        return true;
-    }
     return false;
 }
 

@@ -188,9 +188,13 @@ TplugValue TrenderInfo::getDataFromPlug(const Tplug& plug, const TdnRenderLayer*
     TdependGraph* g = plug.node() ? plug.node()->graph() : nullptr;
     if (!layer && g)
         layer = TdnRenderLayerManager::currentLayer(*g);
-    if (layer && layer->adjustmentPlug(plug).isNull() && layer == defaultLayer && currentLayer &&
-        !currentLayer->adjustmentPlug(plug).isNull())
-        layer = currentLayer;
+    if (layer && !layer->adjustmentPlug(plug).isNull())
+        return TdnRenderLayer::readValue(plug, layer);
+    // An adjustment that the default layer alone holds gives way to the
+    // current layer's value.
+    if (defaultLayer && defaultLayer != layer && currentLayer &&
+        !defaultLayer->adjustmentPlug(plug).isNull())
+        return TdnRenderLayer::readValue(plug, currentLayer);
     return TdnRenderLayer::readValue(plug, layer);
 }
 

@@ -178,7 +178,7 @@ TEST_F(NamesTool, MistakesAreOneLineAndNothingElse) {
         {{"names", scene, "--frames", "1", "x"}, "--frames"},
         {{"names", scene, "--frames", "1"}, "--frames"},
         {{"names", (dir / "nope.qsl").string()}, "nope.qsl"},
-        {{"names", unwritable}, "imageFormat"},
+        {{"names", unwritable}, "imageFormat is \"SoftImage\""},
         {{"names", twins}, "two images"},
         {{"names", badHook}, "preRenderQsl"},
         {{"names", scene, "--format", "tifff"}, "tifff"},
@@ -240,15 +240,19 @@ TEST_F(NamesTool, TheScenesSizeAndFormat) {
         write("shot.qsl", kTwoCameras + "set camBShape.renderable false\n"
                                         "set defaultRenderGlobals.animation false\n"
                                         "set defaultResolution.width 12\n"
-                                        "set defaultResolution.height 6\n");
+                                        "set defaultResolution.height 6\n"
+                                        "set defaultRenderGlobals.numCpusToUse 1\n");
     ToolResult r = runTool({"render", scene, "-o", out, "--spp", "1"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
     EXPECT_NE(r.out.find("shot.png  12x6,"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("with 1 thread:"), std::string::npos) << r.out;
     EXPECT_EQ(readWholeFile(out + "/shot.png").substr(0, 4), "\x89PNG");
     // The command line wins: 4 by 2, Targa.
-    r = runTool({"render", scene, "-o", out, "--spp", "1", "--res", "4", "2", "--format", "tga"});
+    r = runTool({"render", scene, "-o", out, "--spp", "1", "--res", "4", "2", "--format", "tga",
+                 "--threads", "3"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
     EXPECT_NE(r.out.find("shot.tga  4x2,"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("with 3 threads:"), std::string::npos) << r.out;
     EXPECT_TRUE(fs::is_regular_file(out + "/shot.tga"));
 }
 
@@ -257,6 +261,7 @@ TEST_F(NamesTool, HelpSaysOptionsOverrideTheScene) {
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_NE(r.out.find("overrides the scene's defaultResolution"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("overrides the scene's imageFormat"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("overrides the scene's numCpusToUse"), std::string::npos) << r.out;
 }
 
 } // namespace

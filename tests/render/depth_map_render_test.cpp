@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "framework/render_info.h"
 #include "lights/non_extended_light_shape.h"
 #include "render/renderer.h"
 #include "render/scene_text.h"
@@ -176,6 +177,63 @@ TEST_F(DepthMapRender, ADamagedFileLeavesTheLightUnshadowedWithOneWarning) {
         << messages.messages()[0];
     EXPECT_EQ(stats.depthMapsRendered, 0u);
     EXPECT_EQ(image.pixels, lit.pixels);
+}
+
+} // namespace
+
+namespace {
+
+// A render callback that casts shadows: it puts a caster just in front of
+// the light's view plane over the whole map (distance 0.01), so everything
+// the sun would light is in its shadow.
+class Awning : public TrenderCallback {
+public:
+    explicit Awning(bool casts) : TrenderCallback(0), fCasts(casts) {}
+    bool castsShadows() override { return fCasts; }
+    int shadowCastCallback(const TshadowCallbackData& data) override {
+        ++calls;
+        light = data.path.partialPathName();
+        width = data.ints0[0];
+        height = data.ints0[1];
+        auto* depth = reinterpret_cast<float*>(uintptr_t(data.words0[0]));
+        mid = data.words0[1] != 0;
+        for (size_t i = 0; i < size_t(width) * height; ++i)
+            depth[i] = 0.01f;
+        return 0;
+    }
+    int calls = 0;
+    std::string light;
+    uint32_t width = 0, height = 0;
+    bool mid = false;
+
+private:
+    bool fCasts;
+};
+
+TEST_F(DepthMapRender, ShadowCastingCallbacksDrawIntoTheMap) {
+    auto graph = scene("set sunShape.useDepthMapShadows true\nset sunShape.dmapResolution 64\n");
+    const TrenderedImage open = render(*graph);
+    // The floor in front of the ball and the box, in the sun.
+    const unsigned x = kWidth / 2, y = kHeight - 4;
+    ASSERT_GT(luminance(open, x, y), 0.3f);
+    {
+        // A callback that casts no shadows is not asked.
+        Awning idle(false);
+        TrenderCallback::addCallback(&idle);
+        render(*graph);
+        EXPECT_EQ(idle.calls, 0);
+    }
+    Awning awning(true);
+    TrenderCallback::addCallback(&awning);
+    const TrenderedImage shaded = render(*graph);
+    TrenderCallback::removeCallback(&awning);
+    EXPECT_EQ(awning.calls, 1);
+    EXPECT_EQ(awning.light, "sunShape");
+    EXPECT_EQ(awning.width, 64u);
+    EXPECT_EQ(awning.height, 64u);
+    EXPECT_TRUE(awning.mid);
+    // No other light: in the awning's shadow the floor is black.
+    EXPECT_LT(luminance(shaded, x, y), 0.02f);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include <cfloat>
 #include <cmath>
 
+#include "host/scene/render_layer.h"
 #include "render/render_frame.h"
 #include "render/scene_text.h"
 
@@ -188,6 +189,38 @@ node lambert paint
     }
     EXPECT_EQ(read("paint.raySampler").as<void*>(), nullptr);
     EXPECT_FLOAT_EQ(read("lampShape.eyeToWorld").as<T4dFltMatrix>().m[3][0], 0.0f);
+}
+
+// Whether a frame traces rays is the scene's render quality's to say: the
+// quality the globals link to, as the frame's layer sees it. Off unless a
+// scene turns it on.
+TEST(FrameSetup, RayTracingFollowsTheScenesRenderQuality) {
+    auto graph = sceneFromText(std::string(kUnitCamera) + R"(
+node renderLayerManager manager
+node renderLayer defaultRenderLayer
+node renderLayer quick
+connect defaultRenderLayer.message manager.defaultRenderLayer
+)");
+    auto tracesRays = [&](const char* layerName) {
+        TrenderView view;
+        view.layer = dynamic_cast<const TdnRenderLayer*>(graph->findNode(layerName));
+        TrenderScene scene(*graph, "quality.qsl", 4, 4, view);
+        TrenderFrameSetup setup(*graph, scene, "quality.qsl", 10);
+        return setup.prototype().frameConstants()->rayTracing();
+    };
+    EXPECT_FALSE(tracesRays("defaultRenderLayer"));
+    qsl::Interpreter(*graph).runText("set defaultRenderQuality.enableRaytracing true\n"
+                                     "connect defaultRenderQuality.enableRaytracing "
+                                     "quick.adjustments[0].plug\n"
+                                     "set quick.adjustments[0].value \"false\"\n",
+                                     "quality.qsl");
+    EXPECT_TRUE(tracesRays("defaultRenderLayer"));
+    EXPECT_FALSE(tracesRays("quick"));
+    // Another quality linked to the globals is the one that counts.
+    qsl::Interpreter(*graph).runText("node renderQuality draft\n"
+                                     "connect draft.message defaultRenderGlobals.quality\n",
+                                     "quality.qsl");
+    EXPECT_FALSE(tracesRays("defaultRenderLayer"));
 }
 
 } // namespace

@@ -204,6 +204,25 @@ TEST_F(Snapshot, ALayersAdjustmentsCount) {
     // The current layer is read through too.
     run("connect closeUp.message manager.currentRenderLayer\n");
     EXPECT_EQ(take().outFormat, 32);
+
+    // A value adjusted on the default layer alone (the second layer) is
+    // taken from the current layer (the third); the layer asked about
+    // (the first) decides when it adjusts the value itself.
+    run("node renderLayer plain\n"
+        "connect defaultResolution.height defaultRenderLayer.adjustments[0].plug\n"
+        "set defaultRenderLayer.adjustments[0].value \"100\"\n"
+        "connect defaultResolution.height closeUp.adjustments[2].plug\n"
+        "set closeUp.adjustments[2].value \"200\"\n");
+    const Tplug height = graph.findPlug("defaultResolution.height");
+    auto heightSeen = [&](const char* asked, const char* current) {
+        return TrenderInfo::getDataFromPlug(height, layer(asked), layer("defaultRenderLayer"),
+                                            layer(current))
+            .asInt();
+    };
+    EXPECT_EQ(heightSeen("plain", "closeUp"), 200);
+    EXPECT_EQ(heightSeen("plain", "plain"), 540);
+    EXPECT_EQ(heightSeen("defaultRenderLayer", "closeUp"), 100);
+    EXPECT_EQ(heightSeen("closeUp", "plain"), 200);
 }
 
 TEST_F(Snapshot, ResolutionAndBufferNames) {

@@ -43,8 +43,14 @@ TEST(ImageName, FrameNumbersPadSignAndSeparate) {
     EXPECT_EQ(TimageName::relativeFileName("a.%4n.%e", 3, false, "tmp", "iff", "", "", "", "", "",
                                            "", false, "", false),
               "a.tmp.iff");
-    // An override that is itself a token does not loop for ever.
+    // An override that is itself a token does not loop for ever: what it
+    // brings in is not read again, however many "%" the text holds.
     EXPECT_EQ(TimageName::replaceNumberFormatString("a.%4n", "n", 3, true, "%4n"), "a.%4n");
+    EXPECT_EQ(TimageName::replaceNumberFormatString("%%%%a.%4n", "n", 3, true, "x%2n"),
+              "%%%%a.x%2n");
+    // A token is still found where the text before it and the value meet:
+    // "%" and the override "n" make "%n", which is replaced in its turn.
+    EXPECT_EQ(TimageName::replaceNumberFormatString("b%%3n", "n", 3, true, "n"), "bn");
 }
 
 TEST(ImageName, TokensAndTheirSeparators) {

@@ -112,6 +112,18 @@ TEST_F(Settings, FileFormatExtension) {
     globals().setImfPluginKey("png");
     EXPECT_EQ(globals().fileFormatExtension(), ".png");
     EXPECT_EQ(globals().fileFormatString(), "png");
+    // The image library answers for the keys it knows: a format's name its
+    // first extension, an extension itself.
+    globals().setImfPluginKey("openexr");
+    EXPECT_EQ(globals().fileFormatExtension(), ".exr");
+    globals().setImfPluginKey("jpeg");
+    EXPECT_EQ(globals().fileFormatExtension(), ".jpg");
+    globals().setImfPluginKey("hdr");
+    EXPECT_EQ(globals().fileFormatExtension(), ".hdr");
+    globals().setImfPluginKey("jfif");
+    EXPECT_EQ(globals().fileFormatExtension(), ".jfif");
+    globals().setImfPluginKey("sony"); // no format of the library's
+    EXPECT_EQ(globals().fileFormatExtension(), ".img");
 
     globals().setOutFormatControl(1);
     EXPECT_EQ(globals().fileFormatExtension(), "");

@@ -214,7 +214,7 @@ int runRender(const RenderOptions& options) {
 
     TrenderOptions settings;
     settings.samplesPerPixel = options.spp;
-    settings.threads = options.threads;
+    settings.threads = options.threads ? options.threads : job->threads();
     settings.depthMapDirectory = (std::filesystem::path(options.output) / "depth").string();
     const unsigned threads = Trenderer(settings).threadCount();
 
@@ -266,7 +266,9 @@ void addRenderCommand(CLI::App& app, CommandRun& run) {
                     "Width and height in pixels; overrides the scene's defaultResolution "
                     "(960 540 unless the scene sets it)")
         ->expected(2);
-    sub->add_option("--threads", options->threads, "Render threads (default: one per core)");
+    sub->add_option("--threads", options->threads,
+                    "Render threads; overrides the scene's numCpusToUse (0, the default: one "
+                    "per core)");
     sub->add_option("--spp", options->spp, "Samples per pixel (4)");
     sub->add_flag("--float", options->floatExr,
                   "EXR with 32-bit float channels; overrides the scene's exrPixelType");
