@@ -58,14 +58,14 @@ struct ShadowCone {
 };
 
 // Aims each sample's rays within its own cone.
-class ConeAim {
+class ConeAim final : public TshadowRayAim {
 public:
     ConeAim(const ShadowCone* cones, const TvectorDataHandle& instance, void* objectId,
             int32_t primitiveId, bool sharedIds)
         : fCones(cones), fInstance(instance), fObjectId(objectId), fPrimitiveId(primitiveId),
           fSharedIds(sharedIds) {}
 
-    void aim(unsigned sample, unsigned j, TgenericRay& ray) const {
+    void aim(unsigned sample, unsigned j, TgenericRay& ray) const override {
         const ShadowCone& cone = fCones[sample];
         const T3Float d = cone.direction(uint32_t(fInstance[int(sample)].asInt()) + j);
         std::memcpy(ray.direction, &d, sizeof ray.direction);
@@ -170,14 +170,7 @@ void TrenderLightShape::computeShadowColors(LightBatch& b, float radius, unsigne
         cone.buildFrame();
     }
     const TvectorDataHandle instance = b.block.vectorInputValue(aRayInstance, b.first, b.count);
-    const ConeAim cone(cones, instance, nullptr, 0, false);
-    struct Aim final : ShadowRayAim {
-        const ConeAim& cone;
-        explicit Aim(const ConeAim& c) : cone(c) {}
-        void aim(unsigned sample, unsigned j, TgenericRay& ray) const override {
-            cone.aim(sample, j, ray);
-        }
-    } aim(cone);
+    const ConeAim aim(cones, instance, nullptr, 0, false);
     traceShadowStage(b, rays, casts, aim, reflectance, penumbra);
 }
 
@@ -204,14 +197,7 @@ void TnonExtendedLightShape::computeDirLightShadowColors(LightBatch& b, const T3
     void* objectId = b.block.vectorInputValue(aObjectId, b.first, 1)[0].as<void*>();
     const int32_t primitiveId = integerValue(b.block.vectorInputValue(aPrimitiveId, b.first, 1)[0]);
     const TvectorDataHandle instance = b.block.vectorInputValue(aRayInstance, b.first, b.count);
-    const ConeAim cone(cones, instance, objectId, primitiveId, true);
-    struct Aim final : ShadowRayAim {
-        const ConeAim& cone;
-        explicit Aim(const ConeAim& c) : cone(c) {}
-        void aim(unsigned sample, unsigned j, TgenericRay& ray) const override {
-            cone.aim(sample, j, ray);
-        }
-    } aim(cone);
+    const ConeAim aim(cones, instance, objectId, primitiveId, true);
     traceShadowStage(b, rays, casts, aim, reflectance, penumbra);
 }
 

@@ -27,6 +27,17 @@
 class TDNshadingEngine;
 struct TSEnodeDescription;
 
+// How the rays of one stage of shadow rays are aimed: the direction and
+// reach of ray `j` of sample `sample`. Origin, depth, instance, ids and
+// medium are filled before.
+class TshadowRayAim {
+public:
+    virtual void aim(unsigned sample, unsigned j, TgenericRay& ray) const = 0;
+
+protected:
+    ~TshadowRayAim() = default;
+};
+
 #define ORVO_SCHEMA_TrenderLightShape(A, C2, C3)                                                   \
     A(TattributeInt32, RayInstance, "rayInstance", "ryi", .implicitSample())
 ORVO_NODE(TrenderLightShape, TlightShape, "renderLight", "RLSN", 2105, "kLight", "light",
@@ -207,16 +218,7 @@ protected:
     void interpolateLightAndShadow(LightBatch& b, T3Float* colours, const Tspectrum* reflectance,
                                    const uint8_t* skip);
 
-    // How the rays of one stage are aimed: the direction and reach of ray
-    // `j` of sample `sample`. Origin, depth, instance, ids and medium are
-    // filled before.
-    class ShadowRayAim {
-    public:
-        virtual void aim(unsigned sample, unsigned j, TgenericRay& ray) const = 0;
-
-    protected:
-        ~ShadowRayAim() = default;
-    };
+    using ShadowRayAim = TshadowRayAim;
     // Fills, traces (one traceShadowRays call, unless the batch's rays don't
     // fit the stack budget) and gathers one stage of shadow rays.
     void traceShadowStage(LightBatch& b, unsigned rays, const uint8_t* casts,

@@ -80,38 +80,39 @@ float TdnFractal::value(const Params& p, float u, float v, float filtered) {
     return std::min(1.0f, (sum + 1.0f) / 2.0f + p.threshold);
 }
 
+namespace {
+using Params = TdnFractal::Params;
+using FractalParams = TtextureParams<Params, 11>;
+const FractalParams::Table& params() {
+    static const FractalParams::Table table{{
+        {&TdnFractal::aAmplitude, &Params::amplitude},
+        {&TdnFractal::aRatio, &Params::ratio},
+        {&TdnFractal::aThreshold, &Params::threshold},
+        {&TdnFractal::aLevelMin, &Params::levelMin},
+        {&TdnFractal::aLevelMax, &Params::levelMax},
+        {&TdnFractal::aFrequencyRatio, &Params::frequencyRatio},
+        {&TdnFractal::aBias, &Params::bias},
+        {&TdnFractal::aInflection, &Params::inflection},
+        {&TdnFractal::aAnimated, &Params::animated},
+        {&TdnFractal::aTimeRatio, &Params::timeRatio},
+        {&TdnFractal::aTime, &Params::time},
+    }};
+    return table;
+}
+} // namespace
+
 bool TdnFractal::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first,
                                    unsigned count) {
     if (!isTextureOutput(plug.attribute()))
         return TshadingDependNode::computePlug(plug, block);
     const Samples s(block, first, count);
-    const TvectorDataHandle amplitude = block.vectorInputValue(aAmplitude, first, count);
-    const TvectorDataHandle ratio = block.vectorInputValue(aRatio, first, count);
-    const TvectorDataHandle threshold = block.vectorInputValue(aThreshold, first, count);
-    const TvectorDataHandle levelMin = block.vectorInputValue(aLevelMin, first, count);
-    const TvectorDataHandle levelMax = block.vectorInputValue(aLevelMax, first, count);
-    const TvectorDataHandle frequencyRatio = block.vectorInputValue(aFrequencyRatio, first, count);
-    const TvectorDataHandle bias = block.vectorInputValue(aBias, first, count);
-    const TvectorDataHandle inflection = block.vectorInputValue(aInflection, first, count);
-    const TvectorDataHandle animated = block.vectorInputValue(aAnimated, first, count);
-    const TvectorDataHandle timeRatio = block.vectorInputValue(aTimeRatio, first, count);
-    const TvectorDataHandle time = block.vectorInputValue(aTime, first, count);
+    const FractalParams batch(params(), block, first, count);
     for (unsigned n = 0; n < count; ++n) {
         const int i = int(n);
         if (s.outside(i))
             continue;
         Params p;
-        p.amplitude = amplitude[i].asFloat();
-        p.ratio = ratio[i].asFloat();
-        p.threshold = threshold[i].asFloat();
-        p.levelMin = levelMin[i].asFloat();
-        p.levelMax = levelMax[i].asFloat();
-        p.frequencyRatio = frequencyRatio[i].asFloat();
-        p.bias = bias[i].asFloat();
-        p.inflection = inflection[i].asBool();
-        p.animated = animated[i].asBool();
-        p.timeRatio = timeRatio[i].asFloat();
-        p.time = time[i].asFloat();
+        batch.read(i, p);
         const float g = value(p, s.u(i), s.v(i), s.filtered(i));
         s.finish(i, {g, g, g}, g);
     }
@@ -123,18 +124,7 @@ void TdnFractal::mapUVtoClr(TplugArray& plugs, T4dDblVectorArray* colors, Tdoubl
     Bake b;
     if (!beginBake(plugs, u, v, b))
         return TtextureMethods::mapUVtoClr(plugs, colors, reserved, alphas, u, v);
-    Params p;
-    p.amplitude = plainFloat(aAmplitude);
-    p.ratio = plainFloat(aRatio);
-    p.threshold = plainFloat(aThreshold);
-    p.levelMin = plainFloat(aLevelMin);
-    p.levelMax = plainFloat(aLevelMax);
-    p.frequencyRatio = plainFloat(aFrequencyRatio);
-    p.bias = plainFloat(aBias);
-    p.inflection = plainBool(aInflection);
-    p.animated = plainBool(aAnimated);
-    p.timeRatio = plainFloat(aTimeRatio);
-    p.time = plainFloat(aTime);
+    const Params p = FractalParams::held(params(), forceGetDatablock());
     sizeOutputs(b, colors, alphas);
     const float filtered = b.filtered();
     for (size_t k = 0; k < b.count; ++k) {

@@ -62,6 +62,24 @@ T3Float TdnMountain::pattern(const Params& p, float u, float v, float filtered, 
     return {colour[0], colour[1], colour[2]};
 }
 
+namespace {
+using Params = TdnMountain::Params;
+using MountainParams = TtextureParams<Params, 8>;
+const MountainParams::Table& params() {
+    static const MountainParams::Table table{{
+        {&TdnMountain::aAmplitude, &Params::amplitude},
+        {&TdnMountain::aSnowRoughness, &Params::snowRoughness},
+        {&TdnMountain::aRockRoughness, &Params::rockRoughness},
+        {&TdnMountain::aBoundary, &Params::boundary},
+        {&TdnMountain::aSnowAltitude, &Params::snowAltitude},
+        {&TdnMountain::aSnowDropoff, &Params::snowDropoff},
+        {&TdnMountain::aSnowSlope, &Params::snowSlope},
+        {&TdnMountain::aDepthMax, &Params::depthMax},
+    }};
+    return table;
+}
+} // namespace
+
 bool TdnMountain::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first,
                                     unsigned count) {
     if (!isTextureOutput(plug.attribute()))
@@ -69,27 +87,13 @@ bool TdnMountain::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsign
     const Samples s(block, first, count);
     const TvectorDataHandle snow = block.vectorInputValue(aSnowColor, first, count);
     const TvectorDataHandle rock = block.vectorInputValue(aRockColor, first, count);
-    const TvectorDataHandle amplitude = block.vectorInputValue(aAmplitude, first, count);
-    const TvectorDataHandle snowRoughness = block.vectorInputValue(aSnowRoughness, first, count);
-    const TvectorDataHandle rockRoughness = block.vectorInputValue(aRockRoughness, first, count);
-    const TvectorDataHandle boundary = block.vectorInputValue(aBoundary, first, count);
-    const TvectorDataHandle snowAltitude = block.vectorInputValue(aSnowAltitude, first, count);
-    const TvectorDataHandle snowDropoff = block.vectorInputValue(aSnowDropoff, first, count);
-    const TvectorDataHandle snowSlope = block.vectorInputValue(aSnowSlope, first, count);
-    const TvectorDataHandle depthMax = block.vectorInputValue(aDepthMax, first, count);
+    const MountainParams batch(params(), block, first, count);
     for (unsigned n = 0; n < count; ++n) {
         const int i = int(n);
         if (s.outside(i))
             continue;
         Params p;
-        p.amplitude = amplitude[i].asFloat();
-        p.snowRoughness = snowRoughness[i].asFloat();
-        p.rockRoughness = rockRoughness[i].asFloat();
-        p.boundary = boundary[i].asFloat();
-        p.snowAltitude = snowAltitude[i].asFloat();
-        p.snowDropoff = snowDropoff[i].asFloat();
-        p.snowSlope = snowSlope[i].asFloat();
-        p.depthMax = depthMax[i].asFloat();
+        batch.read(i, p);
         float h;
         const T3Float c =
             pattern(p, s.u(i), s.v(i), s.filtered(i), snow[i].asFloats(), rock[i].asFloats(), h);
@@ -106,15 +110,7 @@ void TdnMountain::mapUVtoClr(TplugArray& plugs, T4dDblVectorArray* colors, Tdoub
     T4dDblVectorArray snow, rock;
     bakeColor(plugs, aSnowColor, -1, b, snow);
     bakeColor(plugs, aRockColor, -1, b, rock);
-    Params p;
-    p.amplitude = plainFloat(aAmplitude);
-    p.snowRoughness = plainFloat(aSnowRoughness);
-    p.rockRoughness = plainFloat(aRockRoughness);
-    p.boundary = plainFloat(aBoundary);
-    p.snowAltitude = plainFloat(aSnowAltitude);
-    p.snowDropoff = plainFloat(aSnowDropoff);
-    p.snowSlope = plainFloat(aSnowSlope);
-    p.depthMax = plainFloat(aDepthMax);
+    const Params p = MountainParams::held(params(), forceGetDatablock());
     sizeOutputs(b, colors, alphas);
     const float filtered = b.filtered();
     for (size_t k = 0; k < b.count; ++k) {

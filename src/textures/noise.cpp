@@ -72,28 +72,39 @@ float TdnNoise::value(Textures& textures, const Params& p, float u, float v) {
     return textures.configure(p).getValue2(u, v, p.time);
 }
 
+namespace {
+using Params = TdnNoise::Params;
+using NoiseParams = TtextureParams<Params, 17>;
+const NoiseParams::Table& params() {
+    static const NoiseParams::Table table{{
+        {&TdnNoise::aAmplitude, &Params::amplitude},
+        {&TdnNoise::aRatio, &Params::ratio},
+        {&TdnNoise::aThreshold, &Params::threshold},
+        {&TdnNoise::aDepthMax, &Params::depthMax},
+        {&TdnNoise::aFrequency, &Params::frequency},
+        {&TdnNoise::aFrequencyRatio, &Params::frequencyRatio},
+        {&TdnNoise::aInflection, &Params::inflection},
+        {&TdnNoise::aTime, &Params::time},
+        {&TdnNoise::aNoiseType, &Params::noiseType},
+        {&TdnNoise::aDensity, &Params::density},
+        {&TdnNoise::aSpottyness, &Params::spottyness},
+        {&TdnNoise::aSizeRand, &Params::sizeRand},
+        {&TdnNoise::aRandomness, &Params::randomness},
+        {&TdnNoise::aFalloff, &Params::falloff},
+        {&TdnNoise::aNumWaves, &Params::numWaves},
+        {&TdnNoise::aImplode, &Params::implode},
+        {&TdnNoise::aImplodeCenter, &Params::implodeCenter},
+    }};
+    return table;
+}
+} // namespace
+
 bool TdnNoise::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first,
                                  unsigned count) {
     if (!isTextureOutput(plug.attribute()))
         return TshadingDependNode::computePlug(plug, block);
     const Samples s(block, first, count);
-    const TvectorDataHandle amplitude = block.vectorInputValue(aAmplitude, first, count);
-    const TvectorDataHandle ratio = block.vectorInputValue(aRatio, first, count);
-    const TvectorDataHandle threshold = block.vectorInputValue(aThreshold, first, count);
-    const TvectorDataHandle depthMax = block.vectorInputValue(aDepthMax, first, count);
-    const TvectorDataHandle frequency = block.vectorInputValue(aFrequency, first, count);
-    const TvectorDataHandle frequencyRatio = block.vectorInputValue(aFrequencyRatio, first, count);
-    const TvectorDataHandle inflection = block.vectorInputValue(aInflection, first, count);
-    const TvectorDataHandle time = block.vectorInputValue(aTime, first, count);
-    const TvectorDataHandle noiseType = block.vectorInputValue(aNoiseType, first, count);
-    const TvectorDataHandle density = block.vectorInputValue(aDensity, first, count);
-    const TvectorDataHandle spottyness = block.vectorInputValue(aSpottyness, first, count);
-    const TvectorDataHandle sizeRand = block.vectorInputValue(aSizeRand, first, count);
-    const TvectorDataHandle randomness = block.vectorInputValue(aRandomness, first, count);
-    const TvectorDataHandle falloff = block.vectorInputValue(aFalloff, first, count);
-    const TvectorDataHandle numWaves = block.vectorInputValue(aNumWaves, first, count);
-    const TvectorDataHandle implode = block.vectorInputValue(aImplode, first, count);
-    const TvectorDataHandle implodeCenter = block.vectorInputValue(aImplodeCenter, first, count);
+    const NoiseParams batch(params(), block, first, count);
     // Built once for the batch, on the stack, and set up per sample.
     Textures textures;
     for (unsigned n = 0; n < count; ++n) {
@@ -101,25 +112,7 @@ bool TdnNoise::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned 
         if (s.outside(i))
             continue;
         Params p;
-        p.amplitude = amplitude[i].asFloat();
-        p.ratio = ratio[i].asFloat();
-        p.threshold = threshold[i].asFloat();
-        p.depthMax = depthMax[i].asShort();
-        p.frequency = frequency[i].asFloat();
-        p.frequencyRatio = frequencyRatio[i].asFloat();
-        p.inflection = inflection[i].asBool();
-        p.time = time[i].asFloat();
-        p.noiseType = noiseType[i].asShort();
-        p.density = density[i].asFloat();
-        p.spottyness = spottyness[i].asFloat();
-        p.sizeRand = sizeRand[i].asFloat();
-        p.randomness = randomness[i].asFloat();
-        p.falloff = falloff[i].asShort();
-        p.numWaves = numWaves[i].asShort();
-        p.implode = implode[i].asFloat();
-        const float* c = implodeCenter[i].asFloats();
-        p.implodeCenter[0] = c[0];
-        p.implodeCenter[1] = c[1];
+        batch.read(i, p);
         const float g = value(textures, p, s.u(i), s.v(i));
         s.finish(i, {g, g, g}, g);
     }
@@ -131,27 +124,7 @@ void TdnNoise::mapUVtoClr(TplugArray& plugs, T4dDblVectorArray* colors, TdoubleA
     Bake b;
     if (!beginBake(plugs, u, v, b))
         return TtextureMethods::mapUVtoClr(plugs, colors, reserved, alphas, u, v);
-    TordinaryDataBlock& block = forceGetDatablock();
-    Params p;
-    p.amplitude = plainFloat(aAmplitude);
-    p.ratio = plainFloat(aRatio);
-    p.threshold = plainFloat(aThreshold);
-    p.depthMax = block.inputValue(aDepthMax).asShort();
-    p.frequency = plainFloat(aFrequency);
-    p.frequencyRatio = plainFloat(aFrequencyRatio);
-    p.inflection = plainBool(aInflection);
-    p.time = plainFloat(aTime);
-    p.noiseType = block.inputValue(aNoiseType).asShort();
-    p.density = plainFloat(aDensity);
-    p.spottyness = plainFloat(aSpottyness);
-    p.sizeRand = plainFloat(aSizeRand);
-    p.randomness = plainFloat(aRandomness);
-    p.falloff = block.inputValue(aFalloff).asShort();
-    p.numWaves = block.inputValue(aNumWaves).asShort();
-    p.implode = plainFloat(aImplode);
-    const float* c = block.inputValue(aImplodeCenter).asFloats();
-    p.implodeCenter[0] = c[0];
-    p.implodeCenter[1] = c[1];
+    const Params p = NoiseParams::held(params(), forceGetDatablock());
     Textures textures;
     sizeOutputs(b, colors, alphas);
     for (size_t k = 0; k < b.count; ++k) {

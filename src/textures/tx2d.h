@@ -11,7 +11,10 @@
 // a node is a 2D texture, and its descriptor is reached through the types
 // derived from it.
 
+#include <array>
 #include <cmath>
+#include <type_traits>
+#include <variant>
 
 #include "framework/node_pattern.h"
 #include "textures/texture_methods.h"
@@ -204,6 +207,63 @@ protected:
     static void bakeFinish(const Bake& bake, size_t k, T3Float c, float a, bool luminanceStep,
                            T4dDblVectorArray* colors, TdoubleArray* alphas);
     static T3Float narrow(const T4dDblVector& c) { return {float(c.x), float(c.y), float(c.z)}; }
+};
+
+// One parameter of a texture's pattern: a field of its Params struct and
+// the input it is read from. A texture lists its parameters once; the same
+// list fills them per sample in a render and from the held values outside
+// one.
+template <class P>
+struct TtextureParam {
+    const Tattribute* attribute;
+    std::variant<float P::*, bool P::*, int16_t P::*, float (P::*)[2]> field;
+
+    void read(const TdataHandle& h, P& p) const {
+        std::visit(
+            [&](auto member) {
+                using M = decltype(member);
+                if constexpr (std::is_same_v<M, float P::*>) {
+                    p.*member = h.asFloat();
+                } else if constexpr (std::is_same_v<M, bool P::*>) {
+                    p.*member = h.asBool();
+                } else if constexpr (std::is_same_v<M, int16_t P::*>) {
+                    p.*member = h.asShort();
+                } else {
+                    const float* c = h.asFloats();
+                    (p.*member)[0] = c[0];
+                    (p.*member)[1] = c[1];
+                }
+            },
+            field);
+    }
+};
+
+// The parameters of a batch: one handle per parameter, read per sample.
+template <class P, size_t N>
+class TtextureParams {
+public:
+    using Table = std::array<TtextureParam<P>, N>;
+
+    TtextureParams(const Table& table, TdataBlock& block, unsigned first, unsigned count)
+        : fTable(table) {
+        for (size_t k = 0; k < N; ++k)
+            fHandles[k] = block.vectorInputValue(*table[k].attribute, first, count);
+    }
+    void read(int i, P& p) const {
+        for (size_t k = 0; k < N; ++k)
+            fTable[k].read(fHandles[k][i], p);
+    }
+    // The values the block holds, outside a render.
+    static P held(const Table& table, TdataBlock& block) {
+        P p;
+        for (const TtextureParam<P>& param : table)
+            param.read(block.inputValue(*param.attribute), p);
+        return p;
+    }
+
+private:
+    const Table& fTable;
+    std::array<TvectorDataHandle, N> fHandles;
 };
 
 // Declares what every 2D texture type overrides.
