@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <map>
 #include <set>
 
 #include "host/graph.h"
@@ -119,6 +121,93 @@ TEST(Registry, EveryOutputComputesFromDefaults) {
         }
     }
     TcommandEngine::setSink(quiet);
+}
+
+} // namespace
+
+namespace {
+
+// Inputs that, by design, dirty no output of their own node: values stored
+// for other renderers and the viewport, and depth map settings that the
+// renderer's depth pass reads before a frame rather than through the light
+// data. Attributes every node or every DAG node has (message, visibility,
+// instObjGroups, dagChildren) are left out of the check as well.
+const std::map<std::string, std::set<std::string>> kInputsOfNoOutput = {
+    {"lambert",
+     {"opacityDepth", "vrOverwriteDefaults", "vrFillObject", "vrEdgeWeight", "vrEdgeColor",
+      "vrEdgeStyle", "vrEdgePriority", "vrHiddenEdges", "vrHiddenEdgesOnTransparent",
+      "vrOutlinesAtIntersections", "materialAlphaGain", "hardwareShader"}},
+    {"place2dTexture", {"vertexUvOne", "vertexUvTwo", "vertexUvThree", "vertexCameraOne"}},
+    {"ambientLight", {"castSoftShadows"}},
+    {"directionalLight",
+     {"castSoftShadows",   "reuseDmap",        "useMidDistDmap",    "dmapResolution",
+      "dmapFocus",         "dmapWidthFocus",   "useDmapAutoFocus",  "useDmapAutoClipping",
+      "dmapNearClipPlane", "dmapFarClipPlane", "useOnlySingleDmap", "useXPlusDmap",
+      "useXMinusDmap",     "useYPlusDmap",     "useYMinusDmap",     "useZPlusDmap",
+      "useZMinusDmap",     "dmapUseMacro",     "dmapName",          "dmapLightName",
+      "dmapSceneName",     "dmapFrameExt",     "writeDmap",         "lastWrittenDmapAnimExtName"}},
+};
+
+const std::set<std::string> kEveryNodesAttributes = {"message", "visibility", "instObjGroups",
+                                                     "dagChildren"};
+
+// The root compound of an attribute: a child counts with its parent.
+const Tattribute& rootOf(const Tattribute& a) {
+    const Tattribute* r = &a;
+    while (r->parent())
+        r = r->parent();
+    return *r;
+}
+
+// Every input of a type with outputs dirties some output, and every output
+// is dirtied by some input, as the node's dependency list says: a list that
+// forgot an input (or named the wrong one) leaves a render showing a stale
+// value when the user changes it. Compound children count with their root.
+TEST(Registry, EveryInputReachesAnOutputAndEveryOutputHasAnInput) {
+    for (TdependNodeClass* c : productTypes()) {
+        if (c->typeName().rfind("test", 0) == 0)
+            continue;
+        SCOPED_TRACE(c->typeName());
+        TdependNodeVS* vs = c->vsData();
+        ASSERT_TRUE(vs->initializeClass());
+        const TdependencyMatrix& m = vs->dependencies();
+        std::vector<const Tattribute*> inputs, outputs;
+        for (const Tattribute* a : vs->attributes())
+            if (!a->parent())
+                (a->isComputed() ? outputs : inputs).push_back(a);
+        // A type with no output holds settings; a base type's dependencies
+        // are set by the types built on it.
+        const auto types = productTypes();
+        const bool base = std::any_of(types.begin(), types.end(), [&](TdependNodeClass* d) {
+            return d != c && d->metaclass()->parent(0) == c->metaclass();
+        });
+        if (outputs.empty() || base)
+            continue;
+        std::set<const Tattribute*> reached, fed;
+        for (uint32_t from = 0; from < m.size(); ++from)
+            for (uint32_t to = 0; to < m.size(); ++to)
+                if (from != to && m.affects(from, to)) {
+                    const Tattribute& in = rootOf(*vs->attributes()[from]);
+                    const Tattribute& out = rootOf(*vs->attributes()[to]);
+                    if (!in.isComputed() && out.isComputed()) {
+                        reached.insert(&in);
+                        fed.insert(&out);
+                    }
+                }
+        const auto listed = kInputsOfNoOutput.find(c->typeName());
+        for (const Tattribute* in : inputs) {
+            if (kEveryNodesAttributes.count(in->longName()))
+                continue;
+            const bool allowed =
+                listed != kInputsOfNoOutput.end() && listed->second.count(in->longName());
+            EXPECT_NE(reached.count(in) != 0, allowed)
+                << in->longName()
+                << (allowed ? " is listed as reaching no output, but it does: take it off the list"
+                            : " dirties no output");
+        }
+        for (const Tattribute* out : outputs)
+            EXPECT_TRUE(fed.count(out)) << out->longName() << " is dirtied by no input";
+    }
 }
 
 } // namespace
