@@ -34,7 +34,7 @@ struct TimageWriteSpec {
     bool linear() const { return format == "openexr"; }
 };
 
-// The spec of the scene's output format (renderGlobals.imageFormat, with
+// How to write the scene's output format (renderGlobals.imageFormat, with
 // the plug-in key of formats 50 and 51, and the EXR pixel type and
 // compression). False, with `why` saying so, for a format that cannot be
 // written.
