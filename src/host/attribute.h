@@ -271,6 +271,31 @@ public:
         this->setDisconnectOption(option);
         return self();
     }
+    // Limits, chainable: .min(0).softMax(10). A compound takes one per child.
+    Self& min(double v) {
+        this->setMinValue(v);
+        return self();
+    }
+    Self& max(double v) {
+        this->setMaxValue(v);
+        return self();
+    }
+    Self& min(double a, double b, double c = 0.0) {
+        this->setMinValue(a, b, c);
+        return self();
+    }
+    Self& max(double a, double b, double c = 0.0) {
+        this->setMaxValue(a, b, c);
+        return self();
+    }
+    Self& softMin(double v) {
+        this->setSoftMinValue(v);
+        return self();
+    }
+    Self& softMax(double v) {
+        this->setSoftMaxValue(v);
+        return self();
+    }
     Self& range(double lo, double hi) {
         this->setMinValue(lo);
         this->setMaxValue(hi);

@@ -11,8 +11,8 @@
     A(TattributeFloat, AmbientShade, "ambientShade", "as",                                         \
       .input().setNativeDefaultData(0.45f).range(0, 1))                                            \
     A(TattributeChar, ObjectType, "objectType", "ot", .implicitSample().setNativeDefaultData(1))   \
-    A(TattributeFloat, ShadowRadius, "shadowRadius", "sr", .input().setNativeDefaultData(0.0f);    \
-      ShadowRadius.setMinValue(0.0))                                                               \
+    A(TattributeFloat, ShadowRadius, "shadowRadius", "sr",                                         \
+      .input().setNativeDefaultData(0.0f).min(0.0))                                                \
     A(TattributeBoolean, CastSoftShadows, "castSoftShadows", "cw",                                 \
       .input().setNativeDefaultData(false))                                                        \
     C3(Tattribute3Float, NormalCamera, "normalCamera", "n", ORVO_XYZ,                              \

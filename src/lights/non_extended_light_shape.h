@@ -13,8 +13,8 @@ struct TdepthMapFiles;
 struct TdepthMapSetup;
 
 #define ORVO_SCHEMA_TnonExtendedLightShape(A, C2, C3)                                              \
-    A(TattributeFloat, LightRadius, "lightRadius", "lr", .input().setNativeDefaultData(0.0f);      \
-      LightRadius.setMinValue(0.0))                                                                \
+    A(TattributeFloat, LightRadius, "lightRadius", "lr",                                           \
+      .input().setNativeDefaultData(0.0f).min(0.0))                                                \
     A(TattributeBoolean, CastSoftShadows, "castSoftShadows", "cw",                                 \
       .input().setNativeDefaultData(false))                                                        \
     A(TattributeBoolean, UseDepthMapShadows, "useDepthMapShadows", "dms",                          \
@@ -22,8 +22,8 @@ struct TdepthMapSetup;
     A(TattributeBoolean, ReuseDmap, "reuseDmap", "du", .input().setNativeDefaultData(false))       \
     A(TattributeBoolean, UseMidDistDmap, "useMidDistDmap", "md",                                   \
       .input().setNativeDefaultData(true))                                                         \
-    A(TattributeInt16, DmapFilterSize, "dmapFilterSize", "fs", .input().setNativeDefaultData(1);   \
-      DmapFilterSize.setMinValue(0.0))                                                             \
+    A(TattributeInt16, DmapFilterSize, "dmapFilterSize", "fs",                                     \
+      .input().setNativeDefaultData(1).min(0.0))                                                   \
     A(TattributeInt16, DmapResolution, "dmapResolution", "dr",                                     \
       .input().setNativeDefaultData(512).range(16, 8192))                                          \
     A(TattributeFloat, DmapBias, "dmapBias", "db", .input().setNativeDefaultData(0.001f))          \
@@ -34,15 +34,13 @@ struct TdepthMapSetup;
     A(TattributeBoolean, UseDmapAutoFocus, "useDmapAutoFocus", "af",                               \
       .input().setNativeDefaultData(true))                                                         \
     A(TattributeInt16, VolumeShadowSamples, "volumeShadowSamples", "nv",                           \
-      .input().setNativeDefaultData(20);                                                           \
-      VolumeShadowSamples.setMinValue(1.0))                                                        \
+      .input().setNativeDefaultData(20).min(1.0))                                                  \
     A(TattributeInt16, FogShadowIntensity, "fogShadowIntensity", "fsi",                            \
       .input().setNativeDefaultData(1).range(1, 10))                                               \
     A(TattributeBoolean, UseDmapAutoClipping, "useDmapAutoClipping", "uc",                         \
       .input().setNativeDefaultData(true))                                                         \
     A(TattributeFloat, DmapNearClipPlane, "dmapNearClipPlane", "nc",                               \
-      .input().setNativeDefaultData(0.001f);                                                       \
-      DmapNearClipPlane.setMinValue(1e-5))                                                         \
+      .input().setNativeDefaultData(0.001f).min(1e-5))                                             \
     A(TattributeFloat, DmapFarClipPlane, "dmapFarClipPlane", "fcp",                                \
       .input().setNativeDefaultData(10000.0f))                                                     \
     A(TattributeBoolean, UseOnlySingleDmap, "useOnlySingleDmap", "us",                             \

@@ -27,17 +27,15 @@
     A(TattributeInt32, RayInstance, "rayInstance", "ryi",                                          \
       .implicitSample().setNativeDefaultData(0))                                                   \
     A(TattributeInt16, RefractedRayDepthLimit, "refractionLimit", "rdl",                           \
-      .input().setNativeDefaultData(6);                                                            \
-      RefractedRayDepthLimit.setMinValue(0); RefractedRayDepthLimit.setSoftMaxValue(10))           \
+      .input().setNativeDefaultData(6).min(0).softMax(10))                                         \
     A(TattributeFloat, RefractiveIndex, "refractiveIndex", "rfi",                                  \
-      .input().setNativeDefaultData(1.0f);                                                         \
-      RefractiveIndex.setMinValue(0.01); RefractiveIndex.setSoftMaxValue(3))                       \
+      .input().setNativeDefaultData(1.0f).min(0.01).softMax(3))                                    \
     A(TattributeFloat, MediumRefractiveIndex, "mediumRefractiveIndex", "mrfi",                     \
       .implicitSample().setNativeDefaultData(1.0f))                                                \
     A(TattributeBoolean, RtRefractedColor, "refractions", "rfc",                                   \
       .input().setNativeDefaultData(false))                                                        \
-    A(TattributeFloat, DiffuseCoeff, "diffuse", "dc", .input().setNativeDefaultData(0.8f);         \
-      DiffuseCoeff.setMinValue(0); DiffuseCoeff.setSoftMaxValue(1))                                \
+    A(TattributeFloat, DiffuseCoeff, "diffuse", "dc",                                              \
+      .input().setNativeDefaultData(0.8f).min(0).softMax(1))                                       \
     ORVO_LAMBERT_C3(A, RayDirection, "rayDirection", "rad", X, Y, Z, "rdx", "rdy", "rdz", 0.0f,    \
                     0.0f, 1.0f, .implicitSample(), .implicitSample())                              \
     C3(Tattribute3Float, Color, "color", "c", ORVO_RGB,                                            \
@@ -82,8 +80,8 @@
           .ORVO_FIELD(kEntireMesh, "Entire Mesh")                                                  \
           .ORVO_FIELD(kNoEdges, "No Edges")                                                        \
           .setNativeDefaultData(0))                                                                \
-    A(TattributeInt32, VREdgePriority, "vrEdgePriority", "vrep", .input().setNativeDefaultData(0); \
-      VREdgePriority.setMinValue(0))                                                               \
+    A(TattributeInt32, VREdgePriority, "vrEdgePriority", "vrep",                                   \
+      .input().setNativeDefaultData(0).min(0))                                                     \
     A(TattributeBoolean, VRHiddenEdges, "vrHiddenEdges", "vrhe",                                   \
       .input().setNativeDefaultData(false))                                                        \
     A(TattributeBoolean, VRHiddenEdgesOnTransparent, "vrHiddenEdgesOnTransparent", "vrht",         \
@@ -94,16 +92,13 @@
       .input().setNativeDefaultData(1.0f).softRange(0, 1))                                         \
     A(TattributeBoolean, HideSource, "hideSource", "hs", .input().setNativeDefaultData(false))     \
     A(TattributeFloat, SurfaceThickness, "surfaceThickness", "thik",                               \
-      .input().setNativeDefaultData(0.0f);                                                         \
-      SurfaceThickness.setMinValue(0); SurfaceThickness.setSoftMaxValue(1))                        \
+      .input().setNativeDefaultData(0.0f).min(0).softMax(1))                                       \
     A(TattributeFloat, FakeRefractionCaustics, "shadowAttenuation", "fakc",                        \
       .input().setNativeDefaultData(0.5f).range(0, 1))                                             \
     A(TattributeFloat, TransparencyDepth, "transparencyDepth", "trdp",                             \
-      .input().setNativeDefaultData(0.0f);                                                         \
-      TransparencyDepth.setMinValue(0); TransparencyDepth.setSoftMaxValue(10))                     \
+      .input().setNativeDefaultData(0.0f).min(0).softMax(10))                                      \
     A(TattributeFloat, LightAbsorbance, "lightAbsorbance", "absb",                                 \
-      .input().setNativeDefaultData(0.0f);                                                         \
-      LightAbsorbance.setMinValue(0); LightAbsorbance.setSoftMaxValue(10))                         \
+      .input().setNativeDefaultData(0.0f).min(0).softMax(10))                                      \
     A(TattributeBoolean, ChromaticAberration, "chromaticAberration", "crab",                       \
       .input().setNativeDefaultData(false))                                                        \
     C3(Tattribute3Float, OutColor, "outColor", "oc", ORVO_RGB,                                     \

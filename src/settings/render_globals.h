@@ -226,11 +226,10 @@ struct TdnKernel<TdnRenderGlobals> {
       .input().setNativeDefaultData(60).range(1, 500))                                             \
     A(TattributeInt32, MaximumMemory, "maximumMemory", "mm",                                       \
       .input().setNativeDefaultData(48).range(1, 2048))                                            \
-    A(TattributeInt32, NumCpusToUse, "numCpusToUse", "npu", .input().setNativeDefaultData(0);      \
-      NumCpusToUse.setMinValue(0))                                                                 \
+    A(TattributeInt32, NumCpusToUse, "numCpusToUse", "npu",                                        \
+      .input().setNativeDefaultData(0).min(0))                                                     \
     A(TattributeInt32, InterruptFrequency, "interruptFrequency", "itf",                            \
-      .input().setNativeDefaultData(1);                                                            \
-      InterruptFrequency.setMinValue(-1))                                                          \
+      .input().setNativeDefaultData(1).min(-1))                                                    \
     ORVO_RG_BOOL(A, ShadowPass, "shadowPass", "shp", false)                                        \
     ORVO_RG_BOOL(A, IprShadowPass, "iprShadowPass", "isp", false)                                  \
     ORVO_RG_BOOL(A, UseFileCache, "useFileCache", "uf", true)                                      \
@@ -259,12 +258,10 @@ struct TdnKernel<TdnRenderGlobals> {
       .input().setNativeDefaultData(1.0f).range(0, 100))                                           \
     A(TattributeFloat, BlurSharpness, "blurSharpness", "bls",                                      \
       .input().setNativeDefaultData(1.0f).range(0, 100))                                           \
-    A(TattributeInt32, SmoothValue, "smoothValue", "smv", .input().setNativeDefaultData(2);        \
-      SmoothValue.setMinValue(0))                                                                  \
+    A(TattributeInt32, SmoothValue, "smoothValue", "smv", .input().setNativeDefaultData(2).min(0)) \
     ORVO_RG_BOOL(A, UseBlur2DMemoryCap, "useBlur2DMemoryCap", "ubc", true)                         \
     A(TattributeFloat, Blur2DMemoryCap, "blur2DMemoryCap", "mbc",                                  \
-      .input().setNativeDefaultData(200.0f);                                                       \
-      Blur2DMemoryCap.setMinValue(1))                                                              \
+      .input().setNativeDefaultData(200.0f).min(1))                                                \
     A(TattributeEnum, MotionBlurType, "motionBlurType", "mbt",                                     \
       .input()                                                                                     \
           .ORVO_FIELD(kUseMotionBlur2D, "Motion Blur 2D")                                          \

@@ -24,14 +24,11 @@ struct TdnKernel<TdnRenderQuality> {
 };
 
 #define ORVO_SCHEMA_TdnRenderQuality(A, C2, C3)                                                    \
-    A(TattributeInt32, Reflections, "reflections", "rfl", .input().setNativeDefaultData(1);        \
-      Reflections.setMinValue(0))                                                                  \
-    A(TattributeInt32, Refractions, "refractions", "rfr", .input().setNativeDefaultData(6);        \
-      Refractions.setMinValue(0))                                                                  \
-    A(TattributeInt32, Shadows, "shadows", "sl", .input().setNativeDefaultData(2);                 \
-      Shadows.setMinValue(0))                                                                      \
-    A(TattributeFloat, RayTraceBias, "rayTraceBias", "rtb", .input().setNativeDefaultData(0.0f);   \
-      RayTraceBias.setMinValue(0))                                                                 \
+    A(TattributeInt32, Reflections, "reflections", "rfl", .input().setNativeDefaultData(1).min(0)) \
+    A(TattributeInt32, Refractions, "refractions", "rfr", .input().setNativeDefaultData(6).min(0)) \
+    A(TattributeInt32, Shadows, "shadows", "sl", .input().setNativeDefaultData(2).min(0))          \
+    A(TattributeFloat, RayTraceBias, "rayTraceBias", "rtb",                                        \
+      .input().setNativeDefaultData(0.0f).min(0))                                                  \
     A(TattributeEnum, EdgeAntiAliasing, "edgeAntiAliasing", "eaa",                                 \
       .input()                                                                                     \
           .ORVO_FIELD(kHighestAA, "Highest Quality")                                               \
@@ -63,8 +60,8 @@ struct TdnKernel<TdnRenderQuality> {
       .input().setNativeDefaultData(1).range(1, 32))                                               \
     A(TattributeInt32, MaxVisibilitySamples, "maxVisibilitySamples", "mvm",                        \
       .input().setNativeDefaultData(4).range(2, 32))                                               \
-    A(TattributeInt32, VolumeSamples, "volumeSamples", "vs", .input().setNativeDefaultData(1);     \
-      VolumeSamples.setMinValue(1))                                                                \
+    A(TattributeInt32, VolumeSamples, "volumeSamples", "vs",                                       \
+      .input().setNativeDefaultData(1).min(1))                                                     \
     A(TattributeInt32, ParticleSamples, "particleSamples", "pss",                                  \
       .input().setNativeDefaultData(1).range(1, 32))                                               \
     A(TattributeBoolean, EnableRaytracing, "enableRaytracing", "ert", .input())                    \

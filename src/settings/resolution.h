@@ -30,18 +30,15 @@ struct TdnKernel<TdnResolution> {
 };
 
 #define ORVO_SCHEMA_TdnResolution(A, C2, C3)                                                       \
-    A(TattributeInt32, Width, "width", "w", .input().setNativeDefaultData(960);                    \
-      Width.setMinValue(2))                                                                        \
-    A(TattributeInt32, Height, "height", "h", .input().setNativeDefaultData(540);                  \
-      Height.setMinValue(2))                                                                       \
+    A(TattributeInt32, Width, "width", "w", .input().setNativeDefaultData(960).min(2))             \
+    A(TattributeInt32, Height, "height", "h", .input().setNativeDefaultData(540).min(2))           \
     A(TattributeFloat, PixelAspect, "pixelAspect", "pa", .input().setNativeDefaultData(0.0f))      \
     A(TattributeBoolean, AspectLock, "aspectLock", "al", .input())                                 \
     A(TattributeFloat, DeviceAspectRatio, "deviceAspectRatio", "dar",                              \
-      .input().setNativeDefaultData(1.7777777f);                                                   \
-      DeviceAspectRatio.setMinValue(0))                                                            \
+      .input().setNativeDefaultData(1.7777777f).min(0))                                            \
     A(TattributeBoolean, LockDeviceAspectRatio, "lockDeviceAspectRatio", "ldar", .input())         \
-    A(TattributeFloat, DotsPerInch, "dotsPerInch", "dpi", .input().setNativeDefaultData(72.0f);    \
-      DotsPerInch.setMinValue(1))                                                                  \
+    A(TattributeFloat, DotsPerInch, "dotsPerInch", "dpi",                                          \
+      .input().setNativeDefaultData(72.0f).min(1))                                                 \
     A(TattributeBoolean, OddFieldFirst, "oddFieldFirst", "off",                                    \
       .input().setNativeDefaultData(true))                                                         \
     A(TattributeEnum, Fields, "fields", "fld",                                                     \

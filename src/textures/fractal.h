@@ -5,11 +5,9 @@
 // fractal: a band-limited sum of lattice noise over levels, the filter size
 // choosing the last level.
 #define ORVO_SCHEMA_TdnFractal(A, C2, C3)                                                          \
-    A(TattributeFloat, Amplitude, "amplitude", "a", .input().setNativeDefaultData(1.0f);           \
-      Amplitude.setMinValue(0.0))                                                                  \
+    A(TattributeFloat, Amplitude, "amplitude", "a", .input().setNativeDefaultData(1.0f).min(0.0))  \
     A(TattributeFloat, Ratio, "ratio", "ra", .input().setNativeDefaultData(0.707f).range(0, 1))    \
-    A(TattributeFloat, Threshold, "threshold", "th", .input().setNativeDefaultData(0.0f);          \
-      Threshold.setMinValue(0.0))                                                                  \
+    A(TattributeFloat, Threshold, "threshold", "th", .input().setNativeDefaultData(0.0f).min(0.0)) \
     A(TattributeFloat, LevelMin, "levelMin", "lmn",                                                \
       .input().setNativeDefaultData(0.0f).range(0, 25))                                            \
     A(TattributeFloat, LevelMax, "levelMax", "lmx",                                                \

@@ -9,20 +9,18 @@
        .inputParent().colour().setNativeDefaultData(1, 1, 1), .input())                            \
     C3(Tattribute3Float, RockColor, "rockColor", "rc", ORVO_RGB,                                   \
        .inputParent().colour().setNativeDefaultData(0.262f, 0.102f, 0.0f), .input())               \
-    A(TattributeFloat, Amplitude, "amplitude", "a", .input().setNativeDefaultData(1.0f);           \
-      Amplitude.setMinValue(0.0))                                                                  \
+    A(TattributeFloat, Amplitude, "amplitude", "a", .input().setNativeDefaultData(1.0f).min(0.0))  \
     A(TattributeFloat, SnowRoughness, "snowRoughness", "sr",                                       \
       .input().setNativeDefaultData(0.4f).range(0, 1))                                             \
     A(TattributeFloat, RockRoughness, "rockRoughness", "rr",                                       \
       .input().setNativeDefaultData(0.707f).range(0, 1))                                           \
     A(TattributeFloat, Boundary, "boundary", "bo",                                                 \
       .input().setNativeDefaultData(1.0f).range(0, 1))                                             \
-    A(TattributeFloat, SnowAltitude, "snowAltitude", "sa", .input().setNativeDefaultData(0.5f);    \
-      SnowAltitude.setMinValue(0.0))                                                               \
-    A(TattributeFloat, SnowDropoff, "snowDropoff", "sd", .input().setNativeDefaultData(2.0f);      \
-      SnowDropoff.setMinValue(0.0))                                                                \
-    A(TattributeFloat, SnowSlope, "snowSlope", "ss", .input().setNativeDefaultData(0.8f);          \
-      SnowSlope.setMinValue(0.0))                                                                  \
+    A(TattributeFloat, SnowAltitude, "snowAltitude", "sa",                                         \
+      .input().setNativeDefaultData(0.5f).min(0.0))                                                \
+    A(TattributeFloat, SnowDropoff, "snowDropoff", "sd",                                           \
+      .input().setNativeDefaultData(2.0f).min(0.0))                                                \
+    A(TattributeFloat, SnowSlope, "snowSlope", "ss", .input().setNativeDefaultData(0.8f).min(0.0)) \
     A(TattributeFloat, DepthMax, "depthMax", "dmx",                                                \
       .input().setNativeDefaultData(20.0f).range(0, 40))
 

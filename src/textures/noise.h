@@ -6,12 +6,9 @@
 // noise: a fractal sum of Perlin, billow or wave noise in (u, v), through
 // the volume texture objects.
 #define ORVO_SCHEMA_TdnNoise(A, C2, C3)                                                            \
-    A(TattributeFloat, Amplitude, "amplitude", "a", .input().setNativeDefaultData(1.0f);           \
-      Amplitude.setMinValue(0.0))                                                                  \
-    A(TattributeFloat, Ratio, "ratio", "ra", .input().setNativeDefaultData(0.707f);                \
-      Ratio.setMinValue(0.0))                                                                      \
-    A(TattributeFloat, Threshold, "threshold", "th", .input().setNativeDefaultData(0.0f);          \
-      Threshold.setMinValue(0.0))                                                                  \
+    A(TattributeFloat, Amplitude, "amplitude", "a", .input().setNativeDefaultData(1.0f).min(0.0))  \
+    A(TattributeFloat, Ratio, "ratio", "ra", .input().setNativeDefaultData(0.707f).min(0.0))       \
+    A(TattributeFloat, Threshold, "threshold", "th", .input().setNativeDefaultData(0.0f).min(0.0)) \
     A(TattributeInt16, DepthMax, "depthMax", "dm", .input().setNativeDefaultData(3).range(1, 80))  \
     A(TattributeFloat, Frequency, "frequency", "fq", .input().setNativeDefaultData(8.0f))          \
     A(TattributeFloat, FrequencyRatio, "frequencyRatio", "fr",                                     \
@@ -26,14 +23,12 @@
           .ORVO_FIELD(kWispy, "Wispy")                                                             \
           .ORVO_FIELD(kSpaceTime, "SpaceTime")                                                     \
           .setNativeDefaultData(1))                                                                \
-    A(TattributeFloat, Density, "density", "d", .input().setNativeDefaultData(1.0f);               \
-      Density.setMinValue(0.0))                                                                    \
-    A(TattributeFloat, Spottyness, "spottyness", "sp", .input().setNativeDefaultData(0.1f);        \
-      Spottyness.setMinValue(0.0))                                                                 \
-    A(TattributeFloat, SizeRand, "sizeRand", "sr", .input().setNativeDefaultData(0.0f);            \
-      SizeRand.setMinValue(0.0))                                                                   \
-    A(TattributeFloat, Randomness, "randomness", "rn", .input().setNativeDefaultData(1.0f);        \
-      Randomness.setMinValue(0.0))                                                                 \
+    A(TattributeFloat, Density, "density", "d", .input().setNativeDefaultData(1.0f).min(0.0))      \
+    A(TattributeFloat, Spottyness, "spottyness", "sp",                                             \
+      .input().setNativeDefaultData(0.1f).min(0.0))                                                \
+    A(TattributeFloat, SizeRand, "sizeRand", "sr", .input().setNativeDefaultData(0.0f).min(0.0))   \
+    A(TattributeFloat, Randomness, "randomness", "rn",                                             \
+      .input().setNativeDefaultData(1.0f).min(0.0))                                                \
     A(TattributeEnum, Falloff, "falloff", "fof",                                                   \
       .input()                                                                                     \
           .ORVO_FIELD(kLinear, "Linear")                                                           \
@@ -41,8 +36,7 @@
           .ORVO_FIELD(kFast, "Fast")                                                               \
           .ORVO_FIELD(kBubble, "Bubble")                                                           \
           .setNativeDefaultData(2))                                                                \
-    A(TattributeInt16, NumWaves, "numWaves", "nw", .input().setNativeDefaultData(5);               \
-      NumWaves.setMinValue(1.0))                                                                   \
+    A(TattributeInt16, NumWaves, "numWaves", "nw", .input().setNativeDefaultData(5).min(1.0))      \
     A(TattributeFloat, Implode, "implode", "imp", .input().setNativeDefaultData(0.0f))             \
     C2(Tattribute2Float, ImplodeCenter, "implodeCenter", "imc", ORVO_UV,                           \
        .inputParent().setNativeDefaultData(0.5f, 0.5f), .input())

@@ -26,9 +26,8 @@
        .implicitSample().setNativeDefaultData(0.0f))                                               \
     C3(Tattribute3Float, VertexCameraOne, "vertexCameraOne", "vc1", ORVO_XYZ, .implicitSample(),   \
        .implicitSample().setNativeDefaultData(0.0f))                                               \
-    C2(Tattribute2Float, Coverage, "coverage", "c", ORVO_UV, .inputParent();                       \
-       CoverageU.setMinValue(0.0); CoverageU.setSoftMaxValue(1.0); CoverageV.setMinValue(0.0);     \
-       CoverageV.setSoftMaxValue(1.0), .input().setNativeDefaultData(1.0f))                        \
+    C2(Tattribute2Float, Coverage, "coverage", "c", ORVO_UV, .inputParent(),                       \
+       .input().setNativeDefaultData(1.0f).min(0.0).softMax(1.0))                                  \
     C2(Tattribute2Float, TranslateFrame, "translateFrame", "tf", ORVO_UV, .inputParent(),          \
        .input().setNativeDefaultData(0.0f))                                                        \
     A(TattributeDoubleAngle, RotateFrame, "rotateFrame", "rf",                                     \

@@ -49,8 +49,7 @@
 
 // A keyable float with a lower limit of 0 and no upper one.
 #define ORVO_RAMP_AMOUNT(A, Name, Long, Short, Default)                                            \
-    A(TattributeFloat, Name, Long, Short, .input().setNativeDefaultData(Default);                  \
-      Name.setMinValue(0.0))
+    A(TattributeFloat, Name, Long, Short, .input().setNativeDefaultData(Default).min(0.0))
 
 class TdnRamp;
 template <>

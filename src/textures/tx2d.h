@@ -29,10 +29,10 @@ class TdnPlace2dTx;
       .implicitSample().setNativeDefaultData(0.0f).childOf(UvCoord))                               \
     C2(Tattribute2Float, UvFilterSize, "uvFilterSize", "fs", ORVO_XY, .implicitSample(),           \
        .implicitSample().setNativeDefaultData(0.0f))                                               \
-    A(TattributeFloat, Filter, "filter", "f", .input().setNativeDefaultData(1.0f);                 \
-      Filter.setMinValue(0.0); Filter.setSoftMaxValue(1.0))                                        \
-    A(TattributeFloat, FilterOffset, "filterOffset", "fo", .input().setNativeDefaultData(0.0f);    \
-      FilterOffset.setSoftMaxValue(1.0))                                                           \
+    A(TattributeFloat, Filter, "filter", "f",                                                      \
+      .input().setNativeDefaultData(1.0f).min(0.0).softMax(1.0))                                   \
+    A(TattributeFloat, FilterOffset, "filterOffset", "fo",                                         \
+      .input().setNativeDefaultData(0.0f).softMax(1.0))                                            \
     A(TattributeBoolean, Invert, "invert", "i", .input().setNativeDefaultData(false))              \
     A(TattributeBoolean, AlphaIsLuminance, "alphaIsLuminance", "ail",                              \
       .input().setNativeDefaultData(false))                                                        \
@@ -40,10 +40,10 @@ class TdnPlace2dTx;
        .inputParent().colour().setNativeDefaultData(1, 1, 1), .input().range(0, 2))                \
     C3(Tattribute3Float, ColorOffset, "colorOffset", "co", ORVO_RGB,                               \
        .inputParent().colour().setNativeDefaultData(0, 0, 0), .input().range(0, 2))                \
-    A(TattributeFloat, AlphaGain, "alphaGain", "ag", .input().setNativeDefaultData(1.0f);          \
-      AlphaGain.setSoftMaxValue(2.0))                                                              \
-    A(TattributeFloat, AlphaOffset, "alphaOffset", "ao", .input().setNativeDefaultData(0.0f);      \
-      AlphaOffset.setSoftMaxValue(2.0))                                                            \
+    A(TattributeFloat, AlphaGain, "alphaGain", "ag",                                               \
+      .input().setNativeDefaultData(1.0f).softMax(2.0))                                            \
+    A(TattributeFloat, AlphaOffset, "alphaOffset", "ao",                                           \
+      .input().setNativeDefaultData(0.0f).softMax(2.0))                                            \
     C3(Tattribute3Float, DefaultColor, "defaultColor", "dc", ORVO_RGB,                             \
        .inputParent().colour().setNativeDefaultData(0.5f, 0.5f, 0.5f), .input().range(0, 1))       \
     C3(Tattribute3Float, OutColor, "outColor", "oc", ORVO_RGB,                                     \

@@ -10,11 +10,7 @@
     C3(Tattribute3Float, Contrast, "contrast", "c", ORVO_XYZ,                                      \
        .inputParent().setNativeDefaultData(2, 2, 2), .input())                                     \
     C3(Tattribute3Float, Bias, "bias", "b", ORVO_XYZ,                                              \
-       .inputParent()                                                                              \
-           .setNativeDefaultData(0.5f, 0.5f, 0.5f)                                                 \
-           .setMinValue(0, 0, 0)                                                                   \
-           .setMaxValue(1, 1, 1),                                                                  \
-       .input())                                                                                   \
+       .inputParent().setNativeDefaultData(0.5f, 0.5f, 0.5f).min(0, 0, 0).max(1, 1, 1), .input())  \
     C3(Tattribute3Float, OutValue, "outValue", "o", ORVO_XYZ,                                      \
        .output().setNativeDefaultData(0, 0, 0), .output())                                         \
     ORVO_RENDER_PASS_MODE(A)
