@@ -25,6 +25,7 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <memory>
 #include <new>
 #include <string>
 
@@ -55,25 +56,32 @@ struct TdnVS;
 template <class T>
 struct TdnAttr;
 
-// Raw storage for a lazily built descriptor, followed by its once-flag.
+// Storage for a lazily built descriptor and its flags: `once` when it is
+// built, `wired` when it knows its class record and parent (set by the node
+// type's face on first use). The descriptor is an inactive union member until
+// built, so the static attribute references can name its members from load
+// on without building it; once built (or rebuilt after a clean-up, in the same
+// place and of the same type) they name the live attributes.
 template <class VS>
 struct TdnVsPtr {
-    alignas(VS) unsigned char storage[sizeof(VS)];
+    union Slot {
+        constexpr Slot() : none() {}
+        ~Slot() {}
+        char none;
+        VS vs;
+    } slot;
     bool once;
+    bool wired;
 
-    VS* get() { return reinterpret_cast<VS*>(storage); }
+    VS* get() { return &slot.vs; }
     // Builds the descriptor in place on first call. No lock: descriptors are
     // first touched at load or from the main thread.
     VS* ensure() {
         if (!once) {
-            new (storage) VS();
+            std::construct_at(&slot.vs);
             once = true;
         }
-        return get();
-    }
-    template <class A>
-    A& member(size_t offset) {
-        return *reinterpret_cast<A*>(storage + offset);
+        return &slot.vs;
     }
 };
 
@@ -219,9 +227,7 @@ protected:
     fOwn.push_back(&Name##S3);
 
 // ---- static references
-#define ORVO_ATTR_REF(Class, Name)                                                                 \
-    static inline Class& a##Name =                                                                 \
-        fsVsData.template member<Class>(__builtin_offsetof(VSType, Name));
+#define ORVO_ATTR_REF(Class, Name) static inline Class& a##Name = fsVsData.slot.vs.Name;
 #define ORVO_ATTR_A(Class, Name, Long, Short, Setup) ORVO_ATTR_REF(Class, Name)
 #define ORVO_ATTR_C2(Class, Name, Long, Short, Sfx, PSetup, CSetup)                                \
     ORVO_PP_EXPAND(ORVO_ATTR_C2__(Class, Name, Sfx))
@@ -262,15 +268,12 @@ protected:
         bool setupDependencies(TdependencyMatrix& m) override;                                     \
         void declareDependencies(TdependencyMatrix& m);                                            \
     };                                                                                             \
-    _Pragma("GCC diagnostic push")                                                                 \
-        _Pragma("GCC diagnostic ignored \"-Winvalid-offsetof\"") template <>                       \
-        struct TdnAttr<T> : public TdnKernel<T> {                                                  \
-        using VSType = TdnVS<T>;                                                                   \
+    template <>                                                                                    \
+    struct TdnAttr<T> : public TdnKernel<T> {                                                      \
         static inline TdnVsPtr<TdnVS<T>> fsVsData{};                                               \
         static constexpr PlugExprs::ExprRoot Attributes{};                                         \
         ORVO_SCHEMA_##T(ORVO_ATTR_A, ORVO_ATTR_C2, ORVO_ATTR_C3)                                   \
-    };                                                                                             \
-    _Pragma("GCC diagnostic pop")
+    };
 
 // Defines the descriptor constructor: wiring, then setups in schema order,
 // then the n_<type> string on every attribute.
@@ -306,13 +309,14 @@ public:
 
     static VS* sVsData() {
         auto& storage = TdnAttr<T>::fsVsData;
-        if (!storage.once) {
-            VS* vs = storage.ensure();
+        VS* vs = storage.ensure();
+        if (!storage.wired) {
+            storage.wired = true;
             vs->setClassRecord(sMeta ? reinterpret_cast<TdependNodeMetaClass*>(sClassStorage)
                                      : nullptr);
             vs->setParentData(Base::sVsBaseData());
         }
-        return storage.get();
+        return vs;
     }
     static TdependNodeVS* sVsBaseData() { return sVsData(); }
     static TdependNodeVS* sVsParentData() { return Base::sVsBaseData(); }
@@ -329,7 +333,7 @@ public:
         VS* vs = sVsData();
         const bool result = vs->cleanupClass();
         vs->~VS();
-        TdnAttr<T>::fsVsData.once = false;
+        TdnAttr<T>::fsVsData.once = TdnAttr<T>::fsVsData.wired = false;
         return result;
     }
     static Tmetaclass* sTypeof() { return sMeta; }
@@ -397,7 +401,9 @@ private:
         node->finishCreation(meta);
         return static_cast<void*>(static_cast<TdependNode*>(node));
     }
-    static void clearOnceAtExit() { TdnAttr<T>::fsVsData.once = false; }
+    static void clearOnceAtExit() {
+        TdnAttr<T>::fsVsData.once = TdnAttr<T>::fsVsData.wired = false;
+    }
     static void destroyMetaAtExit() { reinterpret_cast<Tmetaclass*>(sMetaStorage)->~Tmetaclass(); }
     static void unregisterAtExit() {
         auto* record = reinterpret_cast<TdependNodeMetaClass*>(sClassStorage);
@@ -423,7 +429,7 @@ void TdnPattern<T, Base>::registerType() {
     if constexpr (requires { Base::registerType(); })
         Base::registerType();
     // 1. The descriptor storage starts empty, and forgets itself at exit.
-    TdnAttr<T>::fsVsData.once = false;
+    TdnAttr<T>::fsVsData.once = TdnAttr<T>::fsVsData.wired = false;
     std::atexit(&clearOnceAtExit);
     // 2. The API type.
     TapiTypeTable::add(Identity::kApiType, Identity::kApiString, 4);

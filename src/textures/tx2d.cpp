@@ -32,11 +32,12 @@ Tmetaclass* tx2dMeta() {
 
 TdnTx2D::VS* TdnTx2D::sVsData() {
     auto& storage = TdnAttr<TdnTx2D>::fsVsData;
-    if (!storage.once) {
-        VS* vs = storage.ensure();
+    VS* vs = storage.ensure();
+    if (!storage.wired) {
+        storage.wired = true;
         vs->setParentData(TshadingDependNode::sVsBaseData());
     }
-    return storage.get();
+    return vs;
 }
 
 Tmetaclass* TdnTx2D::sTypeof() {
