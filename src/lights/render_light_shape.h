@@ -196,7 +196,9 @@ protected:
     // A change of this attribute means the viewport light must be rebuilt.
     virtual bool refreshesViewportLight(const Tattribute* attribute) const;
 
-    // Step 1 of the pipeline: texture coordinates written into the block
+    // The first thing a light does for a batch, before its intensity and
+    // direction, so that maps on its inputs can be read: texture coordinates
+    // written into the block
     // (uCoord, vCoord, uvFilterSize 0.001 and infoBits bit 3), then the
     // block's running element back at the batch start.
     void writeTextureCoordinates(LightBatch& b);

@@ -4,6 +4,21 @@
 // translation, rotation, wrap, repeat, offset, noise, stagger, mirror) and
 // scales the filter size to match. Placement and texture meet only through
 // attributes: outUV feeds uvCoord, outUvFilterSize feeds uvFilterSize.
+//
+// The placement of one sample, in the order place() takes (comments name the
+// steps by number):
+//   1. the outside marker passes through, with the filter size unscaled;
+//   2. so does any sample on the fast path when nothing transforms;
+//   3. and any sample when a coverage shows nothing;
+//   4. the filter scale, repeat over coverage;
+//   5. the filter size: the rotated footprint's box;
+//   6. noise;
+//   7. an exact 1.0 moves to 0.9999 (the top edge belongs to the tile);
+//   8. the frame rotation about the centre;
+//   9. per axis, U first: coverage, translate frame, wrap, the range test,
+//      repeat and offset;
+//  10. stagger of odd rows; 11. mirror of odd tiles;
+//  12. the UV rotation about the centre.
 
 #include <cmath>
 

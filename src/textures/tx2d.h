@@ -6,6 +6,17 @@
 // outside marker, the default colour, the colour effects, the filter size,
 // and the evaluation of connected colours on arrays for baking.
 //
+// A 2D texture computes outColor and outAlpha (and nothing else) for each
+// sample in these steps, which the comments below name by number:
+//   1. accept only outColor, its children or outAlpha;
+//   2. take handles on uvCoord, the texture's inputs and the effects;
+//   3. a coordinate at the outside marker gets the default colour;
+//   4. the pattern gives a colour and an alpha;
+//   5. with alphaIsLuminance the alpha becomes the pattern colour's
+//      luminance, before any effect (so invert inverts it);
+//   6. the colour effects (invert, gain and offset, alpha gain and offset),
+//      and the two outputs written.
+//
 // It is not a node type of its own (nothing can be made of it, and it has no
 // scene-file identity); it has a metaclass so that a network can ask whether
 // a node is a 2D texture, and its descriptor is reached through the types
