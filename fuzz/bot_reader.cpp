@@ -12,17 +12,18 @@
 #include <memory>
 #include <string>
 
+#include "host/messages.h"
 #include "textures/bot_coding.h"
 #include "textures/bot_file_info.h"
 #include "textures/file_texture_cache.h"
 #include "textures/pyramid.h"
-#include "textures/pyramid_messages.h"
 
 namespace {
 
 const std::string& scratchFile() {
     static const std::string name = [] {
-        setPyramidReportSink([](const std::string&) {}); // damage is expected here
+        // Damage is expected here.
+        TcommandEngine::setSink([](TcommandEngine::Severity, const std::string&) {});
         const char* folder = std::getenv("TMPDIR");
         return std::string(folder && *folder ? folder : "/tmp") + "/orvo-fuzz-bot-" +
                std::to_string(long(::getpid())) + ".bot";

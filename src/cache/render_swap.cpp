@@ -8,9 +8,9 @@
 
 #include <fmt/format.h>
 
-#include "cache/cache_warning.h"
 #include "cache/tmp_files.h"
 #include "host/env.h"
+#include "host/messages.h"
 #include "host/trace.h"
 
 namespace {
@@ -26,7 +26,7 @@ TrenderSwap::Settings gSettings = settingsFromEnvironment();
 TdbTrace gSwapTrace("ORVO_TRACE_SWAP", gSettings.trace);
 
 void warn(const char* id, const std::string& fileName, const std::string& reason = {}) {
-    cacheWarning(fmt::format(fmt::runtime(cacheMessageText(id)), fileName, reason));
+    TcommandEngine::displayWarning(TstringId(id).format(fileName, reason));
 }
 
 // The folder that holds `path`: everything before its last '/', "." when it

@@ -15,8 +15,10 @@ struct MessageState {
 };
 
 MessageState& messageState() {
-    static MessageState state;
-    return state;
+    // Never destroyed: a render thread may still report while the process
+    // exits.
+    static MessageState* const state = new MessageState;
+    return *state;
 }
 
 void emit(TcommandEngine::Severity severity, const Tstring& text) {
@@ -30,10 +32,7 @@ void emit(TcommandEngine::Severity severity, const Tstring& text) {
         sink(severity, text);
         return;
     }
-    const char* prefix = severity == TcommandEngine::Severity::Warning ? "Warning: "
-                         : severity == TcommandEngine::Severity::Error ? "Error: "
-                                                                       : "";
-    std::fprintf(stderr, "%s%s\n", prefix, text.c_str());
+    TcommandEngine::printDefault(severity, text);
 }
 
 struct Catalogue {
@@ -88,6 +87,22 @@ void TcommandEngine::displayError(const Tstring& text) {
 }
 void TcommandEngine::displayInfo(const Tstring& text) {
     emit(Severity::Info, text);
+}
+
+void TcommandEngine::printDefault(Severity severity, const Tstring& text) {
+    if (severity == Severity::Console) {
+        std::fputs(text.c_str(), stderr);
+        std::fflush(stderr);
+        return;
+    }
+    const char* prefix = severity == Severity::Warning ? "Warning: "
+                         : severity == Severity::Error ? "Error: "
+                                                       : "";
+    std::fprintf(stderr, "%s%s\n", prefix, text.c_str());
+}
+
+void TcommandEngine::displayConsole(const Tstring& text) {
+    emit(Severity::Console, text);
 }
 
 TcommandEngine::Sink TcommandEngine::setSink(Sink sink) {

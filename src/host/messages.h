@@ -12,7 +12,9 @@
 
 class TcommandEngine {
 public:
-    enum class Severity { Info, Warning, Error };
+    // Console texts go out exactly as given, with their own line ends (the
+    // texture cache's reports, whose wording is fixed).
+    enum class Severity { Info, Warning, Error, Console };
     using Sink = std::function<void(Severity, const std::string&)>;
 
     // By default warnings and errors go to standard error as "Warning: ..."
@@ -20,9 +22,12 @@ public:
     static void displayWarning(const Tstring& text);
     static void displayError(const Tstring& text);
     static void displayInfo(const Tstring& text);
+    static void displayConsole(const Tstring& text);
     // Installs a sink and returns the one it replaces; an empty sink restores
     // standard error.
     static Sink setSink(Sink sink);
+    // What happens with no sink: standard error, with the severity's head.
+    static void printDefault(Severity severity, const Tstring& text);
 };
 
 // A message id of the form s_<Catalogue>.<id>, looked up in the string

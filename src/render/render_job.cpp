@@ -89,10 +89,7 @@ private:
             fPrevious(severity, text);
             return;
         }
-        const char* prefix = severity == TcommandEngine::Severity::Warning ? "Warning: "
-                             : severity == TcommandEngine::Severity::Error ? "Error: "
-                                                                           : "";
-        std::fprintf(stderr, "%s%s\n", prefix, text.c_str());
+        TcommandEngine::printDefault(severity, text);
     }
 
     TcommandEngine::Sink fPrevious;

@@ -23,10 +23,10 @@
 
 #include "cache/tmp_files.h"
 #include "host/env.h"
+#include "host/messages.h"
 #include "textures/bot_coding.h"
 #include "textures/file_texture_cache.h"
 #include "textures/pyramid.h"
-#include "textures/pyramid_messages.h"
 
 namespace {
 
@@ -92,15 +92,15 @@ int openCpFile(const std::string& name, uint64_t estimate, bool overwrite,
         fits = gBotBytesOpened.load() + estimate <= uint64_t(limitMB) * kMB;
     }
     if (!fits) {
-        pyramidReport(fmt::format(
+        TcommandEngine::displayConsole(fmt::format(
             "Warning: Not enough disk space or limit exceeded for caching texture {}\n", texture));
         return -1;
     }
     const int fd =
         ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | (overwrite ? O_TRUNC : O_EXCL), 0600);
     if (fd < 0) {
-        pyramidReport(fmt::format("Warning: Can't open cache file for texture {}: {}\n", texture,
-                                  errorText()));
+        TcommandEngine::displayConsole(fmt::format(
+            "Warning: Can't open cache file for texture {}: {}\n", texture, errorText()));
         return -1;
     }
     gBotBytesOpened += estimate;
@@ -222,7 +222,7 @@ bool Tpyramid::writeBOT(const Tstring& path, bool overwrite) const {
         const std::string reason = errorText();
         ::close(fd);
         ::unlink(path.c_str());
-        pyramidReport(fmt::format(fmt::runtime(what), path, reason));
+        TcommandEngine::displayConsole(fmt::format(fmt::runtime(what), path, reason));
         return false;
     };
 
@@ -318,7 +318,7 @@ bool Tpyramid::writeBOT(const Tstring& path, bool overwrite) const {
     if (::close(fd) != 0) {
         const std::string reason = errorText();
         ::unlink(path.c_str());
-        pyramidReport(fmt::format(
+        TcommandEngine::displayConsole(fmt::format(
             "Error: Can't use block ordered texture - write error in file {}: {}\n", path, reason));
         return false;
     }
@@ -343,12 +343,13 @@ bool TpyramidNonSwatch::remapPyramidToBlocks(const Tstring* path, bool overwrite
         return false;
     const Tstring name = path ? *path : getCachePyrFileName();
     if (!path)
-        pyramidReport(fmt::format("producing BOT file for {}\n", fileName()));
+        TcommandEngine::displayConsole(fmt::format("producing BOT file for {}\n", fileName()));
     if (!writeBOT(name, overwrite))
         return false;
     const int fd = ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
-        pyramidReport(fmt::format("Error: Can't reopen converted texture file {}\n", name));
+        TcommandEngine::displayConsole(
+            fmt::format("Error: Can't reopen converted texture file {}\n", name));
         if (!path)
             ::unlink(name.c_str());
         return false;

@@ -16,7 +16,6 @@
 #include "host/messages.h"
 #include "textures/bot_coding.h"
 #include "textures/pyramid.h"
-#include "textures/pyramid_messages.h"
 
 namespace {
 
@@ -354,32 +353,33 @@ void TfileTextureCache::loadBlock(const Tpyramid& pyramid, unsigned level, uint3
 
     const off_t entry = off_t(pyramid.fLevels[level] + 4 * uint64_t(block));
     if (::lseek(fd, entry, SEEK_SET) != entry) {
-        pyramidReport(
+        TcommandEngine::displayConsole(
             fmt::format("{}/n", TstringId("s_TfileTextureStrings.rBOTseekError").format(name)));
         return;
     }
     uint32_t offsets[2];
     if (::read(fd, offsets, sizeof offsets) != ssize_t(sizeof offsets)) {
-        pyramidReport(
+        TcommandEngine::displayConsole(
             fmt::format("{}/n", TstringId("s_TfileTextureStrings.rBOTreadError").format(name)));
         return;
     }
     if (::lseek(fd, off_t(offsets[0]), SEEK_SET) != off_t(offsets[0])) {
-        pyramidReport(
+        TcommandEngine::displayConsole(
             fmt::format("{}/n", TstringId("s_TfileTextureStrings.rBOTseekError").format(name)));
         return;
     }
     const int64_t length = int64_t(offsets[1]) - int64_t(offsets[0]);
     if (length < 0 || length + 4 >= 8193) {
-        pyramidReport(fmt::format(
+        TcommandEngine::displayConsole(fmt::format(
             "Error: Corrupted data found in block ordered texture file {}: {}\n", name,
             fmt::format("block {} of level {} would be {} bytes long", block, level, length)));
         return;
     }
     errno = 0;
     if (::read(fd, fCoded.get(), size_t(length)) != ssize_t(length)) {
-        pyramidReport(fmt::format("Error: Read error in block ordered texture file {}: {}\n", name,
-                                  errno ? std::strerror(errno) : "the file ends early"));
+        TcommandEngine::displayConsole(
+            fmt::format("Error: Read error in block ordered texture file {}: {}\n", name,
+                        errno ? std::strerror(errno) : "the file ends early"));
         return;
     }
     std::memset(fCoded.get() + length, 0, 4);
@@ -393,10 +393,10 @@ void TfileTextureCache::loadBlock(const Tpyramid& pyramid, unsigned level, uint3
                                      pyramid.levelHeight(level) - blockRow * Tpyramid::kBlockSide);
     if (TbotBlockCoder::decodeBlock(fCoded.get(), size_t(length), width, height, pyramid.fPixelSize,
                                     fDecoded.get()) < 0) {
-        pyramidReport(fmt::format("Error: Decode error in block ordered texture file {}: {}\n",
-                                  name,
-                                  fmt::format("block {} of level {} is not a coded {} by {} block",
-                                              block, level, width, height)));
+        TcommandEngine::displayConsole(
+            fmt::format("Error: Decode error in block ordered texture file {}: {}\n", name,
+                        fmt::format("block {} of level {} is not a coded {} by {} block", block,
+                                    level, width, height)));
         return;
     }
     std::memcpy(pixels(k), fDecoded.get(), size_t(width) * height * pyramid.fPixelSize);

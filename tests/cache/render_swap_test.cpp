@@ -15,11 +15,11 @@
 #include <unistd.h>
 #include <vector>
 
-#include "cache/cache_warning.h"
 #include "cache/render_swap.h"
 #include "host/env.h"
 #include "host/iff/iff_reader.h"
 #include "host/trace.h"
+#include "support/message_capture.h"
 
 namespace fs = std::filesystem;
 
@@ -31,8 +31,6 @@ protected:
         std::string pattern = (fs::temp_directory_path() / "orvo-swap-XXXXXX").string();
         ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
         fDir = pattern;
-        fPreviousSink =
-            setCacheWarningSink([this](const std::string& text) { warnings.push_back(text); });
         fPreviousTrace =
             setTdbTraceSink([this](std::string_view line) { trace.emplace_back(line); });
     }
@@ -42,7 +40,6 @@ protected:
         ::unsetenv("ORVO_TRACE_SWAP");
         OrvoEnvRefresh();
         TrenderSwap::readSettings();
-        setCacheWarningSink(std::move(fPreviousSink));
         setTdbTraceSink(std::move(fPreviousTrace));
         fs::remove_all(fDir);
     }
@@ -63,11 +60,10 @@ protected:
     }
 
     fs::path fDir;
-    std::vector<std::string> warnings;
+    orvo_test::MessageCapture warnings;
     std::vector<std::string> trace;
 
 private:
-    TcacheWarningSink fPreviousSink;
     TdbTraceSink fPreviousTrace;
 };
 
@@ -99,7 +95,7 @@ TEST_F(RenderSwap, RandomDataComesBackByteForByte) {
     // Past the end: a short read.
     unsigned char byte = 0;
     EXPECT_EQ(swap.read(&byte, 1, swap.gotoEnd()), -1);
-    EXPECT_TRUE(warnings.empty());
+    EXPECT_TRUE(warnings.messages().empty());
 }
 
 TEST_F(RenderSwap, TheFileIsAnIffGroupOfTypeSwap) {
@@ -134,9 +130,11 @@ TEST_F(RenderSwap, LimitZeroFailsEveryAppendWithOneWarning) {
     const char data[] = "data";
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(swap.append(data, 4), -1);
-    ASSERT_EQ(warnings.size(), 1u);
-    EXPECT_NE(warnings[0].find(name), std::string::npos) << warnings[0];
-    EXPECT_NE(warnings[0].find("size limit"), std::string::npos) << warnings[0];
+    ASSERT_EQ(warnings.messages().size(), 1u);
+    EXPECT_NE(warnings.messages()[0].second.find(name), std::string::npos)
+        << warnings.messages()[0].second;
+    EXPECT_NE(warnings.messages()[0].second.find("size limit"), std::string::npos)
+        << warnings.messages()[0].second;
     EXPECT_TRUE(swap.limitWarned());
     EXPECT_FALSE(swap.writeWarned());
     EXPECT_EQ(fs::file_size(name), 12u); // nothing written
@@ -150,7 +148,7 @@ TEST_F(RenderSwap, AnAppendOfExactlyTheRoomLeftFails) {
     EXPECT_EQ(swap.append(data.data(), 99), 0);   // 111 is
     EXPECT_EQ(swap.append(data.data(), 1), -1);   // 111 + 1 is not
     EXPECT_EQ(swap.gotoEnd(), 111u);
-    EXPECT_EQ(warnings.size(), 1u);
+    EXPECT_EQ(warnings.messages().size(), 1u);
 
     // Only writing is held to the limit.
     EXPECT_EQ(swap.setWritePosition(112), -1);
@@ -204,9 +202,10 @@ TEST_F(RenderSwap, AFileThatCannotBeOpenedLeavesASwapThatFailsEverything) {
     const std::string name = path("no/such/folder/swap.iff");
     TrenderSwap swap(name.c_str());
     EXPECT_EQ(swap.file(), nullptr);
-    ASSERT_EQ(warnings.size(), 1u);
-    EXPECT_NE(warnings[0].find(name), std::string::npos);
-    EXPECT_NE(warnings[0].find("No such file or directory"), std::string::npos) << warnings[0];
+    ASSERT_EQ(warnings.messages().size(), 1u);
+    EXPECT_NE(warnings.messages()[0].second.find(name), std::string::npos);
+    EXPECT_NE(warnings.messages()[0].second.find("No such file or directory"), std::string::npos)
+        << warnings.messages()[0].second;
 
     char buffer[4] = {};
     unsigned position = 0;
@@ -218,7 +217,7 @@ TEST_F(RenderSwap, AFileThatCannotBeOpenedLeavesASwapThatFailsEverything) {
     EXPECT_EQ(swap.setReadPosition(0), -1);
     EXPECT_EQ(swap.setWritePosition(0), -1);
     EXPECT_EQ(swap.flushOutput(), -1);
-    EXPECT_EQ(warnings.size(), 1u);
+    EXPECT_EQ(warnings.messages().size(), 1u);
 }
 
 TEST_F(RenderSwap, AStaleFileIsReplacedAndTheFileGoesWithTheObject) {
@@ -307,7 +306,8 @@ TEST_F(RenderSwap, AFailedWriteWarnsOnceAndStoresNothing) {
     // A file size limit makes the disk look full at 1000 bytes.
     const int status = inChild([&] {
         std::vector<std::string> seen;
-        setCacheWarningSink([&](const std::string& text) { seen.push_back(text); });
+        TcommandEngine::setSink(
+            [&](TcommandEngine::Severity, const std::string& text) { seen.push_back(text); });
         std::signal(SIGXFSZ, SIG_IGN);
         struct rlimit limit {
             1000, 1000

@@ -173,8 +173,9 @@ TEST_F(DepthMapRender, ADamagedFileLeavesTheLightUnshadowedWithOneWarning) {
     TframeStats stats;
     const TrenderedImage image = render(*graph, &stats);
     ASSERT_EQ(messages.messages().size(), 1u);
-    EXPECT_NE(messages.messages()[0].find((fDir / "_sunShape.iff").string()), std::string::npos)
-        << messages.messages()[0];
+    EXPECT_NE(messages.messages()[0].second.find((fDir / "_sunShape.iff").string()),
+              std::string::npos)
+        << messages.text();
     EXPECT_EQ(stats.depthMapsRendered, 0u);
     EXPECT_EQ(image.pixels, lit.pixels);
 }

@@ -10,6 +10,7 @@
 #include "host/graph.h"
 #include "host/messages.h"
 #include "host/qsl/interpreter.h"
+#include "support/message_capture.h"
 
 inline std::unique_ptr<TdependGraph> sceneFromText(const std::string& text,
                                                    const std::string& name = "test.qsl") {
@@ -19,28 +20,7 @@ inline std::unique_ptr<TdependGraph> sceneFromText(const std::string& text,
     return graph;
 }
 
-// Collects warnings and errors while it lives.
-class MessageCapture {
-public:
-    MessageCapture() {
-        fPrevious =
-            TcommandEngine::setSink([this](TcommandEngine::Severity, const std::string& text) {
-                fMessages.push_back(text);
-            });
-    }
-    ~MessageCapture() { TcommandEngine::setSink(fPrevious); }
-    const std::vector<std::string>& messages() const { return fMessages; }
-    bool contains(const std::string& part) const {
-        for (const std::string& m : fMessages)
-            if (m.find(part) != std::string::npos)
-                return true;
-        return false;
-    }
-
-private:
-    TcommandEngine::Sink fPrevious;
-    std::vector<std::string> fMessages;
-};
+using orvo_test::MessageCapture;
 
 // A camera at the origin looking down -Z whose image plane at distance 1
 // is 2 wide (focal length 35 mm over a film back of 70 / 25.4 inches).

@@ -19,25 +19,20 @@
 #include "settings/render_lists.h"
 #include "settings/render_quality.h"
 #include "settings/resolution.h"
+#include "support/message_capture.h"
 
 namespace {
 
 class Settings : public ::testing::Test {
 protected:
-    void SetUp() override {
-        previous = TcommandEngine::setSink(
-            [this](TcommandEngine::Severity, const std::string& text) { messages += text + "\n"; });
-        run("");
-    }
-    void TearDown() override { TcommandEngine::setSink(previous); }
+    void SetUp() override { run(""); }
     void run(const std::string& text) { qsl::Interpreter(graph, out).runText(text, "s.qsl"); }
     TrenderInfo& info() { return *TrenderInfo::getRenderInfo(graph); }
     TdnRenderGlobals& globals() { return *info().defaultGlobals(); }
 
     TdependGraph graph;
     std::ostringstream out;
-    std::string messages;
-    TcommandEngine::Sink previous;
+    orvo_test::MessageCapture messages;
 };
 
 TEST_F(Settings, EveryScenesSettingsDefaultsAreLinked) {
@@ -132,14 +127,14 @@ TEST_F(Settings, FileFormatExtension) {
         globals().setOutFormatExt(ext);
         EXPECT_EQ(globals().fileFormatExtension(), ".tga") << ext;
     }
-    EXPECT_TRUE(messages.empty()) << messages;
+    EXPECT_TRUE(messages.messages().empty()) << messages.text();
     globals().setOutFormatExt(".");
     EXPECT_EQ(globals().fileFormatExtension(), "");
-    EXPECT_NE(messages.find("is empty"), std::string::npos) << messages;
+    EXPECT_TRUE(messages.contains("is empty")) << messages.text();
     messages.clear();
     globals().setOutFormatExt(".1ab");
     EXPECT_EQ(globals().fileFormatExtension(), "");
-    EXPECT_NE(messages.find("must begin with a letter"), std::string::npos) << messages;
+    EXPECT_TRUE(messages.contains("must begin with a letter")) << messages.text();
 }
 
 TEST_F(Settings, RulesOfTheAccessors) {

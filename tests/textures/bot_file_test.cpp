@@ -59,7 +59,7 @@ TEST(BotFile, HeaderAndOffsetTableOf33By33) {
     // Writing again without overwrite fails and leaves the file as it was.
     ReportCapture reports;
     EXPECT_FALSE(p.writeBOT(path, false));
-    EXPECT_NE(reports.text.find("Warning: Can't open cache file for texture"), std::string::npos);
+    EXPECT_NE(reports.text().find("Warning: Can't open cache file for texture"), std::string::npos);
     EXPECT_EQ(readFile(path), file);
 
     // The top level's four blocks: 32 x 32, 1 x 32, 32 x 1, 1 x 1. Decoded
@@ -142,7 +142,7 @@ TEST(BotFile, RemapMovesThePyramidToATemporaryFile) {
         << name;
     ReportCapture reports;
     ASSERT_TRUE(p->remapPyramidToBlocks(nullptr, false));
-    EXPECT_EQ(reports.text, "producing BOT file for /textures/wood.v2.png\n");
+    EXPECT_EQ(reports.text(), "producing BOT file for /textures/wood.v2.png\n");
     EXPECT_TRUE(p->isBOT());
     EXPECT_EQ(p->storeBytes(), 0u);
     EXPECT_EQ(p->botFileName(), name);
@@ -229,8 +229,8 @@ TEST(BotFile, DamagedBlocksAreReportedAndTheSlotKeepsItsPixels) {
     ReportCapture reports;
     // A fresh cache's slots are zero: the damaged block reads 0.
     EXPECT_EQ(cache.fetch(*bot, 6, 0, 63)[0], 0);
-    EXPECT_EQ(reports.text, "Error: Corrupted data found in block ordered texture file " + path +
-                                ": block 0 of level 6 would be 8189 bytes long\n");
+    EXPECT_EQ(reports.text(), "Error: Corrupted data found in block ordered texture file " + path +
+                                  ": block 0 of level 6 would be 8189 bytes long\n");
     // Block 8 (x 0..31, y 0..31) is sound: 200.
     EXPECT_EQ(cache.fetch(*bot, 6, 0, 0)[0], 200);
 
@@ -240,19 +240,19 @@ TEST(BotFile, DamagedBlocksAreReportedAndTheSlotKeepsItsPixels) {
     const uint32_t cut = entry(file, 8) + 1;
     std::memcpy(file.data() + 14 + 4 * 9, &cut, 4);
     writeFile(path, file);
-    reports.text.clear();
+    reports.clear();
     cache.clear();
     cache.fetch(*bot, 6, 0, 0);
-    EXPECT_NE(reports.text.find("Error: Decode error in block ordered texture file " + path),
+    EXPECT_NE(reports.text().find("Error: Decode error in block ordered texture file " + path),
               std::string::npos)
-        << reports.text;
+        << reports.text();
     // The offset table cut away under a pyramid already open: a read error,
     // "/n" and all.
     std::filesystem::resize_file(path, 20);
-    reports.text.clear();
+    reports.clear();
     cache.clear();
     cache.fetch(*bot, 6, 0, 0);
-    EXPECT_NE(reports.text.find("/n"), std::string::npos) << reports.text;
+    EXPECT_NE(reports.text().find("/n"), std::string::npos) << reports.text();
 }
 
 TEST(BotFile, DiskLimit) {
@@ -268,7 +268,7 @@ TEST(BotFile, DiskLimit) {
     ReportCapture reports;
     const std::string path = dir.file("l.bot");
     EXPECT_FALSE(p.remapPyramidToBlocks(&path, false));
-    EXPECT_EQ(reports.text,
+    EXPECT_EQ(reports.text(),
               "Warning: Not enough disk space or limit exceeded for caching texture " + path +
                   "\n");
     EXPECT_FALSE(p.isBOT());

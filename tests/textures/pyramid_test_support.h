@@ -12,8 +12,8 @@
 #include <string>
 
 #include "host/pixel_map.h"
+#include "support/message_capture.h"
 #include "support/temp_folder.h"
-#include "textures/pyramid_messages.h"
 
 namespace orvo_test {
 
@@ -50,12 +50,7 @@ inline uint8_t noiseByte(unsigned x, unsigned y, unsigned c, unsigned seed = 1) 
     return (h & 0x300) ? uint8_t(h) : uint8_t((x / 7 + y / 5) * 40 + c);
 }
 
-// Collects the pyramid reports for the life of the object.
-struct ReportCapture {
-    std::string text;
-    TpyramidReportSink previous;
-    ReportCapture() : previous(setPyramidReportSink([this](const std::string& t) { text += t; })) {}
-    ~ReportCapture() { setPyramidReportSink(std::move(previous)); }
-};
+// The pyramid's reports go to the console reporter.
+using ReportCapture = MessageCapture;
 
 } // namespace orvo_test

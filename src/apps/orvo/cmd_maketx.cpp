@@ -12,8 +12,8 @@
 #include "apps/orvo/cli.h"
 #include "host/file_replace.h"
 #include "host/image_file.h"
+#include "host/messages.h"
 #include "textures/pyramid.h"
-#include "textures/pyramid_messages.h"
 
 namespace orvo::cli {
 
@@ -21,13 +21,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Collects what the pyramid code reports while a command runs, so that a
+// Collects what the texture code reports while a command runs, so that a
 // failure can be told in one line; restores the reporter after.
 class CollectReports {
 public:
     CollectReports()
-        : fPrevious(setPyramidReportSink([this](const std::string& text) { fText += text; })) {}
-    ~CollectReports() { setPyramidReportSink(std::move(fPrevious)); }
+        : fPrevious(TcommandEngine::setSink(
+              [this](TcommandEngine::Severity, const std::string& text) { fText += text; })) {}
+    ~CollectReports() { TcommandEngine::setSink(std::move(fPrevious)); }
     // The reports, on one line, without their "Error: " heads.
     std::string oneLine() const {
         std::string line;
@@ -43,7 +44,7 @@ public:
 
 private:
     std::string fText;
-    TpyramidReportSink fPrevious;
+    TcommandEngine::Sink fPrevious;
 };
 
 int makeTexture(const std::string& image, std::string out) {

@@ -11,6 +11,7 @@
 
 #include "host/graph.h"
 #include "host/messages.h"
+#include "support/message_capture.h"
 
 namespace orvo_test {
 
@@ -34,32 +35,5 @@ inline void expectNear3(const std::vector<float>& got, float a, float b, float c
     EXPECT_NEAR(got[1], b, tolerance) << what;
     EXPECT_NEAR(got[2], c, tolerance) << what;
 }
-
-// Collects warnings and errors while alive, instead of printing them.
-class MessageCapture {
-public:
-    using Severity = TcommandEngine::Severity;
-
-    MessageCapture() {
-        fPrevious = TcommandEngine::setSink(
-            [this](Severity s, const std::string& text) { fMessages.emplace_back(s, text); });
-    }
-    ~MessageCapture() { TcommandEngine::setSink(fPrevious); }
-    MessageCapture(const MessageCapture&) = delete;
-    MessageCapture& operator=(const MessageCapture&) = delete;
-
-    size_t count(Severity s) const {
-        size_t n = 0;
-        for (const auto& m : fMessages)
-            n += m.first == s;
-        return n;
-    }
-    const std::vector<std::pair<Severity, std::string>>& messages() const { return fMessages; }
-    void clear() { fMessages.clear(); }
-
-private:
-    TcommandEngine::Sink fPrevious;
-    std::vector<std::pair<Severity, std::string>> fMessages;
-};
 
 } // namespace orvo_test
