@@ -51,6 +51,11 @@ TEST(NodePattern, RegistrationBuildsNoAttributeAndCleanupBuildsToTearDown) {
     // And it can be used afterwards.
     EXPECT_TRUE(TdnTestUnused::sInitializeClass());
     EXPECT_EQ(TdnTestUnused::sVsData()->attributes().size(), 2u); // message, then its own
+    // The static reference names the rebuilt attribute, which knows its
+    // descriptor again.
+    EXPECT_EQ(&TdnTestUnused::aValue, TdnTestUnused::sVsData()->attributes()[1]);
+    EXPECT_EQ(TdnTestUnused::aValue.longName(), "value");
+    EXPECT_EQ(TdnTestUnused::aValue.owner(), TdnTestUnused::sVsData());
 }
 
 TEST(NodePattern, AFailedAdditionDoesNotStopTheOthers) {

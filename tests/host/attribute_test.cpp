@@ -75,18 +75,6 @@ TEST(AttributeFlags, SchemaShapesSetTheDocumentedBits) {
     light.implicitLight();
     EXPECT_EQ(light.flags(), (TattrFlag::kDefault & ~uint64_t(0x21)) | 0x8);
 
-    // Host bits are kept apart: each can be set and cleared alone.
-    TattributeFloat bits("bits", "b");
-    for (uint64_t bit : {TattrFlag::kHostFlag4, TattrFlag::kHostFlag6, TattrFlag::kHostFlag8,
-                         TattrFlag::kHostFlag43, TattrFlag::kHostFlag47}) {
-        const uint64_t before = bits.flags();
-        bits.setFlags(bit);
-        EXPECT_EQ(bits.flags(), before | bit);
-        bits.clearFlags(bit);
-        EXPECT_EQ(bits.flags(), before & ~bit);
-        bits.setFlags(before & bit);
-    }
-
     TattributeFloat limited("bias", "b");
     limited.range(0.0, 1.0);
     EXPECT_TRUE(limited.hasFlag(TattrFlag::kHasLowerLimit));

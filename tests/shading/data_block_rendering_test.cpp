@@ -174,6 +174,24 @@ TEST(RenderingBlockValues, ComputeThroughTheBlockMatchesTheOrdinaryBlock) {
                   0);
 }
 
+TEST(RenderingBlockValues, TheScalarEntryComputesTheCurrentElementOnly) {
+    // Four elements with inputs (e, 0.25, -1); outputs start at 7.
+    ReverseBlock r({V, VP, VP, VP, V, VP, VP, VP}, 4);
+    for (unsigned e = 0; e < 4; ++e) {
+        const float v[3] = {float(e), 0.25f, -1.0f};
+        std::memcpy(r.var(TdnReverse::aInput, e), v, sizeof v);
+        std::fill_n(r.var(TdnReverse::aOutput, e), 3, 7.0f);
+    }
+    r.block.setCurrentIndex(2);
+    ASSERT_TRUE(r.node->computePlug(Tplug(r.node, &TdnReverse::aOutput), r.block));
+    // Element 2 reversed: 1 - 2, 1 - 0.25, 1 - (-1); the others untouched.
+    EXPECT_EQ(r.var(TdnReverse::aOutput, 2)[0], -1.0f);
+    EXPECT_EQ(r.var(TdnReverse::aOutput, 2)[1], 0.75f);
+    EXPECT_EQ(r.var(TdnReverse::aOutput, 2)[2], 2.0f);
+    for (unsigned e : {0u, 1u, 3u})
+        EXPECT_EQ(r.var(TdnReverse::aOutput, e)[0], 7.0f) << e;
+}
+
 TEST(RenderingBlockArrays, ElementsAreServedByLogicalIndexAndBadIndicesThrow) {
     TdependGraph graph;
     TdependNode* node = graph.createNode("plusMinusAverage", "pma");
