@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "framework/nodes/utility/reverse.h"
+#include "host/graph/graph_test_nodes.h"
 #include "host/graph.h"
 
 namespace {
@@ -9,11 +9,11 @@ using Words = std::vector<std::string>;
 
 TEST(Graph, NamesAreUniqueAndDefaultNamesCount) {
     TdependGraph graph;
-    EXPECT_EQ(graph.createNode("reverse")->name(), "reverse1");
-    EXPECT_EQ(graph.createNode("reverse")->name(), "reverse2");
-    graph.createNode("reverse", "mine");
-    EXPECT_THROW(graph.createNode("reverse", "mine"), TgraphError);
-    EXPECT_THROW(graph.createNode("reverse", "1bad"), TgraphError);
+    EXPECT_EQ(graph.createNode("testFlip")->name(), "testFlip1");
+    EXPECT_EQ(graph.createNode("testFlip")->name(), "testFlip2");
+    graph.createNode("testFlip", "mine");
+    EXPECT_THROW(graph.createNode("testFlip", "mine"), TgraphError);
+    EXPECT_THROW(graph.createNode("testFlip", "1bad"), TgraphError);
     EXPECT_THROW(graph.createNode("nonsense", "x"), TgraphError);
     graph.renameNode(graph.findNode("mine"), "yours");
     EXPECT_EQ(graph.findNode("mine"), nullptr);
@@ -23,9 +23,9 @@ TEST(Graph, NamesAreUniqueAndDefaultNamesCount) {
 
 TEST(Graph, PlugNamesResolveLongAndShortNames) {
     TdependGraph graph;
-    graph.createNode("reverse", "r");
-    EXPECT_EQ(graph.findPlug("r.i").attribute(), &TdnReverse::aInput);
-    EXPECT_EQ(graph.findPlug("r.input.inputX").attribute(), &TdnReverse::aInputX);
+    graph.createNode("testFlip", "r");
+    EXPECT_EQ(graph.findPlug("r.i").attribute(), &TdnTestFlip::aInput);
+    EXPECT_EQ(graph.findPlug("r.input.inputX").attribute(), &TdnTestFlip::aInputX);
     EXPECT_EQ(graph.findPlug("r.oz").name(), "r.outputZ");
     EXPECT_THROW(graph.findPlug("r"), TgraphError);
     EXPECT_THROW(graph.findPlug("q.input"), TgraphError);
@@ -35,9 +35,9 @@ TEST(Graph, PlugNamesResolveLongAndShortNames) {
 
 TEST(Graph, ConnectionsCheckShapeDirectionAndUniqueness) {
     TdependGraph graph;
-    graph.createNode("reverse", "a");
-    graph.createNode("reverse", "b");
-    graph.createNode("reverse", "c");
+    graph.createNode("testFlip", "a");
+    graph.createNode("testFlip", "b");
+    graph.createNode("testFlip", "c");
     EXPECT_NE(graph.whyNotConnectable(graph.findPlug("a.output"), graph.findPlug("b.inputX")), "");
     EXPECT_NE(graph.whyNotConnectable(graph.findPlug("a.input"), graph.findPlug("b.output")), "");
     EXPECT_EQ(graph.whyNotConnectable(graph.findPlug("a.outputX"), graph.findPlug("b.inputY")), "");
@@ -53,9 +53,9 @@ TEST(Graph, ConnectionsCheckShapeDirectionAndUniqueness) {
 
 TEST(Graph, ChildConnectionsOverrideTheParentsValue) {
     TdependGraph graph;
-    graph.createNode("reverse", "a");
-    graph.createNode("reverse", "b");
-    graph.createNode("reverse", "c");
+    graph.createNode("testFlip", "a");
+    graph.createNode("testFlip", "b");
+    graph.createNode("testFlip", "c");
     graph.setPlugValueFromWords(graph.findPlug("a.input"), {"0.25", "0.25", "0.25"});
     graph.setPlugValueFromWords(graph.findPlug("c.input"), {"0.5", "0.5", "0.5"});
     graph.connect(graph.findPlug("a.output"), graph.findPlug("b.input"));
@@ -66,9 +66,9 @@ TEST(Graph, ChildConnectionsOverrideTheParentsValue) {
 
 TEST(Graph, DirtPropagatesOnlyDownstream) {
     TdependGraph graph;
-    TdependNode* a = graph.createNode("reverse", "a");
-    TdependNode* b = graph.createNode("reverse", "b");
-    TdependNode* side = graph.createNode("reverse", "side");
+    TdependNode* a = graph.createNode("testFlip", "a");
+    TdependNode* b = graph.createNode("testFlip", "b");
+    TdependNode* side = graph.createNode("testFlip", "side");
     graph.connect(graph.findPlug("a.output"), graph.findPlug("b.input"));
     graph.connect(graph.findPlug("a.output"), graph.findPlug("side.input"));
     graph.evaluate(graph.findPlug("b.output"));
@@ -89,8 +89,8 @@ TEST(Graph, DirtPropagatesOnlyDownstream) {
 
 TEST(Graph, CyclesEvaluateWithoutLooping) {
     TdependGraph graph;
-    graph.createNode("reverse", "a");
-    graph.createNode("reverse", "b");
+    graph.createNode("testFlip", "a");
+    graph.createNode("testFlip", "b");
     graph.connect(graph.findPlug("a.output"), graph.findPlug("b.input"));
     graph.connect(graph.findPlug("b.output"), graph.findPlug("a.input"));
     // Each node reads what the other last held: the values stay finite.
@@ -100,8 +100,8 @@ TEST(Graph, CyclesEvaluateWithoutLooping) {
 
 TEST(Graph, DeletingANodeBreaksItsConnections) {
     TdependGraph graph;
-    graph.createNode("reverse", "a");
-    graph.createNode("reverse", "b");
+    graph.createNode("testFlip", "a");
+    graph.createNode("testFlip", "b");
     graph.connect(graph.findPlug("a.output"), graph.findPlug("b.input"));
     graph.deleteNode(graph.findNode("a"));
     EXPECT_TRUE(graph.connections().empty());
@@ -111,11 +111,11 @@ TEST(Graph, DeletingANodeBreaksItsConnections) {
 
 TEST(GraphCommand, UndoRestoresNodesValuesAndConnections) {
     TdependGraph graph;
-    graph.createNode("reverse", "keep");
+    graph.createNode("testFlip", "keep");
     graph.setPlugValueFromWords(graph.findPlug("keep.input"), {"0.5", "0.5", "0.5"});
     {
         TDGcommand command(graph);
-        command.newNodeToAdd("reverse", "temp");
+        command.newNodeToAdd("testFlip", "temp");
         command.newPlugValue(graph.findPlug("keep.input"), {"0.25", "0", "0"});
         command.newConnectionToMake(graph.findPlug("temp.outputZ"), graph.findPlug("keep.inputZ"));
         EXPECT_EQ(graph.evaluateToWords(graph.findPlug("keep.outputX")), Words{"0.75"});
@@ -129,6 +129,43 @@ TEST(GraphCommand, UndoRestoresNodesValuesAndConnections) {
         EXPECT_EQ(graph.connections().size(), 1u);
         EXPECT_EQ(graph.evaluateToWords(graph.findPlug("keep.outputX")), Words{"0.75"});
     }
+}
+
+TEST(GraphArrays, ElementsAreSparseByLogicalIndexAndFeedTheirNode) {
+    TdependGraph graph;
+    TdependNode* sum = graph.createNode("testSum", "s");
+    graph.createNode("testFlip", "f");
+    EXPECT_EQ(graph.findPlug("s.v[5]").name(), "s.values[5]");
+    EXPECT_THROW(graph.findPlug("s.gain[0]"), TgraphError);
+
+    graph.setPlugValueFromWords(graph.findPlug("s.values[0]"), {"1"});
+    graph.setPlugValueFromWords(graph.findPlug("s.values[5]"), {"2.5"});
+    graph.setPlugValueFromWords(graph.findPlug("s.gain"), {"2"});
+    // (1 + 2.5) * 2.
+    EXPECT_EQ(graph.evaluateToWords(graph.findPlug("s.total")), Words{"7"});
+
+    // A connection into element 2 brings it into being when the total is
+    // read: 1 - 0.25 = 0.75 there.
+    graph.setPlugValueFromWords(graph.findPlug("f.input"), {"0.25", "0", "0"});
+    graph.connect(graph.findPlug("f.outputX"), graph.findPlug("s.values[2]"));
+    // (1 + 0.75 + 2.5) * 2.
+    EXPECT_EQ(graph.evaluateToWords(graph.findPlug("s.total")), Words{"8.5"});
+    TuInt32Array indices;
+    sum->getExistingMultiAttributeIndices(graph.findPlug("s.values"), indices);
+    EXPECT_EQ(std::vector<unsigned>(indices.begin(), indices.end()),
+              (std::vector<unsigned>{0, 2, 5}));
+    const unsigned computed = graph.computeCount(sum);
+
+    // Upstream dirt reaches the total through the element; reading it again
+    // with nothing changed computes nothing.
+    graph.setPlugValueFromWords(graph.findPlug("f.inputX"), {"1"});
+    EXPECT_EQ(graph.evaluateToWords(graph.findPlug("s.total")), Words{"7"});
+    EXPECT_EQ(graph.computeCount(sum), computed + 1);
+    graph.evaluate(graph.findPlug("s.total"));
+    EXPECT_EQ(graph.computeCount(sum), computed + 1);
+
+    // An element that a connection drives cannot be set by hand.
+    EXPECT_THROW(graph.setPlugValueFromWords(graph.findPlug("s.values[2]"), {"4"}), TgraphError);
 }
 
 } // namespace
