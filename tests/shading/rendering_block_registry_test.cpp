@@ -26,16 +26,22 @@ void randomValue(const Tattribute& a, void* where, std::mt19937& random) {
                      a.kind() == TattrKind::Boolean ? double(random() & 1) : value(random));
 }
 
+// Shading networks hold render-model nodes: the host's scene types and this
+// binary's test types are not compiled into them.
+std::vector<TdependNodeClass*> shadingTypes() {
+    std::vector<TdependNodeClass*> types;
+    for (TdependNodeClass* c : TdependGraph::nodeTypes())
+        if (c->classification.rfind("test/", 0) != 0 && c->classification.rfind("host/", 0) != 0)
+            types.push_back(c);
+    return types;
+}
+
 TEST(RenderingBlockRegistry, EveryTypeComputesTheSameAsThroughItsOrdinaryBlock) {
     auto quiet = TcommandEngine::setSink([](TcommandEngine::Severity, const std::string&) {});
     constexpr unsigned kCount = 64;
     std::mt19937 random(1234);
     int checked = 0;
-    for (TdependNodeClass* c : TdependGraph::nodeTypes()) {
-        // Shading networks hold render-model nodes: the host's scene types
-        // and this binary's test types are not compiled into them.
-        if (c->classification.rfind("test/", 0) == 0 || c->classification.rfind("host/", 0) == 0)
-            continue;
+    for (TdependNodeClass* c : shadingTypes()) {
         SCOPED_TRACE(c->typeName());
         TdependGraph graph;
         TdependNode* node = graph.createNode(c->typeName(), "n");
@@ -179,9 +185,7 @@ TEST(RenderingBlockRegistry, ConstantInputsComputeWhatTheSameValuesInEveryElemen
     auto quiet = TcommandEngine::setSink([](TcommandEngine::Severity, const std::string&) {});
     std::mt19937 random(99);
     int checked = 0;
-    for (TdependNodeClass* c : TdependGraph::nodeTypes()) {
-        if (c->classification.rfind("test/", 0) == 0 || c->classification.rfind("host/", 0) == 0)
-            continue;
+    for (TdependNodeClass* c : shadingTypes()) {
         SCOPED_TRACE(c->typeName());
         TdependGraph graph;
         TdependNode* node = graph.createNode(c->typeName(), "n");
