@@ -311,6 +311,15 @@ public:
         parent.addChildAttribute(*this);
         return self();
     }
+    // The same for the compound's last child, which fixes the compound's
+    // layout (an array's elements need it before the block lays out the
+    // type).
+    template <class Compound>
+    Self& lastChildOf(Compound& parent) {
+        parent.addChildAttribute(*this);
+        parent.assignOffsets();
+        return self();
+    }
     Self& niceName(Tstring name) {
         this->setNiceNameOverride(std::move(name));
         return self();

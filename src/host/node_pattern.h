@@ -171,6 +171,16 @@ protected:
 
 #define ORVO_PP_EXPAND(...) __VA_ARGS__
 
+// A compound of three floats whose children are not named by a suffix on
+// the parent's names (tangentUCamera "tu" has children "tangentUx" "tux"):
+// the parent, then its three children by their own names, each with its
+// own default.
+#define ORVO_C3_NAMED(A, Name, Long, Short, l1, l2, l3, s1, s2, s3, d1, d2, d3, PSetup, CSetup)    \
+    A(Tattribute3Float, Name, Long, Short, PSetup)                                                 \
+    A(TattributeFloat, Name##1, l1, s1, CSetup.setNativeDefaultData(d1).childOf(Name))             \
+    A(TattributeFloat, Name##2, l2, s2, CSetup.setNativeDefaultData(d2).childOf(Name))             \
+    A(TattributeFloat, Name##3, l3, s3, CSetup.setNativeDefaultData(d3).childOf(Name))
+
 // ---- descriptor members
 #define ORVO_VS_MEMBER_A(Class, Name, Long, Short, Setup) Class Name{Long, Short};
 #define ORVO_VS_MEMBER_C2(Class, Name, Long, Short, Sfx, PSetup, CSetup)                           \

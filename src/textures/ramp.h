@@ -34,8 +34,8 @@
     A(TattributeFloat, Position, "position", "ep",                                                 \
       .input().setNativeDefaultData(0.0f).range(0, 1).childOf(ColorEntryList))                     \
     C3(Tattribute3Float, Color, "color", "ec", ORVO_RGB,                                           \
-       .inputParent().colour().setNativeDefaultData(1, 0, 0).childOf(ColorEntryList);              \
-       ColorEntryList.assignOffsets(), .input())                                                   \
+       .inputParent().colour().setNativeDefaultData(1, 0, 0).lastChildOf(ColorEntryList),          \
+       .input())                                                                                   \
     ORVO_RAMP_AMOUNT(A, UWave, "uWave", "uw", 0.0f)                                                \
     ORVO_RAMP_AMOUNT(A, VWave, "vWave", "vw", 0.0f)                                                \
     ORVO_RAMP_AMOUNT(A, Noise, "noise", "n", 0.0f)                                                 \
