@@ -21,6 +21,7 @@ std::string deepGlass() {
 node transform camera1
 set camera1.translate 0 0 5
 node camera cameraShape1 -parent camera1
+set defaultRenderQuality.enableRaytracing true
 )";
     const float radii[4] = {3.0f, 2.4f, 1.8f, 1.2f};
     for (int k = 0; k < 4; ++k) {
