@@ -22,6 +22,10 @@ ORVO_DEPENDENCIES(TdnReflect) {
 
 namespace {
 
+// The frame runs a batch's worth of samples at a time: its two triples a
+// sample stay small on the stack of every level of nested rays.
+constexpr unsigned kFrameChunk = 64;
+
 T3Float toT3(const float* v) {
     return {v[0], v[1], v[2]};
 }
@@ -42,8 +46,9 @@ bool TdnReflect::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigne
     // In the shadow pass the matte comes with the colour, as for lambert.
     if (a == &aOutColor || a == &aOutGlowColor ||
         (a == &aOutMatteOpacity && pass == kRenderPassShadow)) {
-        for (unsigned done = 0; done < count; done += kChunk)
-            computeColourChunk(plug, block, first + done, std::min(kChunk, count - done), pass);
+        for (unsigned done = 0; done < count; done += kFrameChunk)
+            computeColourChunk(plug, block, first + done, std::min(kFrameChunk, count - done),
+                               pass);
         return true;
     }
     return TdnLambert::vectorComputePlug(plug, block, first, count);
@@ -51,7 +56,7 @@ bool TdnReflect::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigne
 
 void TdnReflect::computeColourChunk(const Tplug& plug, TdataBlock& block, unsigned first,
                                     unsigned count, int pass) {
-    T3Float mirror[kChunk];
+    T3Float mirror[kFrameChunk];
     if (pass != kRenderPassShadow) {
         computeReflection(plug, block, first, count);
         const TvectorDataHandle outColor = block.vectorOutputValue(aOutColor, first);
@@ -63,7 +68,7 @@ void TdnReflect::computeColourChunk(const Tplug& plug, TdataBlock& block, unsign
     if (pass == kRenderPassShadow || pass == kRenderPassAmbient)
         return;
 
-    T3Float S[kChunk];
+    T3Float S[kFrameChunk];
     highlight(block, first, count, pass, mirror, S);
 
     finishColour(plug, block, first, count, S, pass);
