@@ -16,6 +16,8 @@
 //   lambert N  place2dTexture (repeat 4) -> checker (filtered) -> lambert,
 //              lit by N directional lights (1, 4, 16); the FLOP per sample
 //              of the fused loop against the core's arithmetic peak.
+//   blinn N    the same network through blinn (1 and 16 lights): lambert's
+//              terms and a microfacet highlight a light.
 //   chain K    a placement feeding K utility nodes in a chain
 //              (multiplyDivide, or plusMinusAverage), then a condition whose
 //              outColor is the group's surface shader; the cost per node per
@@ -516,12 +518,12 @@ T3Float towardsLight(const LightSetup& l) {
             float(std::cos(x) * std::cos(y))};
 }
 
-std::string lambertScene(int lights) {
+std::string lambertScene(int lights, const char* material = "lambert") {
     std::ostringstream s;
     s << "node place2dTexture p\nset p.repeatUV " << kRepeat << " " << kRepeat << "\n"
       << "node checker c\nset c.color1 " << fmt3(kColor1) << "\nset c.color2 " << fmt3(kColor2)
       << "\nconnect p.outUV c.uvCoord\nconnect p.outUvFilterSize c.uvFilterSize\n"
-      << "node lambert l\nset l.diffuse " << kDiffuse << "\nconnect c.outColor l.color\n"
+      << "node " << material << " l\nset l.diffuse " << kDiffuse << "\nconnect c.outColor l.color\n"
       << "node shadingEngine sg\nconnect l.outColor sg.surfaceShader\n";
     const std::vector<LightSetup> setups = lightSetups(lights);
     for (size_t k = 0; k < setups.size(); ++k) {
@@ -534,11 +536,18 @@ std::string lambertScene(int lights) {
     return s.str();
 }
 
+// blinn's defaults.
+constexpr float kEccentricity = 0.3f;
+constexpr float kRollOff = 0.7f;
+constexpr float kSpecular = 0.5f;
+
 // What the network computes, written out: the placement with repeat 4, the
-// checker with its filter, lambert with one term per light. The light
-// records are the same at every point (directional lights without
-// shadows), so they are made once.
-void fusedLambert(int lights, const Inputs& in, Outputs& out) {
+// checker with its filter, lambert with one term per light, and with
+// `blinn` blinn's highlight of each light (eccentricity 0.3, roll-off 0.7,
+// specularColor 0.5; no ray sampler, so no reflection). The light records
+// are the same at every point (directional lights without shadows), so
+// they are made once.
+void fusedMaterial(int lights, bool blinn, const Inputs& in, Outputs& out) {
     struct Light {
         float dir[3];
         float rgb[3];
@@ -607,6 +616,37 @@ void fusedLambert(int lights, const Inputs& in, Outputs& out) {
                 amount += d * kDiffuse;
             for (int ch = 0; ch < 3; ++ch)
                 sum[ch] += colour[ch] * l.rgb[ch] * amount;
+        }
+        // Blinn: the view is the sample's ray; a term for each light in
+        // front of the surface.
+        if (blinn) {
+            const T3Float I = in.ray[s];
+            const float nv = -(n.x * I.x + n.y * I.y + n.z * I.z);
+            float highlight[3] = {0.0f, 0.0f, 0.0f};
+            for (int k = 0; k < lights; ++k) {
+                const Light& l = table[k];
+                const float nl = l.dir[0] * n.x + l.dir[1] * n.y + l.dir[2] * n.z;
+                if (!(nl > 0.0f))
+                    continue;
+                float h[3] = {l.dir[0] - I.x, l.dir[1] - I.y, l.dir[2] - I.z};
+                const float hl = std::sqrt(h[0] * h[0] + h[1] * h[1] + h[2] * h[2]);
+                for (float& c : h)
+                    c *= 1.0f / hl;
+                const float vh = -(h[0] * I.x + h[1] * I.y + h[2] * I.z);
+                const float nh = h[0] * n.x + h[1] * n.y + h[2] * n.z;
+                constexpr float e = kEccentricity * kEccentricity - 1.0f;
+                const float D = (e + 1.0f) / (e * nh * nh + 1.0f);
+                const float g = 2.0f * nh;
+                const float G = nl <= nv ? (vh > g * nl ? g * nl / (vh * nv) : 1.0f / nv)
+                                         : (vh > g * nv ? g / vh : 1.0f / nv);
+                const float f = (1.0f - vh) * (1.0f - vh) * (1.0f - vh);
+                const float v = ((1.0f - f) * kRollOff + f) * G * D * D;
+                if (v > 0.0f)
+                    for (int ch = 0; ch < 3; ++ch)
+                        highlight[ch] += l.rgb[ch] * v;
+            }
+            for (int ch = 0; ch < 3; ++ch)
+                sum[ch] += highlight[ch] * kSpecular;
         }
         // No ambient colour, transparency or incandescence; glow 0; the
         // matte follows the opacity.
@@ -698,13 +738,28 @@ bool runLambert() {
         const std::string name = "lambert, " + std::to_string(n) + (n > 1 ? " lights" : " light");
         Timing t;
         const FusedFn fused = [n](const Inputs& in, Outputs& out) {
-            fusedLambert(n, in, out);
+            fusedMaterial(n, false, in, out);
         };
         if (!measure(name.c_str(), lambertScene(n), makeInputs(), fused, t)) {
             ok = false;
             continue;
         }
         rows.emplace_back(n, t);
+    }
+    // The same network through blinn: the lambert terms and a highlight a
+    // light.
+    std::vector<std::pair<int, Timing>> blinnRows;
+    for (int n : {1, 16}) {
+        const std::string name = "blinn, " + std::to_string(n) + (n > 1 ? " lights" : " light");
+        Timing t;
+        const FusedFn fused = [n](const Inputs& in, Outputs& out) {
+            fusedMaterial(n, true, in, out);
+        };
+        if (!measure(name.c_str(), lambertScene(n, "blinn"), makeInputs(), fused, t)) {
+            ok = false;
+            continue;
+        }
+        blinnRows.emplace_back(n, t);
     }
     printHeader();
     for (const auto& [n, t] : rows)
@@ -716,6 +771,8 @@ bool runLambert() {
                     "lambert, per light", (sixteen.opus64 - one.opus64) / 15,
                     (sixteen.opus1 - one.opus1) / 15, (sixteen.fused - one.fused) / 15);
     }
+    for (const auto& [n, t] : blinnRows)
+        printRow(("blinn, " + std::to_string(n) + (n > 1 ? " lights" : " light")).c_str(), t);
     std::printf("\n  arithmetic: FLOP per sample counted in the fused loop; peak %.1f GFLOP/s "
                 "(%.2f GHz measured, %.2f nominal, x 2 FMA pipes x %d lanes (%s) x 2)\n",
                 peak.gflops(), peak.ghz, peak.nominalGhz, peak.lanes, peak.isa);

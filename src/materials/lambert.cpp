@@ -109,23 +109,7 @@ bool TdnLambert::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigne
     if (a == &aOutColor || a == &aOutGlowColor ||
         (a == &aOutMatteOpacity && pass == kRenderPassShadow)) {
         computeLambert(plug, block, first, count);
-        const TvectorDataHandle hide = block.vectorInputValue(aHideSource, first, count);
-        const TvectorDataHandle glowIntensity =
-            block.vectorInputValue(aGlowIntensity, first, count);
-        const TvectorDataHandle outColor = block.vectorOutputValue(aOutColor, first);
-        const TvectorDataHandle outGlow = block.vectorOutputValue(aOutGlowColor, first);
-        for (unsigned i = 0; i < count; ++i) {
-            const int e = int(i);
-            if (hide[e].asBool())
-                outColor[e].set(T3Float{0.0f, 0.0f, 0.0f});
-        }
-        for (unsigned i = 0; i < count; ++i) {
-            const int e = int(i);
-            const float g = glowIntensity[e].asFloat();
-            const float* glow = outGlow[e].asFloat3();
-            outGlow[e].set(T3Float{glow[0] * g, glow[1] * g, glow[2] * g});
-        }
-        computeBlackHole(plug, block, first, count);
+        finishColour(plug, block, first, count, nullptr, pass);
         return true;
     }
     if (a == &aOutTransparency || a == &aOutMatteOpacity) {
@@ -133,6 +117,32 @@ bool TdnLambert::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigne
         return true;
     }
     return TshadingDependNode::vectorComputePlug(plug, block, first, count);
+}
+
+void TdnLambert::finishColour(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count,
+                              const T3Float* highlight, int pass) {
+    const TvectorDataHandle hide = block.vectorInputValue(aHideSource, first, count);
+    const TvectorDataHandle glowIntensity = block.vectorInputValue(aGlowIntensity, first, count);
+    const TvectorDataHandle outColor = block.vectorOutputValue(aOutColor, first);
+    const TvectorDataHandle outGlow = block.vectorOutputValue(aOutGlowColor, first);
+    for (unsigned i = 0; i < count; ++i) {
+        const int e = int(i);
+        const T3Float S = highlight ? highlight[i] : T3Float{0.0f, 0.0f, 0.0f};
+        if (hide[e].asBool())
+            outColor[e].set(T3Float{0.0f, 0.0f, 0.0f});
+        else if (highlight) {
+            const float* c = outColor[e].asFloat3();
+            outColor[e].set(T3Float{c[0] + S.x, c[1] + S.y, c[2] + S.z});
+        }
+        // Last, so that the highlight pass shows the highlight of hidden
+        // surfaces too.
+        if (highlight && pass == kRenderPassSpecular)
+            outColor[e].set(S);
+        const float g = glowIntensity[e].asFloat();
+        const float* glow = outGlow[e].asFloat3();
+        outGlow[e].set(T3Float{(S.x + glow[0]) * g, (S.y + glow[1]) * g, (S.z + glow[2]) * g});
+    }
+    computeBlackHole(plug, block, first, count);
 }
 
 // Walks the samples while they are black holes and stops moving at the
@@ -180,7 +190,6 @@ void TdnLambert::computeLambertChunk(TdataBlock& block, unsigned first, unsigned
 
     T3Float accumulated[kChunk];
     const bool lightLoop = passLightsSurface(pass);
-    const uint32_t recordAt = TmultiBuilder::valueOffset(aLightData);
     const float cutoff = fTranslucenceCutoff;
     // The fade-in width above the cut-off.
     const float fade = std::min(1.0f, 0.15f - cutoff);
@@ -196,15 +205,10 @@ void TdnLambert::computeLambertChunk(TdataBlock& block, unsigned first, unsigned
         const float kd = diffuse[e].asFloat();
         const float kt = translucence[e].asFloat();
         if (lightLoop) {
-            // The records of this sample's lights, walked where they lie; the
-            // sums stay in registers across the lights.
-            const TmultiHeader* header = lights[e].asMultiHeader();
-            const unsigned lightCount = header ? header->count : 0u;
-            const std::byte* slot = lightCount ? header->data + recordAt : nullptr;
+            // The sums stay in registers across the lights.
             const T3Float at = toT3(p), surfaceNormal = toT3(n);
             float s0 = 0.0f, s1 = 0.0f, s2 = 0.0f;
-            for (unsigned k = lightCount; k > 0; --k, slot += header->stride) {
-                const TlightData& record = *reinterpret_cast<const TlightData*>(slot);
+            forEachLight(lights[e], [&](const TlightData& record) {
                 float a = record.ambient ? 1.0f : 0.0f;
                 if (record.diffuse) {
                     auto* blind = static_cast<TlightBlindData*>(record.blindData);
@@ -238,7 +242,7 @@ void TdnLambert::computeLambertChunk(TdataBlock& block, unsigned first, unsigned
                 s0 += c[0] * record.intensity[0] * a;
                 s1 += c[1] * record.intensity[1] * a;
                 s2 += c[2] * record.intensity[2] * a;
-            }
+            });
             sum = T3Float{s0, s1, s2};
         }
         if (pass == kRenderPassShadow) {
@@ -364,6 +368,11 @@ void TdnLambert::endOfRender() {
     else if (!graph())
         setAttributeValue(&aRaySampler, &none);
     TshadingDependNode::endOfRender();
+}
+
+unsigned TdnLambert::transparencyOptions() {
+    const TdataHandle refractions = plugValue(aRtRefractedColor);
+    return !refractions.isNull() && refractions.asBool() ? kRayOptionRefracts : 0u;
 }
 
 void TdnLambert::groupedAttrs(const Tattribute* attribute, TattributeArray& out) {

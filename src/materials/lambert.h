@@ -6,6 +6,7 @@
 // matte outputs, and refraction through the ray sampler.
 
 #include "framework/node_pattern.h"
+#include "shading/ray_options.h"
 #include "shading/ray_sampler.h"
 #include "shading/render_thread.h"
 
@@ -173,6 +174,8 @@ public:
     void shadingNodeInit(TframeSampleData* frame) override;
     void endOfRender() override;
     void groupedAttrs(const Tattribute* attribute, TattributeArray& out) override;
+    // Refracts while `refractions` is on.
+    unsigned transparencyOptions() override;
 
     // ---- plug values for the viewport and material info (through the
     // connections, as they evaluate now)
@@ -212,11 +215,37 @@ public:
                pass == kRenderPassDiffuse || pass == kRenderPassShadow;
     }
 
+    // Calls f(record) for each light record of one sample's lightDataArray
+    // element, walked where the records lie, without copying.
+    template <class F>
+    static void forEachLight(const TdataHandle& lights, F&& f) {
+        const TmultiHeader* header = lights.asMultiHeader();
+        if (!header || header->count == 0)
+            return;
+        const std::byte* slot = header->data + TmultiBuilder::valueOffset(aLightData);
+        for (unsigned k = header->count; k > 0; --k, slot += header->stride)
+            f(*reinterpret_cast<const TlightData*>(slot));
+    }
+
 protected:
+    // Runs the steps over at most this many samples at a time, so that the
+    // per-sample scratch on the stack stays small for long runs.
+    static constexpr unsigned kChunk = 256;
+
+    // The value of one of this node's plugs, brought up to date through
+    // its connection.
+    TdataHandle plugValue(const Tattribute& attribute);
+
     // The batch steps, shared with the specular materials.
     void computeLambert(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count);
     void computeTransparency(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count);
     void computeBlackHole(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count);
+    // The tail of the colour compute: hidden samples go black, glow is
+    // scaled by glowIntensity, black holes go black. A specular material
+    // passes its highlight S (one triple a sample), which is added to
+    // outColor, is all of outColor in the highlight pass, and glows.
+    void finishColour(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count,
+                      const T3Float* highlight, int pass);
     // Fills a ray record for each refracting slot of the samples. The slot
     // table has 3 slots a sample with chromatic aberration, 1 otherwise,
     // and gets the number of the ray made in each (it comes in as -1).
@@ -232,13 +261,6 @@ protected:
     float fTranslucenceCutoff;
 
 private:
-    // Runs the steps over at most this many samples at a time, so that the
-    // per-sample scratch on the stack stays small for long runs.
-    static constexpr unsigned kChunk = 256;
-
     void computeLambertChunk(TdataBlock& block, unsigned first, unsigned count, int pass);
     void computeTransparencyChunk(TdataBlock& block, unsigned first, unsigned count, int pass);
-    // The value of one of this node's plugs, brought up to date through
-    // its connection.
-    TdataHandle plugValue(const Tattribute& attribute);
 };

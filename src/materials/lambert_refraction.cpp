@@ -3,22 +3,11 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <new>
 
 #include "materials/lambert.h"
-#include "shading/scratch.h"
+#include "materials/ray_scratch.h"
 
 namespace {
-
-// The per-batch ray scratch: records, their pointers, a colour and a
-// transmission a ray, and the ray made in each slot (-1: none).
-struct RayScratch {
-    TgenericRay** rays = nullptr;
-    Tspectrum* colours = nullptr;
-    Tspectrum* transmissions = nullptr;
-    short* slotOfRay = nullptr;
-    short rayCount = 0;
-};
 
 unsigned slotsOf(bool aberration) {
     return aberration ? 3u : 1u;
@@ -29,37 +18,6 @@ unsigned countSlots(const TvectorDataHandle& aberration, unsigned count) {
     for (unsigned i = 0; i < count; ++i)
         slots += slotsOf(aberration[int(i)].asBool());
     return slots;
-}
-
-// Makes the scratch for `slots` rays and runs `body` on it. The sampler says
-// how large its records are; it may keep more per ray than TgenericRay
-// holds, and a size no sampler could mean is an error.
-template <class F>
-void withRayScratch(TraySampler& sampler, unsigned slots, F&& body) {
-    const size_t recordSize =
-        TshadeScratch::bytes(1, std::max(sampler.rayRecordSize(slots), sizeof(TgenericRay)));
-    TshadeScratch scratch;
-    const size_t recordBytes = TshadeScratch::bytes(slots, recordSize);
-    auto* records = static_cast<std::byte*>(ORVO_SCRATCH(scratch, recordBytes));
-    const size_t pointerBytes = TshadeScratch::bytes(slots, sizeof(TgenericRay*));
-    const size_t spectrumBytes = TshadeScratch::bytes(slots, sizeof(Tspectrum));
-    const size_t shortBytes = TshadeScratch::bytes(slots, sizeof(short));
-    RayScratch s;
-    s.rays = static_cast<TgenericRay**>(ORVO_SCRATCH(scratch, pointerBytes));
-    s.colours = static_cast<Tspectrum*>(ORVO_SCRATCH(scratch, spectrumBytes));
-    s.transmissions = static_cast<Tspectrum*>(ORVO_SCRATCH(scratch, spectrumBytes));
-    s.slotOfRay = static_cast<short*>(ORVO_SCRATCH(scratch, shortBytes));
-    for (unsigned i = 0; i < slots; ++i) {
-        s.rays[i] = new (records + size_t(i) * recordSize) TgenericRay();
-        s.slotOfRay[i] = -1;
-    }
-    body(s);
-}
-
-TraySampler* samplerOf(TdataBlock& block, const Tattribute& attribute, unsigned first,
-                       unsigned count) {
-    const TvectorDataHandle h = block.vectorInputValue(attribute, first, count);
-    return h.isNull() ? nullptr : static_cast<TraySampler*>(h[0].as<void*>());
 }
 
 // The colour filter of each chromatic aberration slot.
@@ -89,10 +47,10 @@ void TdnLambert::computeTransparencyChunk(TdataBlock& block, unsigned first, uns
                                        transparency[e].asFloat3()[2]};
     }
 
-    if (TraySampler* sampler = samplerOf(block, aRaySampler, first, count)) {
+    if (TraySampler* sampler = OrvoRaySamplerOf(block, aRaySampler, first, count)) {
         const TvectorDataHandle aberration =
             block.vectorInputValue(aChromaticAberration, first, count);
-        withRayScratch(*sampler, countSlots(aberration, count), [&](RayScratch& s) {
+        OrvoWithRayScratch(*sampler, countSlots(aberration, count), [&](TrayScratch& s) {
             formRefractiveRays(block, first, count, s.slotOfRay, s.rayCount, s.rays, s.colours,
                                s.transmissions);
             if (s.rayCount <= 0)
@@ -229,7 +187,7 @@ void TdnLambert::formRefractiveRays(TdataBlock& block, unsigned first, unsigned 
 
 void TdnLambert::accumulateRefraction(TdataBlock& block, unsigned first, unsigned count,
                                       T3Float* accumulated) {
-    TraySampler* sampler = samplerOf(block, aRaySampler, first, count);
+    TraySampler* sampler = OrvoRaySamplerOf(block, aRaySampler, first, count);
     if (!sampler)
         return;
     for (unsigned done = 0; done < count; done += kChunk) {
@@ -250,7 +208,7 @@ void TdnLambert::accumulateRefraction(TdataBlock& block, unsigned first, unsigne
         const TvectorDataHandle absorbance = block.vectorInputValue(aLightAbsorbance, from, n);
         const TvectorDataHandle depth = block.vectorInputValue(aTransparencyDepth, from, n);
         T3Float* sums = accumulated + done;
-        withRayScratch(*sampler, countSlots(aberration, n), [&](RayScratch& s) {
+        OrvoWithRayScratch(*sampler, countSlots(aberration, n), [&](TrayScratch& s) {
             formRefractiveRays(block, from, n, s.slotOfRay, s.rayCount, s.rays, s.colours,
                                s.transmissions);
             if (s.rayCount > 0)

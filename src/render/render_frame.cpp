@@ -34,7 +34,9 @@ TrenderFrameSetup::TrenderFrameSetup(TdependGraph& graph, TrenderScene& scene,
     // which no other render in the process sees.
     fFrame.setRenderPass(passControl);
     fFrame.setRayTracing(sceneTracesRays(graph, scene.layer()));
-    fPrototype = std::make_unique<TrenderWorker>(fFrame, &fSampler);
+    // With ray tracing off no material or light gets a sampler: no
+    // refraction, reflection or ray-traced shadow.
+    fPrototype = std::make_unique<TrenderWorker>(fFrame, rayTracing() ? &fSampler : nullptr);
     try {
         setFrameConstantPlugs(scene);
         setUpShadingGroups(scene, sceneName);
@@ -67,7 +69,7 @@ void TrenderFrameSetup::takeDown() {
 // `worldToEye`. The analysis captures them as constants, so they must be in
 // place before the shading groups compile.
 void TrenderFrameSetup::setFrameConstantPlugs(const TrenderScene& scene) {
-    void* address = static_cast<TraySampler*>(&fSampler);
+    void* address = rayTracing() ? static_cast<TraySampler*>(&fSampler) : nullptr;
     const T4dFltMatrix eyeToWorld = scene.eyeToWorld().asFloat();
     const T4dFltMatrix worldToEye = scene.worldToEye().asFloat();
     fFrame.setEyeToWorld(eyeToWorld);
@@ -117,7 +119,9 @@ void TrenderFrameSetup::setUpShadingGroups(TrenderScene& scene, const std::strin
             if (!usable)
                 object->setEngine(nullptr);
             object->setOpaque(opaque);
-            object->setRefracting(engine->surfaceIsRefracting());
+            object->setRayOptions(
+                (engine->surfaceIsRefracting() ? kRayOptionRefracts : 0u) |
+                (engine->surfaceIsReflecting() ? kRayOptionReflects : 0u));
         }
     }
     for (const auto& object : scene.objects())

@@ -35,6 +35,8 @@ public:
 
     TrenderWorker& prototype() { return *fPrototype; }
     TembreeRaySampler& sampler() { return fSampler; }
+    // Whether the scene's render quality lets this frame trace rays.
+    bool rayTracing() const { return fFrame.rayTracing(); }
 
 private:
     void setFrameConstantPlugs(const TrenderScene& scene);

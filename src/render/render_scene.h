@@ -18,6 +18,7 @@
 #include "host/scene/matrix.h"
 #include "host/scene/mesh_data.h"
 #include "render/pinhole_camera.h"
+#include "shading/ray_options.h"
 #include "shading/render_thread.h"
 
 class TdependGraph;
@@ -51,11 +52,14 @@ public:
     // Lets nothing through: shadow rays stop here without shading.
     bool opaque() const { return fOpaque; }
     void setOpaque(bool opaque) { fOpaque = opaque; }
-    // The surface's material traces its own refraction rays: what lies
-    // behind is already in its colour, so the renderer must not look
-    // through it again.
-    bool refracting() const { return fRefracting; }
-    void setRefracting(bool refracting) { fRefracting = refracting; }
+    // What the surface's material does with rays, as its shading group
+    // answers (kRayOption bits). A refracting one traces its
+    // own refraction rays: what lies behind is already in its colour, so
+    // the renderer must not look through it again. A reflecting one traces
+    // mirror rays, which the ray sampler answers as it answers refraction.
+    bool refracting() const { return fRayOptions & kRayOptionRefracts; }
+    bool reflecting() const { return fRayOptions & kRayOptionReflects; }
+    void setRayOptions(unsigned options) { fRayOptions = options; }
     void setCompletion(Completion completion) { fCompletion = completion; }
 
     // Eye-space copies of the mesh's vertex arrays (UVs stay as they are).
@@ -78,7 +82,7 @@ private:
     std::shared_ptr<const TmeshData> fMesh;
     TDNshadingEngine* fEngine = nullptr;
     bool fOpaque = true;
-    bool fRefracting = false;
+    unsigned fRayOptions = 0;
     bool fMirrored = false; // the transform turns the winding inside out
     Completion fCompletion = nullptr;
     std::vector<T3Float> fPositions, fNormals, fTangentsU, fTangentsV;

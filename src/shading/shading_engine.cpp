@@ -10,6 +10,7 @@
 #include "host/graph.h"
 #include "host/node_mutex.h"
 #include "shading/analysis_pvt.h"
+#include "shading/ray_options.h"
 
 ORVO_REGISTER_NODE(TDNshadingEngine)
 
@@ -222,23 +223,8 @@ void TDNshadingEngine::buildNodeTable(const Tplug& plug) {
     }
 }
 
-namespace {
-// The material is known by its registered type name: the engine does not
-// build on the materials.
-bool refractsRays(TdependNode* node) {
-    static TdependNodeClass* lambert = TdependGraph::findNodeType("lambert");
-    if (!lambert || !node->cast(lambert->metaclass()) || !node->graph())
-        return false;
-    const Tattribute* refractions = node->findAttribute("refractions");
-    if (!refractions)
-        return false;
-    const TdataHandle value = node->graph()->evaluate(Tplug(node, refractions));
-    return !value.isNull() && value.asBool();
-}
-} // namespace
-
 void TDNshadingEngine::processNodeTable(TframeSampleData* frame) {
-    fSurfaceIsRefracting = false;
+    fSurfaceIsRefracting = fSurfaceIsReflecting = false;
     fSurfaceIsUseBackground = false;
     for (size_t i = fNodeTable.size(); i-- > 0;) {
         TdependNode* node = fNodeTable[i];
@@ -249,11 +235,12 @@ void TDNshadingEngine::processNodeTable(TframeSampleData* frame) {
             continue;
         }
         shading->incrementReferenceCount(frame);
-        // A lambert, or a material built on it, with refractions on traces
-        // what lies behind it itself: a renderer must not look through the
-        // surface a second time.
-        if (!fSurfaceIsRefracting && refractsRays(node))
-            fSurfaceIsRefracting = true;
+        // A material that refracts traces what lies behind it itself: a
+        // renderer must not look through the surface a second time. One
+        // that reflects traces mirror rays.
+        const unsigned rays = shading->transparencyOptions();
+        fSurfaceIsRefracting = fSurfaceIsRefracting || (rays & kRayOptionRefracts);
+        fSurfaceIsReflecting = fSurfaceIsReflecting || (rays & kRayOptionReflects);
     }
     fNodeTable.erase(std::remove(fNodeTable.begin(), fNodeTable.end(), nullptr), fNodeTable.end());
 }
@@ -288,7 +275,7 @@ void TDNshadingEngine::resetShadingEngine() {
         return;
     fLightsGathered = false; // links may have changed since
     fSurfaceIsOpaque = fVolumeIsOpaque = false;
-    fSurfaceIsRefracting = fSurfaceIsUseBackground = false;
+    fSurfaceIsRefracting = fSurfaceIsReflecting = fSurfaceIsUseBackground = false;
     deleteOpuses();
     cleanUpNetwork();
     if (referenceCountingEnabled())

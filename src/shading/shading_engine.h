@@ -149,8 +149,14 @@ public:
     bool surfaceIsDisplaced() const {
         return fSurfaceIsDisplaced;
     }
+    // Whether a material of the surface network traces refraction or
+    // reflection rays (TshadingNode::transparencyOptions), as of the last
+    // set-up.
     bool surfaceIsRefracting() const {
         return fSurfaceIsRefracting;
+    }
+    bool surfaceIsReflecting() const {
+        return fSurfaceIsReflecting;
     }
     bool surfaceIsUseBackground() const {
         return fSurfaceIsUseBackground;
@@ -268,6 +274,7 @@ private:
     bool fVolumeIsOpaque = false;
     bool fSurfaceIsDisplaced = true;
     bool fSurfaceIsRefracting = false;
+    bool fSurfaceIsReflecting = false;
     bool fSurfaceIsUseBackground = false;
     std::vector<TdependNode*> fNodeTable;
     TSEudSampleTable fUserTable;

@@ -36,8 +36,9 @@ struct Lambert {
     TdependGraph g;
     TdnLambert* node;
 
-    explicit Lambert(const std::string& scene = "") {
-        run("node lambert l\n" + scene);
+    // A lambert, or a material built on it (`type`).
+    explicit Lambert(const std::string& scene = "", const std::string& type = "lambert") {
+        run("node " + type + " l\n" + scene);
         node = static_cast<TdnLambert*>(g.findNode("l"));
     }
     void run(const std::string& scene) {
@@ -91,6 +92,7 @@ public:
     Tspectrum transmissions[3] = {kWhiteSpectrum};
     unsigned answers = 1;
     float hitDistance = 1.0f;
+    bool hit = true; // what the hit flags say, when asked for
     Tspectrum background = kBlackSpectrum;
     unsigned rayCount = 0;
     TgenericRay rays[kMax];
@@ -102,7 +104,7 @@ public:
     void traceShadowRays(const TdependNode*, unsigned, TgenericRay**, float*, float*, int,
                          const void*) override {}
     void traceRays(const TdependNode* from, unsigned count, TgenericRay** given, Tspectrum* c,
-                   Tspectrum* t, uint8_t*) override {
+                   Tspectrum* t, uint8_t* hits) override {
         node = from;
         for (unsigned i = 0; i < count; ++i, ++rayCount) {
             if (rayCount < kMax) {
@@ -112,7 +114,10 @@ public:
             const unsigned k = i < answers ? i : answers - 1;
             given[i]->maxDistance = hitDistance;
             c[i] = colours[k];
-            t[i] = transmissions[k];
+            if (t)
+                t[i] = transmissions[k];
+            if (hits)
+                hits[i] = hit;
         }
     }
     uint64_t raysTraced() const override { return rayCount; }

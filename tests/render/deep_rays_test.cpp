@@ -13,6 +13,17 @@
 
 namespace {
 
+std::string sixtyFourSuns() {
+    std::string text;
+    for (int l = 0; l < 64; ++l) {
+        const std::string n = std::to_string(l);
+        text += "node transform sun" + n + "\nset sun" + n + ".rotate " + std::to_string(-10 - l) +
+                " " + std::to_string(l * 5) + " 0\nnode directionalLight sunShape" + n +
+                " -parent sun" + n + "\nset sunShape" + n + ".intensity 0.02\n";
+    }
+    return text;
+}
+
 // Four concentric glass balls: a ray through the middle crosses eight
 // surfaces, each a refraction shaded inside the one before. Sixty-four
 // directional lights light them.
@@ -21,6 +32,7 @@ std::string deepGlass() {
 node transform camera1
 set camera1.translate 0 0 5
 node camera cameraShape1 -parent camera1
+set defaultRenderQuality.enableRaytracing true
 )";
     const float radii[4] = {3.0f, 2.4f, 1.8f, 1.2f};
     for (int k = 0; k < 4; ++k) {
@@ -33,13 +45,29 @@ node camera cameraShape1 -parent camera1
                 "node shadingEngine glassSG" + n + "\nconnect glass" + n + ".outColor glassSG" + n +
                 ".surfaceShader\nmember glassSG" + n + " ballShape" + n + "\n";
     }
-    for (int l = 0; l < 64; ++l) {
-        const std::string n = std::to_string(l);
-        text += "node transform sun" + n + "\nset sun" + n + ".rotate " + std::to_string(-10 - l) +
-                " " + std::to_string(l * 5) + " 0\nnode directionalLight sunShape" + n +
-                " -parent sun" + n + "\nset sunShape" + n + ".intensity 0.02\n";
+    return text + sixtyFourSuns();
+}
+
+// Two phong mirrors facing each other across the camera: a ray in the
+// middle bounces between them, each bounce a reflection shaded inside the
+// one before, eight deep.
+std::string mirrorCorridor() {
+    std::string text = std::string(kUnitCamera) + kRayTracingOn;
+    for (int k = 0; k < 2; ++k) {
+        const std::string n = std::to_string(k);
+        text += "node transform wall" + n + "\nset wall" + n + ".translate 0 0 " +
+                (k ? "2" : "-2") + "\nset wall" + n + ".rotate 90 0 0\nnode mesh wallShape" + n +
+                " -parent wall" + n + "\nset wallShape" + n + ".primitive plane\nset wallShape" +
+                n + ".width 400\nset wallShape" + n + ".depth 400\n";
     }
-    return text;
+    return text + R"(
+node phong mirror
+set mirror.reflectivity 0.9
+set mirror.reflectionLimit 8
+node shadingEngine mirrorSG
+connect mirror.outColor mirrorSG.surfaceShader
+member mirrorSG wallShape0 wallShape1
+)" + sixtyFourSuns();
 }
 
 // Threads the renderer starts get this much stack, as a host with small
@@ -64,8 +92,9 @@ private:
     pthread_attr_t fSaved;
 };
 
-TEST(DeepRays, SixtyFourLightsThroughEightRefractionsFitASmallThreadStack) {
-    auto graph = sceneFromText(deepGlass());
+// Renders `scene` small on threads with small stacks.
+TframeStats renderDeep(const std::string& scene, TrenderedImage& image) {
+    auto graph = sceneFromText(scene);
     TrenderOptions options;
     options.width = 16;
     options.height = 16;
@@ -73,22 +102,33 @@ TEST(DeepRays, SixtyFourLightsThroughEightRefractionsFitASmallThreadStack) {
     options.threads = 2;
     options.tileSize = 8;
     options.maxRayDepth = 10;
-    TrenderedImage image;
     TframeStats stats;
-    {
 #if defined(ORVO_SANITIZED)
-        // Sanitizers make every frame larger.
-        SmallThreadStacks stacks(2u << 20);
+    // Sanitizers make every frame larger.
+    SmallThreadStacks stacks(2u << 20);
 #else
-        SmallThreadStacks stacks(256u << 10);
+    SmallThreadStacks stacks(256u << 10);
 #endif
-        ASSERT_TRUE(Trenderer(options).renderFrame(*graph, "deep.qsl", 0, image, stats));
-    }
+    EXPECT_TRUE(Trenderer(options).renderFrame(*graph, "deep.qsl", 0, image, stats));
+    return stats;
+}
+
+TEST(DeepRays, SixtyFourLightsThroughEightRefractionsFitASmallThreadStack) {
+    TrenderedImage image;
+    const TframeStats stats = renderDeep(deepGlass(), image);
     // Most pixels look through all four balls: eight refractions, each lit
     // by the 64 lights.
     EXPECT_GT(stats.samplesShaded, 16u * 16u * 8u / 2u);
     const float* middle = image.at(8, 8);
     EXPECT_GT(middle[0] + middle[1] + middle[2], 0.0f);
+}
+
+TEST(DeepRays, SixtyFourLightsThroughEightReflectionsFitASmallThreadStack) {
+    TrenderedImage image;
+    const TframeStats stats = renderDeep(mirrorCorridor(), image);
+    // Every pixel sees the mirror and its eight reflections: nine shaded
+    // samples each.
+    EXPECT_EQ(stats.samplesShaded, 16u * 16u * 9u);
 }
 
 } // namespace

@@ -21,6 +21,7 @@ namespace {
 // A ball and a box on a white floor under a sun from the upper left; no
 // other light, so that a shadow is black.
 const char* kScene = R"(
+set defaultRenderQuality.enableRaytracing true
 node transform camera1
 set camera1.translate 0 5 7
 set camera1.rotate -35 0 0

@@ -37,6 +37,8 @@ const GoldenCase kCases[] = {
     {"glass", 128, 72, 4},
     // The built-in scene, as `orvo render` and scripts/demo show it.
     {"default_scene", 160, 90, 4, "default_scene.qsl"},
+    // The five specular materials side by side.
+    {"materials", 160, 50, 4, "materials.qsl"},
 };
 
 std::string goldenPath(const std::string& name, const char* extension) {

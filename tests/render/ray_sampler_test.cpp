@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include <cfloat>
 #include <cmath>
 
@@ -164,7 +166,7 @@ namespace {
 // Nodes read the sampler and the camera from the frame: set for the frame,
 // back to their defaults after it.
 TEST(FrameSetup, FrameValuesReachTheNodesForTheFrameOnly) {
-    auto graph = sceneFromText(std::string(kUnitCamera) + R"(
+    auto graph = sceneFromText(std::string(kUnitCamera) + kRayTracingOn + R"(
 set camera1.translate 1 2 3
 node transform lamp
 node light lampShape -parent lamp
@@ -189,6 +191,16 @@ node lambert paint
     }
     EXPECT_EQ(read("paint.raySampler").as<void*>(), nullptr);
     EXPECT_FLOAT_EQ(read("lampShape.eyeToWorld").as<T4dFltMatrix>().m[3][0], 0.0f);
+
+    // With ray tracing off no node gets a sampler, nor does the render
+    // thread: nothing can trace a ray.
+    graph->setPlugValue(graph->findPlug("defaultRenderQuality.enableRaytracing"),
+                        std::array<bool, 1>{false}.data());
+    TrenderFrameSetup off(*graph, scene, "frame.qsl", 10);
+    EXPECT_FALSE(off.rayTracing());
+    EXPECT_EQ(read("paint.raySampler").as<void*>(), nullptr);
+    EXPECT_EQ(read("lampShape.raySampler").as<void*>(), nullptr);
+    EXPECT_EQ(off.prototype().raySampler(), nullptr);
 }
 
 // Whether a frame traces rays is the scene's render quality's to say: the

@@ -22,6 +22,7 @@ namespace fs = std::filesystem;
 // A grey ball above a grey floor, lit from above by a sun whose ray-traced
 // shadow falls under the ball; two cameras.
 const char* kBallAndFloor = R"(
+set defaultRenderQuality.enableRaytracing true
 node transform near
 set near.translate 0 2 6
 set near.rotate -20 0 0

@@ -22,6 +22,10 @@ inline std::unique_ptr<TdependGraph> sceneFromText(const std::string& text,
 
 using orvo_test::MessageCapture;
 
+// Refraction, reflection and ray-traced shadows need this: with it off a
+// frame gives no material or light a ray sampler.
+inline const char* kRayTracingOn = "set defaultRenderQuality.enableRaytracing true\n";
+
 // A camera at the origin looking down -Z whose image plane at distance 1
 // is 2 wide (focal length 35 mm over a film back of 70 / 25.4 inches).
 inline const char* kUnitCamera = R"(
@@ -43,4 +47,22 @@ set squareShape.width 4
 set squareShape.depth 4
 set squareShape.segmentsU 1
 set squareShape.segmentsV 1
+)";
+
+// A wide wall of flat green (0, 0.4, 0) at depth 6, a dark blue background.
+inline const char* kGreenWall = R"(
+set cameraShape1.backgroundColor 0 0 0.5
+node transform wall
+set wall.translate 0 0 -6
+set wall.rotate 90 0 0
+node mesh wallShape -parent wall
+set wallShape.primitive plane
+set wallShape.width 100
+set wallShape.depth 100
+node checker wallColour
+set wallColour.color1 0 0.4 0
+set wallColour.color2 0 0.4 0
+node shadingEngine wallSG
+connect wallColour.outColor wallSG.surfaceShader
+member wallSG wallShape
 )";

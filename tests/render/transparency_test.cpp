@@ -11,24 +11,6 @@
 
 namespace {
 
-// A wide wall of flat green (0, 0.4, 0) at depth 6, a dark blue background.
-const char* kWall = R"(
-set cameraShape1.backgroundColor 0 0 0.5
-node transform wall
-set wall.translate 0 0 -6
-set wall.rotate 90 0 0
-node mesh wallShape -parent wall
-set wallShape.primitive plane
-set wallShape.width 100
-set wallShape.depth 100
-node checker wallColour
-set wallColour.color1 0 0.4 0
-set wallColour.color2 0 0.4 0
-node shadingEngine wallSG
-connect wallColour.outColor wallSG.surfaceShader
-member wallSG wallShape
-)";
-
 // Glowing red (0.2, 0, 0), letting half through.
 const char* kGlass = R"(
 node lambert glass
@@ -97,7 +79,7 @@ member wallSG wallShape
 // renderer must not look through the surface again, or the background
 // would count twice.
 TEST(Transparency, ARefractingSurfaceIsNotLookedThroughTwice) {
-    auto graph = sceneFromText(std::string(kUnitCamera) + kSquareAtDepth2 + kGlass +
+    auto graph = sceneFromText(std::string(kUnitCamera) + kSquareAtDepth2 + kGlass + kRayTracingOn +
                                "member glassSG squareShape\nset glass.refractions true\n" +
                                "set cameraShape1.backgroundColor 0 0 0.5\n");
     const TrenderedImage image = render(*graph, 8, 8);
@@ -115,7 +97,7 @@ TEST(Transparency, ARefractingSurfaceIsNotLookedThroughTwice) {
 // the matte, (1 - what the ball lets through) by the opacity gain, is 1.
 // Neighbouring pixels bend their rays, but onto the same flat wall.
 TEST(Transparency, RefractionRaysAreShadedThroughTheSameShadingGroups) {
-    const std::string scene = std::string(kUnitCamera) + kWall + kGlass + R"(
+    const std::string scene = std::string(kUnitCamera) + kGreenWall + kGlass + kRayTracingOn + R"(
 set glass.refractions true
 set glass.refractiveIndex 1.5
 node transform ball

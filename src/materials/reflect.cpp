@@ -1,0 +1,228 @@
+#include "materials/reflect.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "materials/ray_scratch.h"
+
+ORVO_REGISTER_NODE(TdnReflect)
+
+// What the mirror ray and the highlight read reaches the colour outputs;
+// lambert's table already has the lights, the view and the ray inputs.
+ORVO_DEPENDENCIES(TdnReflect) {
+    Tattribute* highlight[] = {&ReflectedRayDepthLimit, &SpecularColor,        &Reflectivity,
+                               &ReflectedColor,         &TriangleNormalCamera, &ReflectionSpecular};
+    for (Tattribute* a : highlight)
+        forTree(*a, [&](Tattribute& input) {
+            affects(m, input, TdnLambert::aOutColor);
+            affects(m, input, TdnLambert::aOutGlowColor);
+        });
+}
+
+namespace {
+
+// The frame runs a batch's worth of samples at a time: its two triples a
+// sample stay small on the stack of every level of nested rays.
+constexpr unsigned kFrameChunk = 64;
+
+T3Float toT3(const float* v) {
+    return {v[0], v[1], v[2]};
+}
+
+} // namespace
+
+T3Float TdnReflect::mirrorDirection(const T3Float& normal, const T3Float& rayDirection) {
+    return normalised(rayDirection - normal * (2.0f * OrvoDot(normal, rayDirection)));
+}
+
+// ---------------------------------------------------------------- the frame
+
+bool TdnReflect::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first,
+                                   unsigned count) {
+    const Tattribute* a = plug.attribute();
+    a = a && a->parent() ? a->parent() : a;
+    const int pass = OrvoRenderPass();
+    // In the shadow pass the matte comes with the colour, as for lambert.
+    if (a == &aOutColor || a == &aOutGlowColor ||
+        (a == &aOutMatteOpacity && pass == kRenderPassShadow)) {
+        for (unsigned done = 0; done < count; done += kFrameChunk)
+            computeColourChunk(plug, block, first + done, std::min(kFrameChunk, count - done),
+                               pass);
+        return true;
+    }
+    return TdnLambert::vectorComputePlug(plug, block, first, count);
+}
+
+void TdnReflect::computeColourChunk(const Tplug& plug, TdataBlock& block, unsigned first,
+                                    unsigned count, int pass) {
+    T3Float mirror[kFrameChunk];
+    if (pass != kRenderPassShadow) {
+        computeReflection(plug, block, first, count);
+        const TvectorDataHandle outColor = block.vectorOutputValue(aOutColor, first);
+        for (unsigned i = 0; i < count; ++i)
+            mirror[i] = toT3(outColor[int(i)].asFloat3());
+    }
+    computeLambert(plug, block, first, count);
+    // The shadow pass carries shadow only, the ambient pass ambient only.
+    if (pass == kRenderPassShadow || pass == kRenderPassAmbient)
+        return;
+
+    T3Float S[kFrameChunk];
+    highlight(block, first, count, pass, mirror, S);
+
+    finishColour(plug, block, first, count, S, pass);
+}
+
+void TdnReflect::highlight(TdataBlock& block, unsigned first, unsigned count, int,
+                           const T3Float* mirror, T3Float* S) {
+    reflectionTerm(block, first, count, mirror, S);
+    applySpecularColor(block, first, count, S);
+}
+
+void TdnReflect::reflectionTerm(TdataBlock& block, unsigned first, unsigned count,
+                                const T3Float* mirror, T3Float* S) {
+    const TvectorDataHandle reflectivity = block.vectorInputValue(aReflectivity, first, count);
+    for (unsigned i = 0; i < count; ++i)
+        S[i] = mirror[i] * reflectivity[int(i)].asFloat();
+}
+
+void TdnReflect::applySpecularColor(TdataBlock& block, unsigned first, unsigned count, T3Float* S) {
+    const TvectorDataHandle specular = block.vectorInputValue(aSpecularColor, first, count);
+    for (unsigned i = 0; i < count; ++i) {
+        const float* k = specular[int(i)].asFloat3();
+        S[i] = T3Float{S[i].x * k[0], S[i].y * k[1], S[i].z * k[2]};
+    }
+}
+
+TdnReflect::SpecularInputs::SpecularInputs(TdataBlock& block, unsigned first, unsigned count)
+    : point(block.vectorInputValue(aPointCamera, first, count)),
+      normal(block.vectorInputValue(aNormalCamera, first, count)),
+      rayDirection(block.vectorInputValue(aRayDirection, first, count)),
+      rayDepth(block.vectorInputValue(aRayDepth, first, count)),
+      reflectionSpecularity(block.vectorInputValue(aReflectionSpecular, first, count)),
+      lights(block.vectorInputValue(aLightData, first, count)) {}
+
+TdnReflect::SpecularSample TdnReflect::SpecularInputs::at(int e) const {
+    return {toT3(point[e].asFloat3()), toT3(normal[e].asFloat3()), toT3(rayDirection[e].asFloat3()),
+            rayDepth[e].asShort(), reflectionSpecularity[e].asFloat()};
+}
+
+// ---------------------------------------------------------------- the mirror ray
+
+void TdnReflect::computeReflection(const Tplug&, TdataBlock& block, unsigned first,
+                                   unsigned count) {
+    const TvectorDataHandle outColor = block.vectorOutputValue(aOutColor, first);
+    const TvectorDataHandle reflected = block.vectorInputValue(aReflectedColor, first, count);
+    const bool driven = fReflectedColorDriven;
+    auto untraced = [&](int e, const Tspectrum& otherwise) {
+        outColor[e].set(driven ? toT3(reflected[e].asFloat3())
+                               : T3Float{otherwise.r, otherwise.g, otherwise.b});
+    };
+    TraySampler* sampler = OrvoRaySamplerOf(block, aRaySampler, first, count);
+    if (!sampler) {
+        for (unsigned i = 0; i < count; ++i)
+            untraced(int(i), kBlackSpectrum);
+        return;
+    }
+    const TvectorDataHandle reflectivity = block.vectorInputValue(aReflectivity, first, count);
+    const TvectorDataHandle hide = block.vectorInputValue(aHideSource, first, count);
+    const TvectorDataHandle depth = block.vectorInputValue(aRayDepth, first, count);
+    const TvectorDataHandle limit = block.vectorInputValue(aReflectedRayDepthLimit, first, count);
+    const TvectorDataHandle normal = block.vectorInputValue(aNormalCamera, first, count);
+    const TvectorDataHandle direction = block.vectorInputValue(aRayDirection, first, count);
+    const TvectorDataHandle triangle = block.vectorInputValue(aTriangleNormalCamera, first, count);
+    const TvectorDataHandle point = block.vectorInputValue(aPointCamera, first, count);
+    const TvectorDataHandle medium = block.vectorInputValue(aMediumRefractiveIndex, first, count);
+    const TvectorDataHandle primitive = block.vectorInputValue(aPrimitiveId, first, count);
+    const TvectorDataHandle object = block.vectorInputValue(aObjectId, first, count);
+    const TvectorDataHandle instance = block.vectorInputValue(aRayInstance, first, count);
+
+    OrvoWithRayScratch(*sampler, count, [&](TrayScratch& s) {
+        for (unsigned i = 0; i < count; ++i) {
+            const int e = int(i);
+            if (!(reflectivity[e].asFloat() > 0.0f) || hide[e].asBool() ||
+                !(depth[e].asShort() < limit[e].asShort()))
+                continue;
+            const T3Float N = toT3(normal[e].asFloat3());
+            const T3Float I = toT3(direction[e].asFloat3());
+            const T3Float Nt = toT3(triangle[e].asFloat3());
+            // The side of the shading normal the view is on does not
+            // matter: the ray always leaves on the viewer's side.
+            float t = OrvoDot(N, I);
+            if (t > 0.0f)
+                t = -t;
+            T3Float R = I - N * (2.0f * t);
+            // An interpolated normal can send the mirror ray under the true
+            // surface: flatten it onto the triangle's plane and lift it just
+            // above.
+            const float c = OrvoDot(R, Nt);
+            if (c < 0.0f) {
+                R = normalised(R - Nt * c);
+                R = normalised(R + Nt * 0.01f);
+            }
+            TgenericRay& ray = *s.rays[s.rayCount];
+            const float* p = point[e].asFloat3();
+            for (int k = 0; k < 3; ++k) {
+                ray.origin[k] = p[k];
+                ray.direction[k] = R[k];
+            }
+            ray.maxDistance = std::numeric_limits<float>::max();
+            ray.depth = int32_t(depth[e].asShort()) + 1;
+            ray.medium = medium[e].asFloat();
+            ray.primitiveId = primitive[e].asInt();
+            ray.objectId = object[e].as<void*>();
+            ray.instance = instance[e].asInt();
+            s.colours[s.rayCount] = kBlackSpectrum;
+            s.slotOfRay[i] = s.rayCount++;
+        }
+        if (s.rayCount > 0)
+            sampler->traceRays(this, unsigned(s.rayCount), s.rays, s.colours, nullptr, s.hits);
+        Tspectrum background;
+        sampler->backgroundColor(background);
+        for (unsigned i = 0; i < count; ++i) {
+            const int e = int(i);
+            const short k = s.slotOfRay[i];
+            if (k >= 0 && s.hits[k])
+                outColor[e].set(T3Float{s.colours[k].r, s.colours[k].g, s.colours[k].b});
+            else
+                untraced(e, background);
+        }
+    });
+}
+
+// ---------------------------------------------------------------- network
+
+void TdnReflect::refreshReflectedColorDriven() {
+    bool driven = !Tplug(this, &aReflectedColor).source().isNull();
+    for (const Tattribute* child : aReflectedColor.children())
+        driven = driven || !Tplug(this, child).source().isNull();
+    fReflectedColorDriven = driven;
+}
+
+void TdnReflect::shadingNodeInit(TframeSampleData* frame) {
+    TdnLambert::shadingNodeInit(frame);
+    refreshReflectedColorDriven();
+}
+
+void TdnReflect::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
+    TdnLambert::shadingNodeOnDemand(plug, block);
+    refreshReflectedColorDriven();
+}
+
+unsigned TdnReflect::transparencyOptions() {
+    unsigned options = TdnLambert::transparencyOptions();
+    auto connected = [&](const Tattribute& a) {
+        return !Tplug(this, &a).source().isNull();
+    };
+    const bool reflective = connected(aReflectivity) || plugValue(aReflectivity).asFloat() > 0.0f;
+    const bool deepEnough =
+        connected(aReflectedRayDepthLimit) || plugValue(aReflectedRayDepthLimit).asShort() > 0;
+    if (reflective && deepEnough)
+        options |= kRayOptionReflects;
+    return options;
+}
+
+T3Float TdnReflect::getSpecularColor() {
+    return toT3(plugValue(aSpecularColor).asFloat3());
+}
