@@ -37,6 +37,8 @@ const GoldenCase kCases[] = {
     {"glass", 128, 72, 4},
     // The built-in scene, as `orvo render` and scripts/demo show it.
     {"default_scene", 160, 90, 4, "default_scene.qsl"},
+    // Spot, area, point and volume lights with their shadows.
+    {"lights", 160, 90, 4, "lights.qsl"},
 };
 
 std::string goldenPath(const std::string& name, const char* extension) {
