@@ -102,6 +102,22 @@ std::vector<bool> shadowMask(const TrenderedImage& lit, const TrenderedImage& sh
     return mask;
 }
 
+// The shadows of the ball and the box take a good part of the picture, and
+// those of the map fall on the same pixels as those of the rays but for
+// `share` of them.
+void expectShadowsAlike(const TrenderedImage& lit, const TrenderedImage& traced,
+                        const TrenderedImage& mapped, double share) {
+    size_t tracedCount = 0, mappedCount = 0;
+    const std::vector<bool> a = shadowMask(lit, traced, tracedCount);
+    const std::vector<bool> b = shadowMask(lit, mapped, mappedCount);
+    EXPECT_GT(tracedCount, size_t(kWidth) * kHeight / 20);
+    size_t differ = 0;
+    for (size_t i = 0; i < a.size(); ++i)
+        differ += a[i] != b[i];
+    EXPECT_LT(double(differ), share * double(tracedCount))
+        << differ << " pixels differ of " << tracedCount << " and " << mappedCount;
+}
+
 TEST_F(DepthMapRender, ADepthMapShadowFallsWhereTheRayTracedOneDoes) {
     const TrenderedImage lit = render(*scene(""));
     TframeStats stats;
@@ -114,18 +130,9 @@ TEST_F(DepthMapRender, ADepthMapShadowFallsWhereTheRayTracedOneDoes) {
     EXPECT_EQ(stats.depthMapsWritten, 0u);
     EXPECT_TRUE(fs::is_empty(fDir));
 
-    size_t tracedCount = 0, mappedCount = 0;
-    const std::vector<bool> a = shadowMask(lit, traced, tracedCount);
-    const std::vector<bool> b = shadowMask(lit, mapped, mappedCount);
-    // The shadows of the ball and the box take a good part of the picture.
-    EXPECT_GT(tracedCount, size_t(kWidth) * kHeight / 20);
-    size_t differ = 0;
-    for (size_t i = 0; i < a.size(); ++i)
-        differ += a[i] != b[i];
     // Within a pixel along the edges: the map's texels are smaller than a
     // pixel here, its filter softens the edge by about one.
-    EXPECT_LT(double(differ), 0.05 * double(tracedCount))
-        << differ << " pixels differ of " << tracedCount << " and " << mappedCount;
+    expectShadowsAlike(lit, traced, mapped, 0.05);
 }
 
 TEST_F(DepthMapRender, AWrittenMapIsReusedWithoutBeingRenderedAgain) {
@@ -189,15 +196,7 @@ TEST_F(DepthMapRender, PointAndSpotMapsShadowWhereTheirRaysDo) {
         // A cube has six faces (the one looking up sees nothing, and is
         // rendered all the same); a spot, one view.
         EXPECT_EQ(stats.depthMapsRendered, light == kPointLight ? 6u : 1u);
-        size_t tracedCount = 0, mappedCount = 0;
-        const std::vector<bool> a = shadowMask(lit, traced, tracedCount);
-        const std::vector<bool> b = shadowMask(lit, mapped, mappedCount);
-        EXPECT_GT(tracedCount, size_t(kWidth) * kHeight / 20);
-        size_t differ = 0;
-        for (size_t i = 0; i < a.size(); ++i)
-            differ += a[i] != b[i];
-        EXPECT_LT(double(differ), 0.08 * double(tracedCount))
-            << differ << " pixels differ of " << tracedCount << " and " << mappedCount;
+        expectShadowsAlike(lit, traced, mapped, 0.08);
     }
 }
 
