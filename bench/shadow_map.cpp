@@ -229,7 +229,7 @@ int main(int argc, char** argv) {
     const double agreement = double(agree) / double(n);
     fmt::print("{} surface points ({} x {} grid), {:.1f}% in the {} light's shadow by rays; the "
                "map with filter 0 agrees on {:.2f}%\n",
-               n, width, height, kind, 100.0 * double(shadowed) / double(n), 100.0 * agreement);
+               n, width, height, 100.0 * double(shadowed) / double(n), kind, 100.0 * agreement);
     if (agreement < 0.97) {
         std::fprintf(stderr, "shadow_map: the map and the rays disagree\n");
         return 1;
@@ -253,7 +253,7 @@ int main(int argc, char** argv) {
     }
 
     fmt::print("\ntiles decompressed: {:.2f} a thousand lookups (the thread keeps {} copies)\n",
-               1000.0 * decompressions / (3.0 * double(passes) * double(n)), 8);
+               1000.0 * decompressions / (3.0 * double(passes) * double(n)), 32);
 
     // Two threads, each half of the points.
     fmt::print(
