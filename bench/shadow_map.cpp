@@ -17,7 +17,12 @@
 // tenth of a second a pass). The depth pass that made the map is timed too: what
 // it costs once a frame, in rays.
 //
-//   scripts/bench shadow_map [-- --passes N --res W H]
+// With --light point the sun gives way to a point light above the scene (a
+// cube of six 512 x 512 maps), with --light spot to a spot light looking
+// down (one perspective map); the rays then go from each point to the
+// light's position and stop there.
+//
+//   scripts/bench shadow_map [-- --passes N --res W H --light sun|point|spot]
 
 #include <fmt/format.h>
 
@@ -35,7 +40,9 @@
 #include "host/messages.h"
 #include "host/qsl/interpreter.h"
 #include "lights/directional_light.h"
+#include "lights/point_light.h"
 #include "lights/shadow_map.h"
+#include "lights/spot_light.h"
 #include "render/default_scene.h"
 #include "render/depth_map_pass.h"
 #include "render/render_scene.h"
@@ -113,10 +120,13 @@ double median(std::vector<double> v) {
 int main(int argc, char** argv) {
     int passes = 15;
     unsigned width = 320, height = 180;
+    std::string kind = "sun";
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         if (a == "--passes" && i + 1 < argc)
             passes = std::max(1, std::atoi(argv[++i]));
+        else if (a == "--light" && i + 1 < argc)
+            kind = argv[++i];
         else if (a == "--res" && i + 2 < argc) {
             width = unsigned(std::atoi(argv[++i]));
             height = unsigned(std::atoi(argv[++i]));
@@ -126,13 +136,27 @@ int main(int argc, char** argv) {
 
     TdependGraph graph;
     TdependGraph::fsCurrentGraph = &graph;
-    qsl::Interpreter(graph).runText(std::string(OrvoDefaultSceneText()) +
-                                        "\nset sunShape.useRayTraceShadows false\n"
-                                        "set sunShape.useDepthMapShadows true\n",
+    std::string setup = "\nset sunShape.useRayTraceShadows false\n";
+    if (kind == "sun")
+        setup += "set sunShape.useDepthMapShadows true\n";
+    else if (kind == "point")
+        setup += "node transform bulb\nset bulb.translate 1 6 2\n"
+                 "node pointLight bulbShape -parent bulb\n"
+                 "set bulbShape.useDepthMapShadows true\n";
+    else if (kind == "spot")
+        setup += "node transform bulb\nset bulb.translate 1 8 2\nset bulb.rotate -90 0 0\n"
+                 "node spotLight bulbShape -parent bulb\nset bulbShape.coneAngle 2.1\n"
+                 "set bulbShape.useDepthMapShadows true\n";
+    else {
+        std::fprintf(stderr, "shadow_map: --light is sun, point or spot\n");
+        return 2;
+    }
+    qsl::Interpreter(graph).runText(std::string(OrvoDefaultSceneText()) + setup,
                                     OrvoDefaultSceneName());
     TrenderScene scene(graph, OrvoDefaultSceneName(), 640, 360);
-    auto* sun = static_cast<TdirectionalLightShape*>(
-        graph.findNode("sunShape")->cast(TdirectionalLightShape::sTypeof()));
+    auto* sun = static_cast<TnonExtendedLightShape*>(
+        graph.findNode(kind == "sun" ? "sunShape" : "bulbShape")
+            ->cast(TnonExtendedLightShape::sTypeof()));
 
     TrenderOptions options;
     options.threads = 1;
@@ -148,16 +172,25 @@ int main(int argc, char** argv) {
 
     const Points points = surfacePoints(scene, width, height);
     const size_t n = points.eye.size();
-    // Toward the sun, in eye space.
-    const T3dDblVector travel = sun->localToWorld().transformVector(
-        {sun->illuminationDirection().x, sun->illuminationDirection().y,
-         sun->illuminationDirection().z});
-    const T3dDblVector towardEye = scene.worldToEye().transformVector(travel * -1.0);
-    const T3Float toSun = [&] {
-        const double l = towardEye.length();
-        return T3Float{float(towardEye.x / l), float(towardEye.y / l), float(towardEye.z / l)};
-    }();
+    // Toward the light, in eye space: one way for the sun, to its position
+    // for the others (each point's direction, made once before timing).
     const float epsilon = scene.epsilon();
+    std::vector<T3Float> toLight(n);
+    float reach = 1e10f;
+    if (kind == "sun") {
+        const T3dDblVector travel = sun->localToWorld().transformVector({0.0, 0.0, -1.0});
+        const T3dDblVector towardEye = scene.worldToEye().transformVector(travel * -1.0);
+        const double l = towardEye.length();
+        std::fill(toLight.begin(), toLight.end(),
+                  T3Float{float(towardEye.x / l), float(towardEye.y / l), float(towardEye.z / l)});
+    } else {
+        // Unnormalised: the ray reaches the light at distance 1.
+        const T3dDblVector at =
+            scene.worldToEye().transformPoint(sun->localToWorld().translationPart());
+        for (size_t i = 0; i < n; ++i)
+            toLight[i] = T3Float{float(at.x), float(at.y), float(at.z)} - points.eye[i];
+        reach = 1.0f;
+    }
 
     MapLookups f0(*map, 0), f1(*map, 1), f3(*map, 3);
     std::vector<Way> ways = {
@@ -168,14 +201,18 @@ int main(int argc, char** argv) {
          [&](size_t b, size_t e, float* o) {
              for (size_t i = b; i < e; ++i) {
                  Thit hit;
-                 o[i] = scene.intersect(points.eye[i], toSun, epsilon, 1e10f, hit) ? 1.0f : 0.0f;
+                 const float start = epsilon / OrvoLength(toLight[i]);
+                 o[i] = scene.intersect(points.eye[i], toLight[i], start, reach, hit) ? 1.0f : 0.0f;
              }
          },
          {}},
         {"occluded",
          [&](size_t b, size_t e, float* o) {
              for (size_t i = b; i < e; ++i)
-                 o[i] = scene.occluded(points.eye[i], toSun, epsilon, 1e10f) ? 1.0f : 0.0f;
+                 o[i] = scene.occluded(points.eye[i], toLight[i], epsilon / OrvoLength(toLight[i]),
+                                       reach)
+                            ? 1.0f
+                            : 0.0f;
          },
          {}},
     };
@@ -190,9 +227,9 @@ int main(int argc, char** argv) {
         shadowed += traced[i] != 0.0f;
     }
     const double agreement = double(agree) / double(n);
-    fmt::print("{} surface points ({} x {} grid), {:.1f}% in the sun's shadow by rays; the map "
-               "with filter 0 agrees on {:.2f}%\n",
-               n, width, height, 100.0 * double(shadowed) / double(n), 100.0 * agreement);
+    fmt::print("{} surface points ({} x {} grid), {:.1f}% in the {} light's shadow by rays; the "
+               "map with filter 0 agrees on {:.2f}%\n",
+               n, width, height, 100.0 * double(shadowed) / double(n), kind, 100.0 * agreement);
     if (agreement < 0.97) {
         std::fprintf(stderr, "shadow_map: the map and the rays disagree\n");
         return 1;
@@ -216,7 +253,7 @@ int main(int argc, char** argv) {
     }
 
     fmt::print("\ntiles decompressed: {:.2f} a thousand lookups (the thread keeps {} copies)\n",
-               1000.0 * decompressions / (3.0 * double(passes) * double(n)), 8);
+               1000.0 * decompressions / (3.0 * double(passes) * double(n)), 32);
 
     // Two threads, each half of the points.
     fmt::print(
@@ -243,7 +280,8 @@ int main(int argc, char** argv) {
                    rate / (double(n) / median(w.times) / 1e6));
     }
 
-    const uint64_t texels = uint64_t(sun->depthMapResolution()) * sun->depthMapResolution();
+    const uint64_t texels =
+        uint64_t(sun->depthMapResolution()) * sun->depthMapResolution() * uint64_t(map->mapCount());
     fmt::print("\nthe depth pass (one thread): {:.1f} ms for {} texels, first and second "
                "surfaces; the cost of {:.0f} occlusion rays\n",
                passSeconds * 1e3, texels, passSeconds * 1e9 / occludedNs);

@@ -598,7 +598,8 @@ TattributeLightData::TattributeLightData(Tstring longName, Tstring shortName, Ts
       fPreShadowIntensity(prefix == "light" ? Tstring("preShadowIntensity")
                                             : prefix + "PreShadowIntensity",
                           prefix == "light" ? Tstring("psi") : sp + "psi"),
-      fBlindData(prefix + "BlindData", sp + "bd") {
+      // "bld", not "bd": a spot light's leftBarnDoor is "lbd".
+      fBlindData(prefix + "BlindData", sp + "bld") {
     wire();
 }
 

@@ -105,19 +105,46 @@ int TnonExtendedLightShape::createShadowMap(TrenderCache* cache) {
 bool TnonExtendedLightShape::sampleDepthMapShadows(LightBatch& b, float* fractions) {
     if (!fShadowMap)
         return false;
+    // Surfaces are looked up at their points, fog samples along their
+    // segments; each lookup leaves the other kind of sample alone.
+    auto* fog = static_cast<uint8_t*>(alloca(b.count));
+    const bool anyFog = markFogSamples(b, fog) && fogNearAttribute() && fogFarAttribute();
+    auto* skip = static_cast<uint8_t*>(alloca(b.count));
     // The maps live in world space.
     auto* points = static_cast<T3dFltPoint*>(alloca(sizeof(T3dFltPoint) * b.count));
-    for (unsigned i = 0; i < b.count; ++i)
+    for (unsigned i = 0; i < b.count; ++i) {
         points[i] = OrvoTransformPoint(fEyeToWorld, b.point(i));
+        skip[i] = b.skip[i] || (anyFog && fog[i]);
+    }
     ShadowMapVecSamples samples;
     samples.count = b.count;
     samples.fractions = fractions;
-    samples.skip = b.skip;
+    samples.skip = skip;
     samples.surface = true;
+    samples.pointLightFog = pointLightFogLookup(b);
     samples.points = TvectorDataHandle(TdataHandle(nullptr, nullptr, points), sizeof(T3dFltPoint));
     const TvectorDataHandle filterSizes =
         b.block.vectorInputValue(aDmapFilterSize, b.first, b.count);
     const TvectorDataHandle biases = b.block.vectorInputValue(aDmapBias, b.first, b.count);
-    const short fog = b.block.vectorInputValue(aFogShadowIntensity, b.first, 1)[0].asShort();
-    return fShadowMap->sampleShadow(samples, filterSizes, biases, fog) == 0;
+    const short fogIntensity =
+        b.block.vectorInputValue(aFogShadowIntensity, b.first, 1)[0].asShort();
+    if (fShadowMap->sampleShadow(samples, filterSizes, biases, fogIntensity) != 0)
+        return false;
+    if (!anyFog)
+        return true;
+    auto* fogFractions = static_cast<float*>(alloca(sizeof(float) * b.count));
+    for (unsigned i = 0; i < b.count; ++i)
+        skip[i] = b.skip[i] || !fog[i];
+    samples.fractions = fogFractions;
+    samples.surface = false;
+    samples.pointWorld = b.block.vectorInputValue(*fogNearAttribute(), b.first, b.count);
+    samples.farPointWorld = b.block.vectorInputValue(*fogFarAttribute(), b.first, b.count);
+    samples.volumeShadowSamples = b.block.vectorInputValue(aVolumeShadowSamples, b.first, b.count);
+    samples.rayInstance = b.block.vectorInputValue(aRayInstance, b.first, b.count);
+    if (fShadowMap->sampleShadow(samples, filterSizes, biases, fogIntensity) != 0)
+        return false;
+    for (unsigned i = 0; i < b.count; ++i)
+        if (fog[i])
+            fractions[i] = fogFractions[i];
+    return true;
 }

@@ -140,23 +140,15 @@ void TrenderLightShape::computeShadowColors(LightBatch& b, float radius, unsigne
                                             const uint8_t* mask, Tspectrum* reflectance,
                                             uint8_t* penumbra) {
     const float r = std::max(radius, kMinShadowRadius);
-    const TvectorDataHandle depth = b.block.vectorInputValue(aRayDepth, b.first, b.count);
-    const TvectorDataHandle limit = b.block.vectorInputValue(aRayDepthLimit, b.first, b.count);
     TshadeScratch scratch;
     auto* cones = ORVO_SCRATCH_ARRAY(scratch, ShadowCone, b.count);
     auto* casts = ORVO_SCRATCH_ARRAY(scratch, uint8_t, b.count);
+    shadowCasters(b, mask, casts, nullptr);
     for (unsigned i = 0; i < b.count; ++i) {
         new (cones + i) ShadowCone();
-        casts[i] = 0;
-        if (!mask[i] || integerValue(depth[int(i)]) >= integerValue(limit[int(i)]))
+        if (!casts[i])
             continue;
         const T3Float p = b.point(i);
-        // The light decides whether it reaches the point, in its own space.
-        T3Float local = OrvoTransformPoint(fWorldToLocal, OrvoTransformPoint(fEyeToWorld, p));
-        T3Float seenFrom, seenAlong;
-        if (!canSee(local, seenFrom, seenAlong))
-            continue;
-        casts[i] = 1;
         ShadowCone& cone = cones[i];
         const T3Float l = fPosition - p;
         const float squared = OrvoDot(l, l);
@@ -172,6 +164,24 @@ void TrenderLightShape::computeShadowColors(LightBatch& b, float radius, unsigne
     const TvectorDataHandle instance = b.block.vectorInputValue(aRayInstance, b.first, b.count);
     const ConeAim aim(cones, instance, nullptr, 0, false);
     traceShadowStage(b, rays, casts, aim, reflectance, penumbra);
+}
+
+void TrenderLightShape::shadowCasters(LightBatch& b, const uint8_t* mask, uint8_t* casts,
+                                      T3Float* local) {
+    const TvectorDataHandle depth = b.block.vectorInputValue(aRayDepth, b.first, b.count);
+    const TvectorDataHandle limit = b.block.vectorInputValue(aRayDepthLimit, b.first, b.count);
+    for (unsigned i = 0; i < b.count; ++i) {
+        // The light decides whether it reaches the point, in its own space.
+        const T3Float p =
+            OrvoTransformPoint(fWorldToLocal, OrvoTransformPoint(fEyeToWorld, b.point(i)));
+        if (local)
+            local[i] = p;
+        casts[i] = 0;
+        if (!mask[i] || integerValue(depth[int(i)]) >= integerValue(limit[int(i)]))
+            continue;
+        T3Float seenFrom, seenAlong;
+        casts[i] = canSee(p, seenFrom, seenAlong) ? 1 : 0;
+    }
 }
 
 void TnonExtendedLightShape::computeDirLightShadowColors(LightBatch& b, const T3Float& direction,

@@ -60,3 +60,10 @@ inline T3Float OrvoNormalizeIfLong(const T3Float& v) {
     const float length = OrvoLength(v);
     return length > 1e-6f ? v * (1.0f / length) : v;
 }
+
+struct T4dDblPoint {
+    double x = 0.0;
+    double y = 0.0;
+    double z = 0.0;
+    double w = 1.0;
+};

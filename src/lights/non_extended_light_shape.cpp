@@ -1,4 +1,5 @@
 #include "lights/non_extended_light_shape.h"
+#include "shading/sample.h"
 #include "shading/scratch.h"
 
 #include <algorithm>
@@ -93,6 +94,45 @@ bool TnonExtendedLightShape::refreshesViewportLight(const Tattribute* attribute)
 void TnonExtendedLightShape::shadingNodeOnDemand(Tplug& plug, TdataBlock& block) {
     TnonAmbientLightShape::shadingNodeOnDemand(plug, block);
     fUseDepthMapShadows = useDepthMapShadows() ? 1 : 0;
+    fFogObject = nullptr;
+    if (const Tattribute* fog = fogGeometryAttribute())
+        if (TdependGraph* g = graph())
+            fFogObject = g->sourceOf(Tplug(this, fog)).node();
+}
+
+void TnonExtendedLightShape::fogSegment(LightBatch& b, unsigned i, const T4dFltMatrix& to,
+                                        T3Float& near, T3Float& far) const {
+    const unsigned e = b.first + i;
+    const float* p1 = b.block.vectorInputValue(*fogNearAttribute(), e, 1)[0].asFloat3();
+    const float* p2 = b.block.vectorInputValue(*fogFarAttribute(), e, 1)[0].asFloat3();
+    near = OrvoTransformPoint(to, {p1[0], p1[1], p1[2]});
+    far = OrvoTransformPoint(to, {p2[0], p2[1], p2[2]});
+}
+
+void TnonExtendedLightShape::analyseFog(TbitField64& fields) {
+    const Tattribute* fog = fogGeometryAttribute();
+    TdependGraph* g = graph();
+    if (!fog || !g)
+        return;
+    if (g->sourceOf(Tplug(this, fog)).isNull()) {
+        fields.clear(TsampleFields::farPointWorld);
+        fields.clear(TsampleFields::objectType);
+    } else if (useDepthMapShadows()) {
+        fields.set(TsampleFields::rayInstance);
+    }
+}
+
+bool TnonExtendedLightShape::markFogSamples(LightBatch& b, uint8_t* fog) const {
+    std::fill(fog, fog + b.count, uint8_t(0));
+    if (!fFogObject)
+        return false;
+    const TvectorDataHandle object = b.block.vectorInputValue(aObjectId, b.first, b.count);
+    bool any = false;
+    for (unsigned i = 0; i < b.count; ++i) {
+        fog[i] = object[int(i)].as<void*>() == fFogObject;
+        any = any || fog[i];
+    }
+    return any;
 }
 
 // ---------------------------------------------------------------- compute
@@ -123,7 +163,7 @@ void TnonExtendedLightShape::depthMapShadows(LightBatch& b) {
         if (b.skip[i])
             continue;
         const float f = fractions[i];
-        const float* c = color[int(i)].asFloat3();
+        const T3Float c = b.tinted(color, i);
         const float* s = shadow[int(i)].asFloat3();
         b.record(i).shadowFraction = f;
         for (int k = 0; k < 3; ++k)

@@ -66,6 +66,17 @@ struct TdepthMapSetup;
       .disconnect(1))                                                                              \
     A(TattributeBoolean, ReceiveShadows, "receiveShadows", "gs",                                   \
       .input().setNativeDefaultData(true))
+// A world-space point a light's samples carry (x, y, z children with the
+// short names given), filled by the engine.
+#define ORVO_LIGHT_WORLD_POINT(A, Name, Long, Short, SX, SY, SZ, D)                                \
+    A(Tattribute3Float, Name, Long, Short, .implicitSample().setNativeDefaultData(D, D, D))        \
+    ORVO_LIGHT_WORLD_COORDINATE(A, Name, Name##X, Long "X", SX, D)                                 \
+    ORVO_LIGHT_WORLD_COORDINATE(A, Name, Name##Y, Long "Y", SY, D)                                 \
+    ORVO_LIGHT_WORLD_COORDINATE(A, Name, Name##Z, Long "Z", SZ, D)
+#define ORVO_LIGHT_WORLD_COORDINATE(A, Parent, Name, Long, Short, D)                               \
+    A(TattributeFloat, Name, Long, Short,                                                          \
+      .implicitSample().setNativeDefaultData(float(D)).childOf(Parent))
+
 ORVO_NODE(TnonExtendedLightShape, TnonAmbientLightShape, "nonExtendedLightShapeNode", "NEXT", 2105,
           "kLight", "light", "n_nonExtendedLightShapeNode")
 
@@ -183,10 +194,35 @@ protected:
 
     float rayShadowRadius(LightBatch& b) const override;
     const Tattribute* receiveShadowsAttribute() const override { return &aReceiveShadows; }
+
+    // ---- light fog: the surfaces of the node connected to the light's fog
+    // plug are the fog the light shines through. A fog sample stands for
+    // the segment its ray crosses (from the near to the far point, world
+    // space) rather than for a point on a surface.
+    virtual const Tattribute* fogGeometryAttribute() const { return nullptr; }
+    virtual const Tattribute* fogNearAttribute() const { return nullptr; }
+    virtual const Tattribute* fogFarAttribute() const { return nullptr; }
+    // 1 in `fog` for each sample of the light's fog object; false when
+    // there is none in the batch.
+    bool markFogSamples(LightBatch& b, uint8_t* fog) const;
+    // The ends of sample i's fog segment, through `to` (from world space).
+    void fogSegment(LightBatch& b, unsigned i, const T4dFltMatrix& to, T3Float& near,
+                    T3Float& far) const;
+    // Depth map lookups for a point light's fog carry a flag (objectType 2).
+    virtual bool pointLightFogLookup(LightBatch&) const { return false; }
+    // What the light's fog asks of the samples: with a fog object and
+    // depth map shadows the ray instance (fog is marched from it); without
+    // a fog object neither the segment's far end nor the object's type.
+    void analyseFog(TbitField64& fields);
+    // The node whose surfaces are the light's fog, as samples name their
+    // object; null without one.
+    const void* fFogObject = nullptr;
     bool refreshesViewportLight(const Tattribute* attribute) const override;
 
-private:
+    // A setting as the node holds it outside any render layer.
     double plainValue(const Tattribute& a) const;
+
+private:
     Tstring plainString(const Tattribute& a) const;
     bool setPlain(const Tattribute& a, const void* value);
     bool setPlainString(const Tattribute& a, const Tstring& value);

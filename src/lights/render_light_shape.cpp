@@ -103,6 +103,12 @@ T3Float TrenderLightShape::LightBatch::point(unsigned i) const {
     return {p[0], p[1], p[2]};
 }
 
+T3Float TrenderLightShape::LightBatch::tinted(const TvectorDataHandle& color, unsigned i) const {
+    const float* c = color[int(i)].asFloat3();
+    const T3Float rgb{c[0], c[1], c[2]};
+    return tint ? T3Float{rgb.x * tint[i].x, rgb.y * tint[i].y, rgb.z * tint[i].z} : rgb;
+}
+
 // ---------------------------------------------------------------- graph notifications
 
 bool TrenderLightShape::refreshesViewportLight(const Tattribute* attribute) const {
@@ -360,8 +366,7 @@ void TrenderLightShape::computeLightData(LightBatch& b) {
             b.colour[i] = {};
             continue;
         }
-        const float* c = color[int(i)].asFloat3();
-        const T3Float rgb{c[0], c[1], c[2]};
+        const T3Float rgb = b.tinted(color, i);
         r.preShadowIntensity = luminance(rgb) * b.scalar[i];
         b.colour[i] = rgb * b.scalar[i];
     }

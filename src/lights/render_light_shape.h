@@ -161,11 +161,14 @@ protected:
         float* distance;               // to the light's position
         T3Float* colour;               // the light colour
         uint8_t* skip;                 // 1: the sample gets no light at all
+        T3Float* tint = nullptr;       // a colour per sample the light's colour is multiplied by
         TraySampler* sampler = nullptr;
         bool shadows = false; // the batch may be shadowed
 
         TlightData& record(unsigned i) const { return *out[int(i)].asLightData(); }
         T3Float point(unsigned i) const;
+        // `color` of sample i, times its tint when the light has one.
+        T3Float tinted(const TvectorDataHandle& color, unsigned i) const;
     };
 
     // The pipeline: texture coordinates, intensity and direction, pre-shadow
@@ -215,6 +218,10 @@ protected:
     virtual void computeShadowColors(LightBatch& b, float radius, unsigned rays,
                                      const uint8_t* mask, Tspectrum* reflectance,
                                      uint8_t* penumbra);
+    // Which samples cast rays in a stage: those with `mask` set, below the
+    // ray depth limit, that the light can see (canSee, in its space). Each
+    // sample's point in the light's space goes to `local` when given.
+    void shadowCasters(LightBatch& b, const uint8_t* mask, uint8_t* casts, T3Float* local);
     // Mixes each sample's colour toward shadowColor by its reflectance;
     // samples with a non-zero skip byte (when given) are left alone.
     void interpolateLightAndShadow(LightBatch& b, T3Float* colours, const Tspectrum* reflectance,

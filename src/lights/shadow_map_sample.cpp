@@ -27,7 +27,10 @@ namespace {
 // least recently used copy makes room for a new one.
 class DecodedTiles {
 public:
-    static constexpr int kSlots = 8;
+    // Enough for the tiles a row of camera points crosses on the faces of a
+    // point light's cube (with eight, lookups there decompressed a tile
+    // every fifty or so, and cost two shadow rays each); 2 MiB a thread.
+    static constexpr int kSlots = 32;
 
     ~DecodedTiles() { release(); }
 

@@ -21,9 +21,12 @@
 // answers non-zero is the last asked.
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "host/scene/matrix.h"
 
 class TdependGraph;
 class TrenderCache;
@@ -53,9 +56,31 @@ public:
     const Stats& stats() const { return fStats; }
 
 private:
+    // How the rays of a map's texels go: from where, which way, how far.
+    // vx and vy run -1..1 across the face.
+    struct FaceRays {
+        bool perspective = false;
+        std::function<bool(int face, double vx, double vy, T3dDblVector& origin,
+                           T3dDblVector& direction)>
+            direction;
+        // An orthographic map moves each ray's origin across its plane.
+        std::function<void(int face, double vx, double vy, T3dDblVector& origin)> texelOrigin;
+        double nearest = 0.0, farthest = 1.0;
+    };
+
+    // A directional light's orthographic map.
     void makeMap(TdirectionalLightShape& light);
-    void castCallbackShadows(const TdirectionalLightShape& light, const TdepthMapSetup& setup,
-                             float* first, float* second) const;
+    // A spot or area light's one view, or a point light's cube.
+    void makePerspectiveMaps(TnonExtendedLightShape& light, bool cube);
+    // Reads, renders and writes the faces of `setup`, then tiles them.
+    void renderMaps(TnonExtendedLightShape& light, const TdepthMapSetup& setup,
+                    const FaceRays& rays);
+    void castFace(int face, int resolution, const FaceRays& rays, float* first, float* second);
+    // The scene's bounds along three world directions.
+    void sceneExtent(const T3dDblVector& x, const T3dDblVector& y, const T3dDblVector& z,
+                     double low[3], double high[3]) const;
+    void castCallbackShadows(const TnonExtendedLightShape& light, const TdepthMapSetup& setup,
+                             int face, float* first, float* second) const;
     TrenderCache& cache(size_t bytes);
 
     TdependGraph& fGraph;

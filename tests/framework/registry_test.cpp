@@ -90,9 +90,10 @@ TEST(Registry, EveryTypeBuildsItsSchemaAndConstructsWithDefaults) {
             EXPECT_EQ(a->index(), i);
             EXPECT_EQ(a->nodeNameString().rfind("n_", 0), 0u) << a->longName();
             EXPECT_GE(a->shortName().size(), 1u);
-            // Short names take 1 to 4 letters; imfPluginKey keeps the longer
-            // one that scene files know it by.
-            if (a->shortName() != "imfkey") {
+            // Short names take 1 to 4 letters; imfPluginKey and a volume
+            // light's penumbra_FloatValue keep the longer ones that scene
+            // files know them by.
+            if (a->shortName() != "imfkey" && a->shortName() != "penfv") {
                 EXPECT_LE(a->shortName().size(), 4u) << a->longName();
             }
             if (a->parent()) {
@@ -132,6 +133,23 @@ namespace {
 // renderer's depth pass reads before a frame rather than through the light
 // data. Attributes every node or every DAG node has (message, visibility,
 // instObjGroups, dagChildren) are left out of the check as well.
+// Depth map settings make the map before the frame; the light's compute
+// never reads them.
+const std::set<std::string> kDepthMapSettings = {
+    "castSoftShadows",   "reuseDmap",        "useMidDistDmap",    "dmapResolution",
+    "dmapFocus",         "dmapWidthFocus",   "useDmapAutoFocus",  "useDmapAutoClipping",
+    "dmapNearClipPlane", "dmapFarClipPlane", "useOnlySingleDmap", "useXPlusDmap",
+    "useXMinusDmap",     "useYPlusDmap",     "useYMinusDmap",     "useZPlusDmap",
+    "useZMinusDmap",     "dmapUseMacro",     "dmapName",          "dmapLightName",
+    "dmapSceneName",     "dmapFrameExt",     "writeDmap",         "lastWrittenDmapAnimExtName"};
+
+// The same, and the messages that name a light's fog and glow.
+const std::set<std::string> kLightWithFog = [] {
+    std::set<std::string> names = kDepthMapSettings;
+    names.insert({"fogGeometry", "lightGlow"});
+    return names;
+}();
+
 const std::map<std::string, std::set<std::string>> kInputsOfNoOutput = {
     {"lambert",
      {"opacityDepth", "vrOverwriteDefaults", "vrFillObject", "vrEdgeWeight", "vrEdgeColor",
@@ -139,13 +157,10 @@ const std::map<std::string, std::set<std::string>> kInputsOfNoOutput = {
       "vrOutlinesAtIntersections", "materialAlphaGain", "hardwareShader"}},
     {"place2dTexture", {"vertexUvOne", "vertexUvTwo", "vertexUvThree", "vertexCameraOne"}},
     {"ambientLight", {"castSoftShadows"}},
-    {"directionalLight",
-     {"castSoftShadows",   "reuseDmap",        "useMidDistDmap",    "dmapResolution",
-      "dmapFocus",         "dmapWidthFocus",   "useDmapAutoFocus",  "useDmapAutoClipping",
-      "dmapNearClipPlane", "dmapFarClipPlane", "useOnlySingleDmap", "useXPlusDmap",
-      "useXMinusDmap",     "useYPlusDmap",     "useYMinusDmap",     "useZPlusDmap",
-      "useZMinusDmap",     "dmapUseMacro",     "dmapName",          "dmapLightName",
-      "dmapSceneName",     "dmapFrameExt",     "writeDmap",         "lastWrittenDmapAnimExtName"}},
+    {"directionalLight", kDepthMapSettings},
+    {"spotLight", kLightWithFog},
+    {"areaLight", kLightWithFog},
+    {"volumeLight", kLightWithFog},
 };
 
 const std::set<std::string> kEveryNodesAttributes = {"message", "visibility", "instObjGroups",

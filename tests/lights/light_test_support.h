@@ -79,6 +79,19 @@ struct Batch {
     }
 };
 
+// The light's record at one eye-space point, computed in the node's own
+// block: with the values its scene text set. `world`, when given, gets the
+// point too (as pointWorld).
+inline TlightData lightAt(TrenderLightShape* light, const T3Float& p,
+                          const Tattribute* world = nullptr) {
+    TordinaryDataBlock& block = light->forceGetDatablock();
+    std::memcpy(block.valueAddress(TlightShape::aPointCamera, 0), &p, sizeof p);
+    if (world)
+        std::memcpy(block.valueAddress(*world, 0), &p, sizeof p);
+    light->computePlug(Tplug(light, &TlightShape::aLightData), block);
+    return *static_cast<const TlightData*>(block.valueAddress(TlightShape::aLightData, 0));
+}
+
 #define EXPECT_RGB_NEAR(v, R, G, B, tol)                                                           \
     do {                                                                                           \
         EXPECT_NEAR((v)[0], (R), (tol));                                                           \

@@ -103,6 +103,22 @@ std::vector<bool> shadowMask(const TrenderedImage& lit, const TrenderedImage& sh
     return mask;
 }
 
+// The shadows of the ball and the box take a good part of the picture, and
+// those of the map fall on the same pixels as those of the rays but for
+// `share` of them.
+void expectShadowsAlike(const TrenderedImage& lit, const TrenderedImage& traced,
+                        const TrenderedImage& mapped, double share) {
+    size_t tracedCount = 0, mappedCount = 0;
+    const std::vector<bool> a = shadowMask(lit, traced, tracedCount);
+    const std::vector<bool> b = shadowMask(lit, mapped, mappedCount);
+    EXPECT_GT(tracedCount, size_t(kWidth) * kHeight / 20);
+    size_t differ = 0;
+    for (size_t i = 0; i < a.size(); ++i)
+        differ += a[i] != b[i];
+    EXPECT_LT(double(differ), share * double(tracedCount))
+        << differ << " pixels differ of " << tracedCount << " and " << mappedCount;
+}
+
 TEST_F(DepthMapRender, ADepthMapShadowFallsWhereTheRayTracedOneDoes) {
     const TrenderedImage lit = render(*scene(""));
     TframeStats stats;
@@ -115,18 +131,9 @@ TEST_F(DepthMapRender, ADepthMapShadowFallsWhereTheRayTracedOneDoes) {
     EXPECT_EQ(stats.depthMapsWritten, 0u);
     EXPECT_TRUE(fs::is_empty(fDir));
 
-    size_t tracedCount = 0, mappedCount = 0;
-    const std::vector<bool> a = shadowMask(lit, traced, tracedCount);
-    const std::vector<bool> b = shadowMask(lit, mapped, mappedCount);
-    // The shadows of the ball and the box take a good part of the picture.
-    EXPECT_GT(tracedCount, size_t(kWidth) * kHeight / 20);
-    size_t differ = 0;
-    for (size_t i = 0; i < a.size(); ++i)
-        differ += a[i] != b[i];
     // Within a pixel along the edges: the map's texels are smaller than a
     // pixel here, its filter softens the edge by about one.
-    EXPECT_LT(double(differ), 0.05 * double(tracedCount))
-        << differ << " pixels differ of " << tracedCount << " and " << mappedCount;
+    expectShadowsAlike(lit, traced, mapped, 0.05);
 }
 
 TEST_F(DepthMapRender, AWrittenMapIsReusedWithoutBeingRenderedAgain) {
@@ -163,6 +170,57 @@ TEST_F(DepthMapRender, AWrittenMapIsReusedWithoutBeingRenderedAgain) {
     render(*graph, &stats);
     EXPECT_EQ(stats.depthMapsRendered, 1u);
     EXPECT_EQ(stats.depthMapsRead, 0u);
+}
+
+// The sun off, a light with a position in its place: a point light (a cube
+// of six maps) or a spot light (one perspective map through its cone).
+const char* kPointLight = "set sunShape.intensity 0\n"
+                          "node transform bulb\nset bulb.translate -2 5 2\n"
+                          "node pointLight bulbShape -parent bulb\n"
+                          "set bulbShape.intensity 1.2\n";
+const char* kSpotLight = "set sunShape.intensity 0\n"
+                         "node transform spot\nset spot.translate 0 6 0\n"
+                         "set spot.rotate -90 0 0\n"
+                         "node spotLight bulbShape -parent spot\n"
+                         "set bulbShape.coneAngle 1.75\n";
+
+TEST_F(DepthMapRender, PointAndSpotMapsShadowWhereTheirRaysDo) {
+    for (const char* light : {kPointLight, kSpotLight}) {
+        const std::string base(light);
+        const TrenderedImage lit = render(*scene(base));
+        const TrenderedImage traced =
+            render(*scene(base + "set bulbShape.useRayTraceShadows true\n"));
+        TframeStats stats;
+        const TrenderedImage mapped = render(*scene(base + "set bulbShape.useDepthMapShadows true\n"
+                                                           "set bulbShape.dmapResolution 256\n"),
+                                             &stats);
+        // A cube has six faces (the one looking up sees nothing, and is
+        // rendered all the same); a spot, one view.
+        EXPECT_EQ(stats.depthMapsRendered, light == kPointLight ? 6u : 1u);
+        expectShadowsAlike(lit, traced, mapped, 0.08);
+    }
+}
+
+TEST_F(DepthMapRender, APointLightsCubeIsWrittenFaceByFaceAndReusedWhole) {
+    auto graph = scene(std::string(kPointLight) + "set bulbShape.useDepthMapShadows true\n"
+                                                  "set bulbShape.dmapResolution 64\n"
+                                                  "set bulbShape.useMidDistDmap false\n"
+                                                  "set bulbShape.writeDmap true\n");
+    TframeStats stats;
+    const TrenderedImage first = render(*graph, &stats);
+    EXPECT_EQ(stats.depthMapsRendered, 6u);
+    EXPECT_EQ(stats.depthMapsWritten, 6u);
+    for (const char* face : {"XP", "YP", "ZP", "XN", "YN", "ZN"})
+        EXPECT_TRUE(fs::exists(fDir / (std::string("_bulbShape_") + face + ".iff"))) << face;
+    graph->setPlugValueFromWords(graph->findPlug("bulbShape.writeDmap"), {"false"});
+    graph->setPlugValueFromWords(graph->findPlug("bulbShape.reuseDmap"), {"true"});
+    const TrenderedImage second = render(*graph, &stats);
+    EXPECT_EQ(stats.depthMapsRendered, 0u);
+    EXPECT_EQ(stats.depthMapsRead, 6u);
+    EXPECT_EQ(stats.depthMapRays, 0u);
+    ASSERT_EQ(first.pixels.size(), second.pixels.size());
+    for (size_t i = 0; i < first.pixels.size(); ++i)
+        ASSERT_NEAR(first.pixels[i], second.pixels[i], 1e-5) << i;
 }
 
 TEST_F(DepthMapRender, ADamagedFileLeavesTheLightUnshadowedWithOneWarning) {

@@ -39,6 +39,8 @@ const GoldenCase kCases[] = {
     {"default_scene", 160, 90, 4, "default_scene.qsl"},
     // The five specular materials side by side.
     {"materials", 160, 50, 4, "materials.qsl"},
+    // Spot, area, point and volume lights with their shadows.
+    {"lights", 160, 90, 4, "lights.qsl"},
 };
 
 std::string goldenPath(const std::string& name, const char* extension) {
