@@ -23,7 +23,7 @@ constexpr double kDegrees = 0.017453292519943295;
 
 // ---------------------------------------------------------------- ramps
 
-void TrampData::valueAt01(float x, float* out) const {
+void TvolumeRamp::valueAt01(float x, float* out) const {
     const unsigned n = header ? header->count : 0u;
     auto entry = [&](unsigned k) {
         return header->data + size_t(k) * header->stride + valueAt;
@@ -107,32 +107,32 @@ void TrampData::valueAt01(float x, float* out) const {
     }
 }
 
-T3Float TrampData::colorAtPoint(float x) const {
+T3Float TvolumeRamp::colorAtPoint(float x) const {
     float v[3];
     valueAt01(x, v);
     return {v[0], v[1], v[2]};
 }
 
-float TrampData::valueAtPoint(float x) const {
+float TvolumeRamp::valueAtPoint(float x) const {
     float v[3];
     valueAt01(x, v);
     return v[0];
 }
 
-TrampData TvolumeLightShape::colorRamp(TdataBlock& block, unsigned e) const {
-    return TrampData::of(block, e, aColorRange, aColorRangePosition, aColorRangeColor,
-                         aColorRangeInterp, 3);
+TvolumeRamp TvolumeLightShape::colorRamp(TdataBlock& block, unsigned e) const {
+    return TvolumeRamp::of(block, e, aColorRange, aColorRangePosition, aColorRangeColor,
+                           aColorRangeInterp, 3);
 }
 
-TrampData TvolumeLightShape::penumbraRamp(TdataBlock& block, unsigned e) const {
-    return TrampData::of(block, e, aPenumbra, aPenumbraPosition, aPenumbraFloatValue,
-                         aPenumbraInterp, 1);
+TvolumeRamp TvolumeLightShape::penumbraRamp(TdataBlock& block, unsigned e) const {
+    return TvolumeRamp::of(block, e, aPenumbra, aPenumbraPosition, aPenumbraFloatValue,
+                           aPenumbraInterp, 1);
 }
 
-TrampData TrampData::of(TdataBlock& block, unsigned e, const Tattribute& list,
-                        const Tattribute& position, const Tattribute& value,
-                        const Tattribute& interp, int width) {
-    TrampData r;
+TvolumeRamp TvolumeRamp::of(TdataBlock& block, unsigned e, const Tattribute& list,
+                            const Tattribute& position, const Tattribute& value,
+                            const Tattribute& interp, int width) {
+    TvolumeRamp r;
     r.header = block.vectorInputValue(list, e, 1)[0].asMultiHeader();
     r.valueAt = TmultiBuilder::valueOffset(list);
     r.positionAt = position.offsetInParent();
@@ -148,8 +148,8 @@ bool TvolumeLightShape::inside(const T3Float& p) {
     return p.x > -1.0f && p.x < 1.0f && p.y > -1.0f && p.y < 1.0f && p.z > -1.0f && p.z < 1.0f;
 }
 
-bool TvolumeLightShape::computeVolumeLight(const TrampData& colorRamp,
-                                           const TrampData& penumbraRamp, const T3Float& p,
+bool TvolumeLightShape::computeVolumeLight(const TvolumeRamp& colorRamp,
+                                           const TvolumeRamp& penumbraRamp, const T3Float& p,
                                            int lightShape, float arc, int direction,
                                            float coneEndRadius, T3Float& outDirection,
                                            T3Float& outColor) {
@@ -254,8 +254,8 @@ void TvolumeLightShape::illuminate(LightBatch& b) {
     const TvectorDataHandle amount = b.block.vectorInputValue(aFogIntensity, b.first, b.count);
     for (unsigned i = 0; i < b.count; ++i) {
         const int e = int(i);
-        const TrampData colors = colorRamp(b.block, b.first + i);
-        const TrampData penumbra = penumbraRamp(b.block, b.first + i);
+        const TvolumeRamp colors = colorRamp(b.block, b.first + i);
+        const TvolumeRamp penumbra = penumbraRamp(b.block, b.first + i);
         auto at = [&](const T3Float& p, T3Float& direction, T3Float& colour) {
             return computeVolumeLight(colors, penumbra, p, shape[e].asShort(), arc[e].asFloat(),
                                       way[e].asShort(), end[e].asFloat(), direction, colour);

@@ -86,7 +86,7 @@ ORVO_NODE(TvolumeLightShape, TpointLightShape, "volumeLight", "VOLL", 892, "kVol
 
 // A ramp of a volume light as its block holds it: entries of a position,
 // a value (a colour or a float) and how to blend toward the next entry.
-struct TrampData {
+struct TvolumeRamp {
     const TmultiHeader* header = nullptr;
     uint32_t valueAt = 0, positionAt = 0, dataAt = 0, interpAt = 0;
     int width = 3; // floats in a value
@@ -97,9 +97,9 @@ struct TrampData {
     void valueAt01(float x, float* out) const;
     T3Float colorAtPoint(float x) const;
     // The ramp `list` of element e, its entries' children given.
-    static TrampData of(TdataBlock& block, unsigned e, const Tattribute& list,
-                        const Tattribute& position, const Tattribute& value,
-                        const Tattribute& interp, int width);
+    static TvolumeRamp of(TdataBlock& block, unsigned e, const Tattribute& list,
+                          const Tattribute& position, const Tattribute& value,
+                          const Tattribute& interp, int width);
     float valueAtPoint(float x) const;
 };
 
@@ -108,7 +108,7 @@ public:
     // The light at `p` (the light's space) for a shape, with `direction`
     // the volumeLightDir: colour and direction (the light's space) out.
     // False where the shape or the arc gives no light.
-    static bool computeVolumeLight(const TrampData& colorRamp, const TrampData& penumbraRamp,
+    static bool computeVolumeLight(const TvolumeRamp& colorRamp, const TvolumeRamp& penumbraRamp,
                                    const T3Float& p, int lightShape, float arc, int direction,
                                    float coneEndRadius, T3Float& outDirection, T3Float& outColor);
     // Inside the unit box, its faces excluded.
@@ -124,7 +124,7 @@ protected:
     bool rayTracedShadows(LightBatch& b, Tspectrum* reflectance) override;
 
 private:
-    TrampData colorRamp(TdataBlock& block, unsigned e) const;
-    TrampData penumbraRamp(TdataBlock& block, unsigned e) const;
+    TvolumeRamp colorRamp(TdataBlock& block, unsigned e) const;
+    TvolumeRamp penumbraRamp(TdataBlock& block, unsigned e) const;
     T3Float toEye(const T3Float& localDirection) const;
 };
