@@ -157,6 +157,10 @@ const std::map<std::string, std::set<std::string>> kInputsOfNoOutput = {
       "vrOutlinesAtIntersections", "materialAlphaGain", "hardwareShader"}},
     {"place2dTexture", {"vertexUvOne", "vertexUvTwo", "vertexUvThree", "vertexCameraOne"}},
     {"ambientLight", {"castSoftShadows"}},
+    // Sample values handed on as they are: a network reads them directly.
+    {"samplerInfo",
+     {"pointCamera", "pointObj", "pointWorld", "uvCoord", "tangentUCamera", "tangentVCamera",
+      "matrixEyeToWorld", "pixelCenter", "flippedNormal"}},
     {"directionalLight", kDepthMapSettings},
     {"spotLight", kLightWithFog},
     {"areaLight", kLightWithFog},
