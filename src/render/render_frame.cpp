@@ -119,9 +119,8 @@ void TrenderFrameSetup::setUpShadingGroups(TrenderScene& scene, const std::strin
             if (!usable)
                 object->setEngine(nullptr);
             object->setOpaque(opaque);
-            object->setRayOptions(
-                (engine->surfaceIsRefracting() ? kRayOptionRefracts : 0u) |
-                (engine->surfaceIsReflecting() ? kRayOptionReflects : 0u));
+            object->setRayOptions((engine->surfaceIsRefracting() ? kRayOptionRefracts : 0u) |
+                                  (engine->surfaceIsReflecting() ? kRayOptionReflects : 0u));
         }
     }
     for (const auto& object : scene.objects())

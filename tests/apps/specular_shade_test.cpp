@@ -15,11 +15,11 @@
 namespace {
 
 void expectShade(int pass, double r, double g, double b) {
-    const ToolResult out = runTool(
-        {"shade", std::string(ORVO_TEST_DATA_DIR) + "/scenes/materials/blinn_sun.qsl", "-g",
-         "shinySG", "--res", "1", "1", "--json", "--pass", std::to_string(pass), "--field",
-         "normalCamera=0,0.70710678,0.70710678", "--field", "rayDirection=0,0,-1", "--print",
-         "outColor"});
+    const ToolResult out =
+        runTool({"shade", std::string(ORVO_TEST_DATA_DIR) + "/scenes/materials/blinn_sun.qsl", "-g",
+                 "shinySG", "--res", "1", "1", "--json", "--pass", std::to_string(pass), "--field",
+                 "normalCamera=0,0.70710678,0.70710678", "--field", "rayDirection=0,0,-1",
+                 "--print", "outColor"});
     ASSERT_EQ(out.exitCode, 0) << out.err;
     double c[3] = {-1, -1, -1};
     ASSERT_EQ(std::sscanf(out.out.c_str(), "{\"i\": 0, \"j\": 0, \"outColor\": [%lf, %lf, %lf]}",

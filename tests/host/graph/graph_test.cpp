@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "host/graph/graph_test_nodes.h"
 #include "host/graph.h"
+#include "host/graph/graph_test_nodes.h"
 
 namespace {
 
