@@ -67,10 +67,15 @@ void TshadingNode::incrementReferenceCount(TframeSampleData* frame) {
         shadingNodeInit(frame);
 }
 
+// The last reference of a render ends it for the node, as the first began
+// it: what the render left in the node (a sampler's address, a switch's
+// objects) goes.
 void TshadingNode::decrementReferenceCount() {
     int current = fReferences.load();
     while (current > 0 && !fReferences.compare_exchange_weak(current, current - 1)) {
     }
+    if (current == 1)
+        endOfRender();
 }
 
 void TshadingNode::ensureOnDemand(Tplug& plug, TdataBlock& block) {

@@ -38,7 +38,8 @@ public:
     virtual bool render();
     virtual int rendererProfile();
 
-    // The first reference of a render runs shadingNodeInit.
+    // The first reference of a render runs shadingNodeInit, the last
+    // endOfRender.
     void incrementReferenceCount(TframeSampleData* frame);
     void decrementReferenceCount();
     int referenceCount() const { return fReferences.load(); }

@@ -34,6 +34,8 @@ TrenderFrameSetup::TrenderFrameSetup(TdependGraph& graph, TrenderScene& scene,
     // which no other render in the process sees.
     fFrame.setRenderPass(passControl);
     fFrame.setRayTracing(sceneTracesRays(graph, scene.layer()));
+    // Switches find the objects they vary by through the scene.
+    fFrame.setObjectIdentity(&scene);
     // With ray tracing off no material or light gets a sampler: no
     // refraction, reflection or ray-traced shadow.
     fPrototype = std::make_unique<TrenderWorker>(fFrame, rayTracing() ? &fSampler : nullptr);

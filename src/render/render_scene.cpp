@@ -111,8 +111,10 @@ TrenderScene::TrenderScene(TdependGraph& graph, const std::string& sceneName, un
         if (engine && std::find(fEngines.begin(), fEngines.end(), engine) == fEngines.end())
             fEngines.push_back(engine);
     }
-    for (const auto& object : fObjects)
+    for (const auto& object : fObjects) {
         fObjectOfGroup[static_cast<const TrenderGroupBase*>(object.get())] = object->index();
+        fGroupOfShape.emplace(object->path().node(), object.get());
+    }
     buildEmbree();
 }
 
@@ -283,6 +285,11 @@ bool TrenderScene::occluded(const T3Float& origin, const T3Float& direction, flo
 int TrenderScene::objectOf(const void* id) const {
     const auto found = fObjectOfGroup.find(id);
     return found == fObjectOfGroup.end() ? -1 : int(found->second);
+}
+
+void* TrenderScene::objectIdOf(const TdependNode* node) const {
+    const auto found = fGroupOfShape.find(node);
+    return found == fGroupOfShape.end() ? nullptr : static_cast<void*>(found->second);
 }
 
 bool TrenderScene::hitsBack(const Thit& hit, const T3Float& direction) const {

@@ -124,7 +124,7 @@ struct TrenderView {
     TdagPath camera;
 };
 
-class TrenderScene {
+class TrenderScene : public TobjectIdentity {
 public:
     // Translates the graph as the view's render layer sees it. `sceneName`
     // names the file in messages. Throws TrenderError when there is nothing
@@ -165,6 +165,9 @@ public:
     bool occluded(const T3Float& origin, const T3Float& direction, float near, float far) const;
     // The object whose render group is `id` (a sample's objectId), or -1.
     int objectOf(const void* id) const;
+    // The render group of the first instance of the shape `node` (each
+    // instance is an object of its own, and a shape names one of them).
+    void* objectIdOf(const TdependNode* node) const override;
     // The ray leaves the hit triangle's outside: it hit the triangle's back.
     bool hitsBack(const Thit& hit, const T3Float& direction) const;
 
@@ -187,6 +190,7 @@ private:
     std::vector<std::unique_ptr<TrenderObject>> fObjects;
     std::vector<TDNshadingEngine*> fEngines;
     std::unordered_map<const void*, unsigned> fObjectOfGroup;
+    std::unordered_map<const TdependNode*, TrenderGroupBase*> fGroupOfShape;
     float fEpsilon = 1e-4f;
     RTCDeviceTy* fDevice = nullptr;
     RTCSceneTy* fScene = nullptr;

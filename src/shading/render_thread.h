@@ -68,6 +68,16 @@ public:
 };
 
 class TrenderCamera;
+class TdependNode;
+
+// How a renderer names its objects to the nodes that vary by object (the
+// shading switches): the id its samples carry in objectId for the surfaces
+// that `node` (a shape) makes, or null when it renders none of them.
+class TobjectIdentity {
+public:
+    virtual ~TobjectIdentity() = default;
+    virtual void* objectIdOf(const TdependNode* node) const = 0;
+};
 
 // What all render threads of a frame share, read-mostly.
 class TframeConstants {
@@ -101,6 +111,9 @@ public:
     void setRayTracing(bool on) { fRayTracing = on; }
     const T4dFltMatrix& eyeToWorld() const { return fEyeToWorld; }
     void setEyeToWorld(const T4dFltMatrix& m) { fEyeToWorld = m; }
+    // Null without a renderer's objects (a shade of a plain grid).
+    const TobjectIdentity* objectIdentity() const { return fObjects; }
+    void setObjectIdentity(const TobjectIdentity* objects) { fObjects = objects; }
 
     // The frame whose samples this thread shades now, or null. A sample
     // manager makes its thread's frame current while it compiles and runs
@@ -129,6 +142,7 @@ private:
     int fRenderPass = 0;
     bool fRayTracing = true;
     T4dFltMatrix fEyeToWorld;
+    const TobjectIdentity* fObjects = nullptr;
 };
 
 // The render pass of the frame this thread shades (a TrenderPass value);

@@ -11,6 +11,7 @@
 #include "host/node_mutex.h"
 #include "shading/analysis_pvt.h"
 #include "shading/ray_options.h"
+#include "shading/render_thread.h"
 
 ORVO_REGISTER_NODE(TDNshadingEngine)
 
@@ -329,7 +330,13 @@ void* TDNshadingEngine::getObjectId(void*, const Tplug* plug) const {
     if (!plug || plug->isNull())
         return nullptr;
     const Tplug source = plug->source();
-    return source.isNull() ? plug->node() : source.node();
+    TdependNode* node = source.isNull() ? plug->node() : source.node();
+    // In a render the id is the renderer's own, the one its samples carry;
+    // elsewhere a node stands for itself.
+    const TframeConstants* frame = TframeConstants::current();
+    if (frame && frame->objectIdentity())
+        return frame->objectIdentity()->objectIdOf(node);
+    return node;
 }
 
 unsigned TDNshadingEngine::defineUserSampleData(TSEnodeDescription* description,
