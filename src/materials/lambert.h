@@ -6,6 +6,7 @@
 // matte outputs, and refraction through the ray sampler.
 
 #include "framework/node_pattern.h"
+#include "materials/refraction.h"
 #include "shading/ray_options.h"
 #include "shading/ray_sampler.h"
 #include "shading/render_thread.h"
@@ -246,12 +247,6 @@ protected:
     // outColor, is all of outColor in the highlight pass, and glows.
     void finishColour(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count,
                       const T3Float* highlight, int pass);
-    // Fills a ray record for each refracting slot of the samples. The slot
-    // table has 3 slots a sample with chromatic aberration, 1 otherwise,
-    // and gets the number of the ray made in each (it comes in as -1).
-    void formRefractiveRays(TdataBlock& block, unsigned first, unsigned count, short* slotOfRay,
-                            short& rayCount, TgenericRay** rays, Tspectrum* colours,
-                            Tspectrum* transmissions);
     // Adds the light refracted through the samples to `accumulated`, one
     // triple a sample.
     void accumulateRefraction(TdataBlock& block, unsigned first, unsigned count,
@@ -261,6 +256,8 @@ protected:
     float fTranslucenceCutoff;
 
 private:
+    static const TrefractionAttributes& refractionAttributes();
+    // The transparency of each sample, as the shared refraction steps take it.
+    static void transparencies(TdataBlock& block, unsigned first, unsigned count, T3Float* out);
     void computeLambertChunk(TdataBlock& block, unsigned first, unsigned count, int pass);
-    void computeTransparencyChunk(TdataBlock& block, unsigned first, unsigned count, int pass);
 };

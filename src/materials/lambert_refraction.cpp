@@ -1,4 +1,7 @@
-// lambert: transmission, refracted rays and the light they bring back.
+// Transmission, refracted rays and the light they bring back: the steps
+// every classic material shares, and lambert's use of them.
+
+#include "materials/refraction.h"
 
 #include <algorithm>
 #include <cmath>
@@ -8,6 +11,10 @@
 #include "materials/ray_scratch.h"
 
 namespace {
+
+// The steps keep one triple a sample on the stack: runs longer than this go
+// a part at a time.
+constexpr unsigned kRun = 256;
 
 unsigned slotsOf(bool aberration) {
     return aberration ? 3u : 1u;
@@ -23,39 +30,22 @@ unsigned countSlots(const TvectorDataHandle& aberration, unsigned count) {
 // The colour filter of each chromatic aberration slot.
 const Tspectrum kSlotFilter[3] = {kRedSpectrum, kGreenSpectrum, kBlueSpectrum};
 
-} // namespace
+void transmissionRun(TdependNode& node, const TrefractionAttributes& a, TdataBlock& block,
+                     unsigned first, unsigned count, const T3Float* transparency, int pass) {
+    const TvectorDataHandle hide = block.vectorInputValue(*a.hideSource, first, count);
+    T3Float transmission[kRun];
+    for (unsigned i = 0; i < count; ++i)
+        transmission[i] = hide[int(i)].asBool() ? T3Float{1.0f, 1.0f, 1.0f} : transparency[i];
 
-// ---------------------------------------------------------------- transmission
-
-void TdnLambert::computeTransparency(const Tplug&, TdataBlock& block, unsigned first,
-                                     unsigned count) {
-    const int pass = OrvoRenderPass();
-    for (unsigned done = 0; done < count; done += kChunk)
-        computeTransparencyChunk(block, first + done, std::min(kChunk, count - done), pass);
-}
-
-void TdnLambert::computeTransparencyChunk(TdataBlock& block, unsigned first, unsigned count,
-                                          int pass) {
-    const TvectorDataHandle hide = block.vectorInputValue(aHideSource, first, count);
-    const TvectorDataHandle transparency = block.vectorInputValue(aTransparency, first, count);
-    T3Float transmission[kChunk];
-    for (unsigned i = 0; i < count; ++i) {
-        const int e = int(i);
-        transmission[i] =
-            hide[e].asBool() ? T3Float{1.0f, 1.0f, 1.0f}
-                             : T3Float{transparency[e].asFloat3()[0], transparency[e].asFloat3()[1],
-                                       transparency[e].asFloat3()[2]};
-    }
-
-    if (TraySampler* sampler = OrvoRaySamplerOf(block, aRaySampler, first, count)) {
+    if (TraySampler* sampler = OrvoRaySamplerOf(block, *a.raySampler, first, count)) {
         const TvectorDataHandle aberration =
-            block.vectorInputValue(aChromaticAberration, first, count);
+            block.vectorInputValue(*a.chromaticAberration, first, count);
         OrvoWithRayScratch(*sampler, countSlots(aberration, count), [&](TrayScratch& s) {
-            formRefractiveRays(block, first, count, s.slotOfRay, s.rayCount, s.rays, s.colours,
-                               s.transmissions);
+            OrvoFormRefractiveRays(a, block, first, count, transparency, s.slotOfRay, s.rayCount,
+                                   s.rays, s.colours, s.transmissions);
             if (s.rayCount <= 0)
                 return;
-            sampler->traceRays(this, unsigned(s.rayCount), s.rays, s.colours, s.transmissions);
+            sampler->traceRays(&node, unsigned(s.rayCount), s.rays, s.colours, s.transmissions);
             const short* slot = s.slotOfRay;
             for (unsigned i = 0; i < count; ++i) {
                 const bool split = aberration[int(i)].asBool();
@@ -77,23 +67,26 @@ void TdnLambert::computeTransparencyChunk(TdataBlock& block, unsigned first, uns
         });
     }
 
-    const TvectorDataHandle outTransparency = block.vectorOutputValue(aOutTransparency, first);
+    const TvectorDataHandle outTransparency = block.vectorOutputValue(*a.outTransparency, first);
     for (unsigned i = 0; i < count; ++i)
         outTransparency[int(i)].set(transmission[i]);
     if (pass == kRenderPassShadow)
         return; // the shadow pass writes the matte from the lights
-    const TvectorDataHandle mode = block.vectorInputValue(aMatteOpacityMode, first, count);
-    const TvectorDataHandle gain = block.vectorInputValue(aMatteOpacityGain, first, count);
-    const TvectorDataHandle outMatte = block.vectorOutputValue(aOutMatteOpacity, first);
+    const TvectorDataHandle mode = block.vectorInputValue(*a.matteOpacityMode, first, count);
+    const TvectorDataHandle gain = block.vectorInputValue(*a.matteOpacity, first, count);
+    const TvectorDataHandle outMatte = block.vectorOutputValue(*a.outMatteOpacity, first);
+    using K = TdnKernel<TdnLambert>;
     for (unsigned i = 0; i < count; ++i) {
         const int e = int(i);
         const float g = gain[e].asFloat();
         const T3Float& t = transmission[i];
         switch (mode[e].asShort()) {
-        case kBlackHoleM:
-            outMatte[e].set(T3Float{kBlackHoleMatte, kBlackHoleMatte, kBlackHoleMatte});
+        case K::kBlackHoleM: {
+            const float m = TdnLambert::kBlackHoleMatte;
+            outMatte[e].set(T3Float{m, m, m});
             break;
-        case kSolidMatte:
+        }
+        case K::kSolidMatte:
             outMatte[e].set(T3Float{g, g, g});
             break;
         default:
@@ -103,26 +96,38 @@ void TdnLambert::computeTransparencyChunk(TdataBlock& block, unsigned first, uns
     }
 }
 
+} // namespace
+
+void OrvoComputeTransmission(TdependNode& node, const TrefractionAttributes& a, TdataBlock& block,
+                             unsigned first, unsigned count, const T3Float* transparency,
+                             int pass) {
+    for (unsigned done = 0; done < count; done += kRun)
+        transmissionRun(node, a, block, first + done, std::min(kRun, count - done),
+                        transparency + done, pass);
+}
+
 // ---------------------------------------------------------------- rays
 
-void TdnLambert::formRefractiveRays(TdataBlock& block, unsigned first, unsigned count,
-                                    short* slotOfRay, short& rayCount, TgenericRay** rays,
-                                    Tspectrum* colours, Tspectrum* transmissions) {
-    const TvectorDataHandle refractions = block.vectorInputValue(aRtRefractedColor, first, count);
-    const TvectorDataHandle hide = block.vectorInputValue(aHideSource, first, count);
-    const TvectorDataHandle medium = block.vectorInputValue(aMediumRefractiveIndex, first, count);
-    const TvectorDataHandle depth = block.vectorInputValue(aRayDepth, first, count);
-    const TvectorDataHandle limit = block.vectorInputValue(aRefractedRayDepthLimit, first, count);
-    const TvectorDataHandle transparency = block.vectorInputValue(aTransparency, first, count);
-    const TvectorDataHandle index = block.vectorInputValue(aRefractiveIndex, first, count);
-    const TvectorDataHandle thickness = block.vectorInputValue(aSurfaceThickness, first, count);
-    const TvectorDataHandle direction = block.vectorInputValue(aRayDirection, first, count);
-    const TvectorDataHandle normal = block.vectorInputValue(aNormalCamera, first, count);
-    const TvectorDataHandle aberration = block.vectorInputValue(aChromaticAberration, first, count);
-    const TvectorDataHandle point = block.vectorInputValue(aPointCamera, first, count);
-    const TvectorDataHandle primitive = block.vectorInputValue(aPrimitiveId, first, count);
-    const TvectorDataHandle object = block.vectorInputValue(aObjectId, first, count);
-    const TvectorDataHandle instance = block.vectorInputValue(aRayInstance, first, count);
+void OrvoFormRefractiveRays(const TrefractionAttributes& a, TdataBlock& block, unsigned first,
+                            unsigned count, const T3Float* transparency, short* slotOfRay,
+                            short& rayCount, TgenericRay** rays, Tspectrum* colours,
+                            Tspectrum* transmissions) {
+    const TvectorDataHandle refractions = block.vectorInputValue(*a.refractions, first, count);
+    const TvectorDataHandle hide = block.vectorInputValue(*a.hideSource, first, count);
+    const TvectorDataHandle medium = block.vectorInputValue(*a.mediumRefractiveIndex, first, count);
+    const TvectorDataHandle depth = block.vectorInputValue(*a.rayDepth, first, count);
+    const TvectorDataHandle limit = block.vectorInputValue(*a.refractionLimit, first, count);
+    const TvectorDataHandle index = block.vectorInputValue(*a.refractiveIndex, first, count);
+    const TvectorDataHandle thickness = block.vectorInputValue(*a.surfaceThickness, first, count);
+    const TvectorDataHandle direction = block.vectorInputValue(*a.rayDirection, first, count);
+    const TvectorDataHandle normal = block.vectorInputValue(*a.normalCamera, first, count);
+    const TvectorDataHandle aberration =
+        block.vectorInputValue(*a.chromaticAberration, first, count);
+    const TvectorDataHandle point = block.vectorInputValue(*a.pointCamera, first, count);
+    const TvectorDataHandle primitive = block.vectorInputValue(*a.primitiveId, first, count);
+    const TvectorDataHandle object = block.vectorInputValue(*a.objectId, first, count);
+    const TvectorDataHandle instance = block.vectorInputValue(*a.rayInstance, first, count);
+    constexpr float kOpaqueTransparency = TdnLambert::kOpaqueTransparency;
 
     rayCount = 0;
     short* slot = slotOfRay;
@@ -130,11 +135,11 @@ void TdnLambert::formRefractiveRays(TdataBlock& block, unsigned first, unsigned 
         const int e = int(i);
         const unsigned slots = slotsOf(aberration[e].asBool());
         const float n1 = medium[e].asFloat();
-        const float* tr = transparency[e].asFloat3();
+        const T3Float& tr = transparency[i];
         const bool seeThrough = tr[0] > kOpaqueTransparency || tr[1] > kOpaqueTransparency ||
                                 tr[2] > kOpaqueTransparency;
         if (!refractions[e].asBool() || hide[e].asBool() ||
-            !(std::fabs(double(n1) - kUnknownMedium) > 0.001) ||
+            !(std::fabs(double(n1) - TdnLambert::kUnknownMedium) > 0.001) ||
             !(depth[e].asShort() < limit[e].asShort()) || !seeThrough) {
             slot += slots;
             continue;
@@ -154,7 +159,7 @@ void TdnLambert::formRefractiveRays(TdataBlock& block, unsigned first, unsigned 
             n2 = 1.0f; // leaving the medium: back to air
         const float cosI = -(I[0] * N[0] + I[1] * N[1] + I[2] * N[2]);
         for (unsigned k = 0; k < slots; ++k) {
-            const float nk = n2 + kAberrationStep * float(k);
+            const float nk = n2 + TdnLambert::kAberrationStep * float(k);
             const float eta = n1 / nk;
             const float x = 1.0f - (1.0f - cosI * cosI) * eta * eta;
             TgenericRay& ray = *rays[rayCount];
@@ -185,15 +190,16 @@ void TdnLambert::formRefractiveRays(TdataBlock& block, unsigned first, unsigned 
     }
 }
 
-void TdnLambert::accumulateRefraction(TdataBlock& block, unsigned first, unsigned count,
-                                      T3Float* accumulated) {
-    TraySampler* sampler = OrvoRaySamplerOf(block, aRaySampler, first, count);
+void OrvoAccumulateRefraction(TdependNode& node, const TrefractionAttributes& a, TdataBlock& block,
+                              unsigned first, unsigned count, const T3Float* transparency,
+                              T3Float* accumulated) {
+    TraySampler* sampler = OrvoRaySamplerOf(block, *a.raySampler, first, count);
     if (!sampler)
         return;
-    for (unsigned done = 0; done < count; done += kChunk) {
-        const unsigned from = first + done, n = std::min(kChunk, count - done);
-        const TvectorDataHandle refractions = block.vectorInputValue(aRtRefractedColor, from, n);
-        const TvectorDataHandle hide = block.vectorInputValue(aHideSource, from, n);
+    for (unsigned done = 0; done < count; done += kRun) {
+        const unsigned from = first + done, n = std::min(kRun, count - done);
+        const TvectorDataHandle refractions = block.vectorInputValue(*a.refractions, from, n);
+        const TvectorDataHandle hide = block.vectorInputValue(*a.hideSource, from, n);
         auto refracting = [&](unsigned i) {
             return refractions[int(i)].asBool() && !hide[int(i)].asBool();
         };
@@ -202,17 +208,18 @@ void TdnLambert::accumulateRefraction(TdataBlock& block, unsigned first, unsigne
             any = refracting(i);
         if (!any)
             continue;
-        const TvectorDataHandle aberration = block.vectorInputValue(aChromaticAberration, from, n);
-        const TvectorDataHandle transparency = block.vectorInputValue(aTransparency, from, n);
-        const TvectorDataHandle thickness = block.vectorInputValue(aSurfaceThickness, from, n);
-        const TvectorDataHandle absorbance = block.vectorInputValue(aLightAbsorbance, from, n);
-        const TvectorDataHandle depth = block.vectorInputValue(aTransparencyDepth, from, n);
+        const TvectorDataHandle aberration =
+            block.vectorInputValue(*a.chromaticAberration, from, n);
+        const TvectorDataHandle thickness = block.vectorInputValue(*a.surfaceThickness, from, n);
+        const TvectorDataHandle absorbance = block.vectorInputValue(*a.lightAbsorbance, from, n);
+        const TvectorDataHandle depth = block.vectorInputValue(*a.transparencyDepth, from, n);
         T3Float* sums = accumulated + done;
+        const T3Float* tr = transparency + done;
         OrvoWithRayScratch(*sampler, countSlots(aberration, n), [&](TrayScratch& s) {
-            formRefractiveRays(block, from, n, s.slotOfRay, s.rayCount, s.rays, s.colours,
-                               s.transmissions);
+            OrvoFormRefractiveRays(a, block, from, n, tr, s.slotOfRay, s.rayCount, s.rays,
+                                   s.colours, s.transmissions);
             if (s.rayCount > 0)
-                sampler->traceRays(this, unsigned(s.rayCount), s.rays, s.colours, s.transmissions);
+                sampler->traceRays(&node, unsigned(s.rayCount), s.rays, s.colours, s.transmissions);
             const short* slot = s.slotOfRay;
             for (unsigned i = 0; i < n; ++i) {
                 const int e = int(i);
@@ -248,9 +255,8 @@ void TdnLambert::accumulateRefraction(TdataBlock& block, unsigned first, unsigne
                         colour *= kSlotFilter[k];
                     sum += colour * float(g);
                 }
-                const float* tr = transparency[e].asFloat3();
                 for (int ch = 0; ch < 3; ++ch)
-                    sums[i][ch] += sum[ch] * tr[ch];
+                    sums[i][ch] += sum[ch] * tr[i][ch];
                 slot += slots;
             }
             // Where no ray was made, the background shows through: once a
@@ -263,14 +269,71 @@ void TdnLambert::accumulateRefraction(TdataBlock& block, unsigned first, unsigne
             for (unsigned i = 0; i < n; ++i) {
                 const unsigned slots = slotsOf(aberration[int(i)].asBool());
                 if (refracting(i)) {
-                    const float* tr = transparency[int(i)].asFloat3();
                     for (unsigned k = 0; k < slots; ++k)
                         if (slot[k] < 0)
                             for (int ch = 0; ch < 3; ++ch)
-                                sums[i][ch] += background[ch] * tr[ch];
+                                sums[i][ch] += background[ch] * tr[i][ch];
                 }
                 slot += slots;
             }
         });
+    }
+}
+
+// ---------------------------------------------------------------- lambert's
+
+const TrefractionAttributes& TdnLambert::refractionAttributes() {
+    static const TrefractionAttributes attributes{&aRaySampler,
+                                                  &aRtRefractedColor,
+                                                  &aHideSource,
+                                                  &aMediumRefractiveIndex,
+                                                  &aRayDepth,
+                                                  &aRefractedRayDepthLimit,
+                                                  &aRefractiveIndex,
+                                                  &aSurfaceThickness,
+                                                  &aRayDirection,
+                                                  &aNormalCamera,
+                                                  &aChromaticAberration,
+                                                  &aPointCamera,
+                                                  &aPrimitiveId,
+                                                  &aObjectId,
+                                                  &aRayInstance,
+                                                  &aLightAbsorbance,
+                                                  &aTransparencyDepth,
+                                                  &aMatteOpacityMode,
+                                                  &aMatteOpacityGain,
+                                                  &aOutTransparency,
+                                                  &aOutMatteOpacity};
+    return attributes;
+}
+
+void TdnLambert::transparencies(TdataBlock& block, unsigned first, unsigned count, T3Float* out) {
+    const TvectorDataHandle transparency = block.vectorInputValue(aTransparency, first, count);
+    for (unsigned i = 0; i < count; ++i) {
+        const float* t = transparency[int(i)].asFloat3();
+        out[i] = T3Float{t[0], t[1], t[2]};
+    }
+}
+
+void TdnLambert::computeTransparency(const Tplug&, TdataBlock& block, unsigned first,
+                                     unsigned count) {
+    const int pass = OrvoRenderPass();
+    for (unsigned done = 0; done < count; done += kChunk) {
+        const unsigned n = std::min(kChunk, count - done);
+        T3Float transparency[kChunk];
+        transparencies(block, first + done, n, transparency);
+        OrvoComputeTransmission(*this, refractionAttributes(), block, first + done, n, transparency,
+                                pass);
+    }
+}
+
+void TdnLambert::accumulateRefraction(TdataBlock& block, unsigned first, unsigned count,
+                                      T3Float* accumulated) {
+    for (unsigned done = 0; done < count; done += kChunk) {
+        const unsigned n = std::min(kChunk, count - done);
+        T3Float transparency[kChunk];
+        transparencies(block, first + done, n, transparency);
+        OrvoAccumulateRefraction(*this, refractionAttributes(), block, first + done, n,
+                                 transparency, accumulated + done);
     }
 }
