@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 
+#include "materials/mirror_rays.h"
 #include "materials/ray_scratch.h"
 
 ORVO_REGISTER_NODE(TdnReflect)
@@ -129,66 +130,17 @@ void TdnReflect::computeReflection(const Tplug&, TdataBlock& block, unsigned fir
     const TvectorDataHandle hide = block.vectorInputValue(aHideSource, first, count);
     const TvectorDataHandle depth = block.vectorInputValue(aRayDepth, first, count);
     const TvectorDataHandle limit = block.vectorInputValue(aReflectedRayDepthLimit, first, count);
-    const TvectorDataHandle normal = block.vectorInputValue(aNormalCamera, first, count);
-    const TvectorDataHandle direction = block.vectorInputValue(aRayDirection, first, count);
-    const TvectorDataHandle triangle = block.vectorInputValue(aTriangleNormalCamera, first, count);
-    const TvectorDataHandle point = block.vectorInputValue(aPointCamera, first, count);
-    const TvectorDataHandle medium = block.vectorInputValue(aMediumRefractiveIndex, first, count);
-    const TvectorDataHandle primitive = block.vectorInputValue(aPrimitiveId, first, count);
-    const TvectorDataHandle object = block.vectorInputValue(aObjectId, first, count);
-    const TvectorDataHandle instance = block.vectorInputValue(aRayInstance, first, count);
-
-    OrvoWithRayScratch(*sampler, count, [&](TrayScratch& s) {
-        for (unsigned i = 0; i < count; ++i) {
-            const int e = int(i);
-            if (!(reflectivity[e].asFloat() > 0.0f) || hide[e].asBool() ||
-                !(depth[e].asShort() < limit[e].asShort()))
-                continue;
-            const T3Float N = toT3(normal[e].asFloat3());
-            const T3Float I = toT3(direction[e].asFloat3());
-            const T3Float Nt = toT3(triangle[e].asFloat3());
-            // The side of the shading normal the view is on does not
-            // matter: the ray always leaves on the viewer's side.
-            float t = OrvoDot(N, I);
-            if (t > 0.0f)
-                t = -t;
-            T3Float R = I - N * (2.0f * t);
-            // An interpolated normal can send the mirror ray under the true
-            // surface: flatten it onto the triangle's plane and lift it just
-            // above.
-            const float c = OrvoDot(R, Nt);
-            if (c < 0.0f) {
-                R = normalised(R - Nt * c);
-                R = normalised(R + Nt * 0.01f);
-            }
-            TgenericRay& ray = *s.rays[s.rayCount];
-            const float* p = point[e].asFloat3();
-            for (int k = 0; k < 3; ++k) {
-                ray.origin[k] = p[k];
-                ray.direction[k] = R[k];
-            }
-            ray.maxDistance = std::numeric_limits<float>::max();
-            ray.depth = int32_t(depth[e].asShort()) + 1;
-            ray.medium = medium[e].asFloat();
-            ray.primitiveId = primitive[e].asInt();
-            ray.objectId = object[e].as<void*>();
-            ray.instance = instance[e].asInt();
-            s.colours[s.rayCount] = kBlackSpectrum;
-            s.slotOfRay[i] = s.rayCount++;
-        }
-        if (s.rayCount > 0)
-            sampler->traceRays(this, unsigned(s.rayCount), s.rays, s.colours, nullptr, s.hits);
-        Tspectrum background;
-        sampler->backgroundColor(background);
-        for (unsigned i = 0; i < count; ++i) {
-            const int e = int(i);
-            const short k = s.slotOfRay[i];
-            if (k >= 0 && s.hits[k])
-                outColor[e].set(T3Float{s.colours[k].r, s.colours[k].g, s.colours[k].b});
-            else
-                untraced(e, background);
-        }
-    });
+    uint8_t want[kFrameChunk];
+    for (unsigned i = 0; i < count; ++i) {
+        const int e = int(i);
+        want[i] = reflectivity[e].asFloat() > 0.0f && !hide[e].asBool() &&
+                  depth[e].asShort() < limit[e].asShort();
+    }
+    static const TmirrorAttributes attributes{
+        &aNormalCamera, &aRayDirection,          &aTriangleNormalCamera,
+        &aPointCamera,  &aMediumRefractiveIndex, &aPrimitiveId,
+        &aObjectId,     &aRayInstance,           &aRayDepth};
+    OrvoTraceMirrorRays(*this, *sampler, attributes, block, first, count, want, outColor, untraced);
 }
 
 // ---------------------------------------------------------------- network

@@ -61,7 +61,7 @@ protected:
     // Leaves in outColor, for each sample, what its mirror ray sees: the
     // traced colour, or reflectedColor where that is driven, or the
     // background; without a ray sampler reflectedColor where driven, else
-    // black.
+    // black. At most a batch (64 samples) a call.
     void computeReflection(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count);
 
     // The model's highlight S of each sample: the reflection term from

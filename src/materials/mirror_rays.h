@@ -1,0 +1,114 @@
+#pragma once
+
+// Mirror rays as every reflecting material traces them: one a sample that
+// wants one, leaving the surface on the viewer's side and lifted above the
+// true triangle where an interpolated normal would send it under.
+
+#include <cstdint>
+#include <limits>
+
+#include "host/datablock.h"
+#include "materials/ray_scratch.h"
+#include "shading/ray_sampler.h"
+
+class Tattribute;
+class TdependNode;
+
+// The attributes the rays are made from, a material's own.
+struct TmirrorAttributes {
+    const Tattribute* normalCamera;
+    const Tattribute* rayDirection;
+    const Tattribute* triangleNormalCamera;
+    const Tattribute* pointCamera;
+    const Tattribute* mediumRefractiveIndex;
+    const Tattribute* primitiveId;
+    const Tattribute* objectId;
+    const Tattribute* rayInstance;
+    const Tattribute* rayDepth;
+};
+
+// Traces a mirror ray for each sample i with want[i] set and writes what it
+// brings back into outColor. A sample without a ray, or whose ray hits
+// nothing, gets untraced(i, background).
+template <class Untraced>
+void OrvoTraceMirrorRays(TdependNode& node, TraySampler& sampler, const TmirrorAttributes& a,
+                         TdataBlock& block, unsigned first, unsigned count, const uint8_t* want,
+                         const TvectorDataHandle& outColor, Untraced&& untraced);
+
+// The ray of one sample: the mirror of the view `I` in `N`, kept above the
+// triangle of normal `Nt`.
+inline T3Float OrvoMirrorRayDirection(const T3Float& N, const T3Float& I, const T3Float& Nt) {
+    auto normalised = [](const T3Float& v) {
+        const float length = OrvoLength(v);
+        return length > 0.0f ? v * (1.0f / length) : v;
+    };
+    // The side of the shading normal the view is on does not matter: the
+    // ray always leaves on the viewer's side.
+    float t = OrvoDot(N, I);
+    if (t > 0.0f)
+        t = -t;
+    T3Float R = I - N * (2.0f * t);
+    // An interpolated normal can send the mirror ray under the true surface:
+    // flatten it onto the triangle's plane and lift it just above.
+    const float c = OrvoDot(R, Nt);
+    if (c < 0.0f) {
+        R = normalised(R - Nt * c);
+        R = normalised(R + Nt * 0.01f);
+    }
+    return R;
+}
+
+template <class Untraced>
+void OrvoTraceMirrorRays(TdependNode& node, TraySampler& sampler, const TmirrorAttributes& a,
+                         TdataBlock& block, unsigned first, unsigned count, const uint8_t* want,
+                         const TvectorDataHandle& outColor, Untraced&& untraced) {
+    const TvectorDataHandle normal = block.vectorInputValue(*a.normalCamera, first, count);
+    const TvectorDataHandle direction = block.vectorInputValue(*a.rayDirection, first, count);
+    const TvectorDataHandle triangle =
+        block.vectorInputValue(*a.triangleNormalCamera, first, count);
+    const TvectorDataHandle point = block.vectorInputValue(*a.pointCamera, first, count);
+    const TvectorDataHandle medium = block.vectorInputValue(*a.mediumRefractiveIndex, first, count);
+    const TvectorDataHandle primitive = block.vectorInputValue(*a.primitiveId, first, count);
+    const TvectorDataHandle object = block.vectorInputValue(*a.objectId, first, count);
+    const TvectorDataHandle instance = block.vectorInputValue(*a.rayInstance, first, count);
+    const TvectorDataHandle depth = block.vectorInputValue(*a.rayDepth, first, count);
+    auto t3 = [](const float* v) {
+        return T3Float{v[0], v[1], v[2]};
+    };
+
+    OrvoWithRayScratch(sampler, count, [&](TrayScratch& s) {
+        for (unsigned i = 0; i < count; ++i) {
+            if (!want[i])
+                continue;
+            const int e = int(i);
+            const T3Float R = OrvoMirrorRayDirection(
+                t3(normal[e].asFloat3()), t3(direction[e].asFloat3()), t3(triangle[e].asFloat3()));
+            TgenericRay& ray = *s.rays[s.rayCount];
+            const float* p = point[e].asFloat3();
+            for (int k = 0; k < 3; ++k) {
+                ray.origin[k] = p[k];
+                ray.direction[k] = R[k];
+            }
+            ray.maxDistance = std::numeric_limits<float>::max();
+            ray.depth = int32_t(depth[e].asShort()) + 1;
+            ray.medium = medium[e].asFloat();
+            ray.primitiveId = primitive[e].asInt();
+            ray.objectId = object[e].template as<void*>();
+            ray.instance = instance[e].asInt();
+            s.colours[s.rayCount] = kBlackSpectrum;
+            s.slotOfRay[i] = s.rayCount++;
+        }
+        if (s.rayCount > 0)
+            sampler.traceRays(&node, unsigned(s.rayCount), s.rays, s.colours, nullptr, s.hits);
+        Tspectrum background;
+        sampler.backgroundColor(background);
+        for (unsigned i = 0; i < count; ++i) {
+            const int e = int(i);
+            const short k = s.slotOfRay[i];
+            if (k >= 0 && s.hits[k])
+                outColor[e].set(T3Float{s.colours[k].r, s.colours[k].g, s.colours[k].b});
+            else
+                untraced(e, background);
+        }
+    });
+}
