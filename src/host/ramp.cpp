@@ -1,5 +1,6 @@
 #include "host/ramp.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "host/attribute.h"
@@ -129,4 +130,14 @@ T3Float Tramp::colorAtPoint(float t) const {
     if (fLayout.width == 1)
         return {v[0], v[0], v[0]};
     return {v[0], v[1], v[2]};
+}
+
+float Tramp::largestValue() const {
+    float largest = 0.0f;
+    for (unsigned k = 0; k < count(); ++k) {
+        float v[3];
+        value(k, v);
+        largest = k == 0 ? v[0] : std::max(largest, v[0]);
+    }
+    return largest;
 }

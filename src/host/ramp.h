@@ -43,6 +43,12 @@ public:
     // With no entries a curve is 0 everywhere.
     float valueAtPoint(float t) const;
     T3Float colorAtPoint(float t) const;
+    // The colour of a curve of one entry (the same everywhere).
+    T3Float color() const { return colorAtPoint(0.0f); }
+    unsigned entryCount() const { return count(); }
+    // The largest value of any entry (of a float curve); 0 with none. The
+    // curve never leaves its entries' range, so this bounds it.
+    float largestValue() const;
 
 private:
     unsigned count() const { return fEntries ? fEntries->count : 0u; }

@@ -41,6 +41,8 @@ const GoldenCase kCases[] = {
     {"materials", 160, 50, 4, "materials.qsl"},
     // Spot, area, point and volume lights with their shadows.
     {"lights", 160, 90, 4, "lights.qsl"},
+    // One ramp shader, three colours through a shading switch.
+    {"ramp_switch", 168, 70, 4, "ramp_switch.qsl"},
 };
 
 std::string goldenPath(const std::string& name, const char* extension) {

@@ -61,20 +61,6 @@ struct Ranges {
     }
 };
 
-// A curve attribute's entries for a run, element by element.
-struct Curve {
-    TrampData layout;
-    TvectorDataHandle entries;
-
-    Curve(TdataBlock& block, unsigned first, unsigned count, const Tattribute& curve,
-          const Tattribute& position, const Tattribute& value, const Tattribute& interp)
-        : layout(TrampData::of(curve, position, value, interp)),
-          entries(block.vectorInputValue(curve, first, count)) {}
-    Tramp at(int i) const {
-        return Tramp(layout, entries.isNull() ? nullptr : entries[i].asMultiHeader());
-    }
-};
-
 // Asked for outColor or one of its channels.
 bool asksOutColor(const Tattribute* asked, const Tattribute& outColor) {
     return asked == &outColor || asked->isDescendentOf(outColor);
@@ -90,8 +76,7 @@ bool TdnRemapValue::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsi
     const Ranges r = Ranges::of<TdnRemapValue>(block, first, count);
     const TvectorDataHandle input = block.vectorInputValue(aInputValue, first, count);
     if (asked == &aOutValue) {
-        const Curve curve(block, first, count, aValue, aValuePosition, aValueFloatValue,
-                          aValueInterp);
+        const TcurveRun curve = ORVO_FLOAT_CURVE_RUN(TdnRemapValue, Value, block, first, count);
         const TvectorDataHandle out = block.vectorOutputValue(aOutValue, first);
         for (unsigned n = 0; n < count; ++n) {
             const int i = int(n);
@@ -100,7 +85,7 @@ bool TdnRemapValue::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsi
         }
         return true;
     }
-    const Curve curve(block, first, count, aColor, aColorPosition, aColorColor, aColorInterp);
+    const TcurveRun curve = ORVO_COLOR_CURVE_RUN(TdnRemapValue, Color, block, first, count);
     const TvectorDataHandle out = block.vectorOutputValue(aOutColor, first);
     for (unsigned n = 0; n < count; ++n) {
         const int i = int(n);
@@ -116,9 +101,9 @@ bool TdnRemapColor::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsi
         return TdependNode::vectorComputePlug(plug, block, first, count);
     const Ranges r = Ranges::of<TdnRemapColor>(block, first, count);
     const TvectorDataHandle color = block.vectorInputValue(aColor, first, count);
-    const Curve red(block, first, count, aRed, aRedPosition, aRedFloatValue, aRedInterp);
-    const Curve green(block, first, count, aGreen, aGreenPosition, aGreenFloatValue, aGreenInterp);
-    const Curve blue(block, first, count, aBlue, aBluePosition, aBlueFloatValue, aBlueInterp);
+    const TcurveRun red = ORVO_FLOAT_CURVE_RUN(TdnRemapColor, Red, block, first, count);
+    const TcurveRun green = ORVO_FLOAT_CURVE_RUN(TdnRemapColor, Green, block, first, count);
+    const TcurveRun blue = ORVO_FLOAT_CURVE_RUN(TdnRemapColor, Blue, block, first, count);
     const TvectorDataHandle out = block.vectorOutputValue(aOutColor, first);
     for (unsigned n = 0; n < count; ++n) {
         const int i = int(n);
@@ -136,10 +121,9 @@ bool TdnRemapHsv::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsign
         return TdependNode::vectorComputePlug(plug, block, first, count);
     const Ranges r = Ranges::of<TdnRemapHsv>(block, first, count);
     const TvectorDataHandle color = block.vectorInputValue(aColor, first, count);
-    const Curve hue(block, first, count, aHue, aHuePosition, aHueFloatValue, aHueInterp);
-    const Curve saturation(block, first, count, aSaturation, aSaturationPosition,
-                           aSaturationFloatValue, aSaturationInterp);
-    const Curve value(block, first, count, aValue, aValuePosition, aValueFloatValue, aValueInterp);
+    const TcurveRun hue = ORVO_FLOAT_CURVE_RUN(TdnRemapHsv, Hue, block, first, count);
+    const TcurveRun saturation = ORVO_FLOAT_CURVE_RUN(TdnRemapHsv, Saturation, block, first, count);
+    const TcurveRun value = ORVO_FLOAT_CURVE_RUN(TdnRemapHsv, Value, block, first, count);
     const TvectorDataHandle out = block.vectorOutputValue(aOutColor, first);
     for (unsigned n = 0; n < count; ++n) {
         const int i = int(n);

@@ -1,41 +1,12 @@
 #pragma once
 
+#include "framework/curve_attributes.h"
 #include "framework/node_pattern.h"
 #include "framework/nodes/utility/render_utilities.h"
-#include "host/ramp.h"
 
 // remapValue, remapColor, remapHsv: a value or colour taken from an input
 // range to 0..1, pushed through editable curves, and taken to an output
 // range. No clamping: a curve holds its end values outside its entries.
-
-// The interpolation enum of a curve entry.
-#define ORVO_CURVE_INTERP(A, Name, Long, Short)                                                    \
-    A(TattributeEnum, Name##Interp, Long "_Interp", Short "i",                                     \
-      .input()                                                                                     \
-          .ORVO_FIELD(kNone, "None")                                                               \
-          .ORVO_FIELD(kLinear, "Linear")                                                           \
-          .ORVO_FIELD(kSmooth, "Smooth")                                                           \
-          .ORVO_FIELD(kSpline, "Spline")                                                           \
-          .setNativeDefaultData(0)                                                                 \
-          .lastChildOf(Name))
-
-// A curve of float values: entries of position, value and interpolation.
-#define ORVO_FLOAT_CURVE(A, Name, Long, Short)                                                     \
-    A(TattributeArrayOf<TattributeCompound>, Name, Long, Short, .inputParent())                    \
-    A(TattributeFloat, Name##Position, Long "_Position", Short "p",                                \
-      .input().setNativeDefaultData(0.0f).childOf(Name))                                           \
-    A(TattributeFloat, Name##FloatValue, Long "_FloatValue", Short "fv",                           \
-      .input().setNativeDefaultData(0.0f).childOf(Name))                                           \
-    ORVO_CURVE_INTERP(A, Name, Long, Short)
-
-// A curve of colours.
-#define ORVO_COLOR_CURVE(A, C3, Name, Long, Short)                                                 \
-    A(TattributeArrayOf<TattributeCompound>, Name, Long, Short, .inputParent())                    \
-    A(TattributeFloat, Name##Position, Long "_Position", Short "p",                                \
-      .input().setNativeDefaultData(0.0f).childOf(Name))                                           \
-    C3(Tattribute3Float, Name##Color, Long "_Color", Short "c", ORVO_RGB,                          \
-       .inputParent().colour().setNativeDefaultData(0, 0, 0).childOf(Name), .input())              \
-    ORVO_CURVE_INTERP(A, Name, Long, Short)
 
 #define ORVO_REMAP_RANGES(A)                                                                       \
     A(TattributeFloat, InputMin, "inputMin", "imn", .input().setNativeDefaultData(0.0f))           \
@@ -45,14 +16,7 @@
 
 // The enumerators every remap type has: the curve interpolations, and the
 // render pass modes of the colour utilities.
-struct TremapKernel : public TrenderPassModeKernel {
-    enum : int16_t {
-        kNone = TrampData::kNone,
-        kLinear = TrampData::kLinear,
-        kSmooth = TrampData::kSmooth,
-        kSpline = TrampData::kSpline,
-    };
-};
+struct TremapKernel : public TrenderPassModeKernel, public TcurveKernel {};
 
 // ---------------------------------------------------------------- remapValue
 

@@ -118,8 +118,7 @@ void TdnBaseSwitch::analyse(TDNshadingEngine* engine, TSEnodeDescription* descri
     TshadingDependNode::analyse(engine, description, option, fields);
     if (!engine)
         return;
-    TuInt32Array indices;
-    getExistingMultiAttributeIndices(Tplug(this, &multiParent()), indices);
+    const TuInt32Array indices = elementIndices();
     const std::lock_guard<std::mutex> lock(fMembersLock);
     fMembers.reserve(fMembers.size() + indices.size());
     for (const uint32_t index : indices) {
@@ -183,19 +182,20 @@ bool TdnBaseSwitch::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsi
         const TvectorDataHandle arrays = block.vectorInputValue(multiParent(), first, count);
         const uint32_t valueAt =
             TmultiBuilder::valueOffset(multiParent()) + offsetBelow(valueAttr(), multiParent());
-        const TvectorDataHandle fallback = block.vectorInputValue(defaultAttr(), first, count);
+        // An element with no data of its own holds the value's default.
+        alignas(16) std::byte stored[4 * sizeof(float)];
+        valueAttr().writeDefault(stored);
+        const TdataHandle unset(&block, &valueAttr(), stored);
         for (unsigned n = 0; n < count; ++n) {
             const int i = int(n);
             TdataHandle o = out[i];
             const std::byte* element =
                 arrays.isNull() ? nullptr : findElement(arrays[i].asMultiHeader(), index);
-            if (element) {
-                const TdataHandle in(&block, &valueAttr(),
-                                     const_cast<std::byte*>(element) + valueAt);
-                copyInput(o, in);
-            } else {
-                copyDefault(o, fallback[i]);
-            }
+            if (element)
+                copyInput(o, TdataHandle(&block, &valueAttr(),
+                                         const_cast<std::byte*>(element) + valueAt));
+            else
+                copyInput(o, unset);
         }
     } else {
         const TvectorDataHandle fallback = block.vectorInputValue(defaultAttr(), first, count);
@@ -222,15 +222,26 @@ bool TdnBaseSwitch::computePlug(const Tplug& plug, TdataBlock& block) {
 
 // ---------------------------------------------------------------- user interface
 
-unsigned TdnBaseSwitch::inputPlugCount() const {
+TuInt32Array TdnBaseSwitch::elementIndices() const {
     TuInt32Array indices;
     getExistingMultiAttributeIndices(Tplug(this, &multiParent()), indices);
-    return unsigned(indices.size());
+    // An element whose shape is connected but whose value was never set
+    // holds no data yet; it is an element all the same.
+    if (graph())
+        for (const auto& [source, destination] : graph()->connections())
+            if (destination.node() == this && destination.attribute() == &shapeAttr())
+                indices.push_back(destination.multiIndex(&multiParent()));
+    std::sort(indices.begin(), indices.end());
+    indices.erase(std::unique(indices.begin(), indices.end()), indices.end());
+    return indices;
+}
+
+unsigned TdnBaseSwitch::inputPlugCount() const {
+    return unsigned(elementIndices().size());
 }
 
 Tplug TdnBaseSwitch::shapeIndexPlug(unsigned i) const {
-    TuInt32Array indices;
-    getExistingMultiAttributeIndices(Tplug(this, &multiParent()), indices);
+    const TuInt32Array indices = elementIndices();
     if (i >= indices.size())
         return {};
     Tplug plug(this, &shapeAttr());
@@ -239,8 +250,7 @@ Tplug TdnBaseSwitch::shapeIndexPlug(unsigned i) const {
 }
 
 Tplug TdnBaseSwitch::shadeIndexPlug(unsigned i) const {
-    TuInt32Array indices;
-    getExistingMultiAttributeIndices(Tplug(this, &multiParent()), indices);
+    const TuInt32Array indices = elementIndices();
     if (i >= indices.size())
         return {};
     Tplug plug(this, &valueAttr());

@@ -75,6 +75,9 @@ public:
     const std::vector<std::pair<uint64_t, uint32_t>>& memberTable() const { return fMembers; }
 
 protected:
+    // The logical indices of the input elements: those with data and those
+    // with a shape connected.
+    TuInt32Array elementIndices() const;
     // The element index of an object id; kNotFound when it is not listed.
     uint32_t lookUpMultiIndex(void* objectId) const;
 
