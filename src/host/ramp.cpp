@@ -63,7 +63,7 @@ int Tramp::next(unsigned k) const {
 void Tramp::evaluate(float t, float* out) const {
     const unsigned n = count(), w = fLayout.width;
     for (unsigned c = 0; c < w; ++c)
-        out[c] = 0.0f;
+        out[c] = n == 0 ? fEmpty : 0.0f;
     if (n == 0)
         return;
     // The lower end: the last entry at or before t. The entries are scanned
@@ -133,7 +133,7 @@ T3Float Tramp::colorAtPoint(float t) const {
 }
 
 float Tramp::largestValue() const {
-    float largest = 0.0f;
+    float largest = fEmpty;
     for (unsigned k = 0; k < count(); ++k) {
         float v[3];
         value(k, v);

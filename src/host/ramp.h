@@ -36,17 +36,18 @@ struct TrampData {
 class Tramp {
 public:
     // `entries` may be null (no entries). Nothing is copied: the curve reads
-    // the block's elements in place.
-    Tramp(const TrampData& layout, const TmultiHeader* entries)
-        : fLayout(layout), fEntries(entries) {}
+    // the block's elements in place. A curve with no entries is `whenEmpty`
+    // everywhere: 0 for most, 1 for a curve that scales something and
+    // should leave it alone until the user adds an entry.
+    Tramp(const TrampData& layout, const TmultiHeader* entries, float whenEmpty = 0.0f)
+        : fLayout(layout), fEntries(entries), fEmpty(whenEmpty) {}
 
-    // With no entries a curve is 0 everywhere.
     float valueAtPoint(float t) const;
     T3Float colorAtPoint(float t) const;
     // The colour of a curve of one entry (the same everywhere).
     T3Float color() const { return colorAtPoint(0.0f); }
     unsigned entryCount() const { return count(); }
-    // The largest value of any entry (of a float curve); 0 with none. The
+    // The largest value of any entry (of a float curve); whenEmpty with none. The
     // curve never leaves its entries' range, so this bounds it.
     float largestValue() const;
 
@@ -68,4 +69,5 @@ private:
 
     TrampData fLayout;
     const TmultiHeader* fEntries;
+    float fEmpty;
 };

@@ -23,123 +23,15 @@ constexpr double kDegrees = 0.017453292519943295;
 
 // ---------------------------------------------------------------- ramps
 
-void TvolumeRamp::valueAt01(float x, float* out) const {
-    const unsigned n = header ? header->count : 0u;
-    auto entry = [&](unsigned k) {
-        return header->data + size_t(k) * header->stride + valueAt;
-    };
-    auto position = [&](unsigned k) {
-        float p;
-        std::memcpy(&p, entry(k) + positionAt, sizeof p);
-        return p;
-    };
-    auto value = [&](unsigned k, float* v) {
-        std::memcpy(v, entry(k) + dataAt, sizeof(float) * size_t(width));
-    };
-    if (n == 0) {
-        std::fill(out, out + width, fallback);
-        return;
-    }
-    // The entries at or below x and at or above it, and for a spline the
-    // ones beyond each: the list is small and kept in the user's order.
-    int low = -1, high = -1;
-    for (unsigned k = 0; k < n; ++k) {
-        const float p = position(k);
-        if (p <= x && (low < 0 || p > position(unsigned(low))))
-            low = int(k);
-        if (p >= x && (high < 0 || p < position(unsigned(high))))
-            high = int(k);
-    }
-    if (low < 0 || high < 0 || low == high) {
-        value(unsigned(low < 0 ? high : low), out);
-        return;
-    }
-    const float p0 = position(unsigned(low)), p1 = position(unsigned(high));
-    float a[3], c[3];
-    value(unsigned(low), a);
-    value(unsigned(high), c);
-    if (p1 <= p0) {
-        std::copy(a, a + width, out);
-        return;
-    }
-    const float t = (x - p0) / (p1 - p0);
-    int16_t interp;
-    std::memcpy(&interp, entry(unsigned(low)) + interpAt, sizeof interp);
-    switch (interp) {
-    case K::kNone:
-        std::copy(a, a + width, out);
-        return;
-    case K::kSmooth: {
-        const float w = t * t * (3.0f - 2.0f * t);
-        for (int k = 0; k < width; ++k)
-            out[k] = a[k] + (c[k] - a[k]) * w;
-        return;
-    }
-    case K::kSpline: {
-        // Catmull-Rom through the neighbours; a missing one is mirrored.
-        int before = -1, after = -1;
-        for (unsigned k = 0; k < n; ++k) {
-            const float p = position(k);
-            if (p < p0 && (before < 0 || p > position(unsigned(before))))
-                before = int(k);
-            if (p > p1 && (after < 0 || p < position(unsigned(after))))
-                after = int(k);
-        }
-        float b0[3], b3[3];
-        if (before >= 0)
-            value(unsigned(before), b0);
-        if (after >= 0)
-            value(unsigned(after), b3);
-        for (int k = 0; k < width; ++k) {
-            const float v0 = before >= 0 ? b0[k] : 2.0f * a[k] - c[k];
-            const float v3 = after >= 0 ? b3[k] : 2.0f * c[k] - a[k];
-            const float t2 = t * t, t3 = t2 * t;
-            out[k] = 0.5f * (2.0f * a[k] + (c[k] - v0) * t +
-                             (2.0f * v0 - 5.0f * a[k] + 4.0f * c[k] - v3) * t2 +
-                             (3.0f * a[k] - 3.0f * c[k] + v3 - v0) * t3);
-        }
-        return;
-    }
-    default:
-        for (int k = 0; k < width; ++k)
-            out[k] = a[k] + (c[k] - a[k]) * t;
-        return;
-    }
+Tramp TvolumeLightShape::colorRamp(TdataBlock& block, unsigned e) const {
+    return Tramp(
+        TrampData::of(aColorRange, aColorRangePosition, aColorRangeColor, aColorRangeInterp),
+        block.vectorInputValue(aColorRange, e, 1)[0].asMultiHeader(), 1.0f);
 }
 
-T3Float TvolumeRamp::colorAtPoint(float x) const {
-    float v[3];
-    valueAt01(x, v);
-    return {v[0], v[1], v[2]};
-}
-
-float TvolumeRamp::valueAtPoint(float x) const {
-    float v[3];
-    valueAt01(x, v);
-    return v[0];
-}
-
-TvolumeRamp TvolumeLightShape::colorRamp(TdataBlock& block, unsigned e) const {
-    return TvolumeRamp::of(block, e, aColorRange, aColorRangePosition, aColorRangeColor,
-                           aColorRangeInterp, 3);
-}
-
-TvolumeRamp TvolumeLightShape::penumbraRamp(TdataBlock& block, unsigned e) const {
-    return TvolumeRamp::of(block, e, aPenumbra, aPenumbraPosition, aPenumbraFloatValue,
-                           aPenumbraInterp, 1);
-}
-
-TvolumeRamp TvolumeRamp::of(TdataBlock& block, unsigned e, const Tattribute& list,
-                            const Tattribute& position, const Tattribute& value,
-                            const Tattribute& interp, int width) {
-    TvolumeRamp r;
-    r.header = block.vectorInputValue(list, e, 1)[0].asMultiHeader();
-    r.valueAt = TmultiBuilder::valueOffset(list);
-    r.positionAt = position.offsetInParent();
-    r.dataAt = value.offsetInParent();
-    r.interpAt = interp.offsetInParent();
-    r.width = width;
-    return r;
+Tramp TvolumeLightShape::penumbraRamp(TdataBlock& block, unsigned e) const {
+    return Tramp(TrampData::of(aPenumbra, aPenumbraPosition, aPenumbraFloatValue, aPenumbraInterp),
+                 block.vectorInputValue(aPenumbra, e, 1)[0].asMultiHeader(), 1.0f);
 }
 
 // ---------------------------------------------------------------- the shapes
@@ -148,11 +40,10 @@ bool TvolumeLightShape::inside(const T3Float& p) {
     return p.x > -1.0f && p.x < 1.0f && p.y > -1.0f && p.y < 1.0f && p.z > -1.0f && p.z < 1.0f;
 }
 
-bool TvolumeLightShape::computeVolumeLight(const TvolumeRamp& colorRamp,
-                                           const TvolumeRamp& penumbraRamp, const T3Float& p,
-                                           int lightShape, float arc, int direction,
-                                           float coneEndRadius, T3Float& outDirection,
-                                           T3Float& outColor) {
+bool TvolumeLightShape::computeVolumeLight(const Tramp& colorRamp, const Tramp& penumbraRamp,
+                                           const T3Float& p, int lightShape, float arc,
+                                           int direction, float coneEndRadius,
+                                           T3Float& outDirection, T3Float& outColor) {
     auto dark = [&] {
         outColor = {};
         outDirection = {0.0f, 0.0f, 1.0f};
@@ -254,8 +145,8 @@ void TvolumeLightShape::illuminate(LightBatch& b) {
     const TvectorDataHandle amount = b.block.vectorInputValue(aFogIntensity, b.first, b.count);
     for (unsigned i = 0; i < b.count; ++i) {
         const int e = int(i);
-        const TvolumeRamp colors = colorRamp(b.block, b.first + i);
-        const TvolumeRamp penumbra = penumbraRamp(b.block, b.first + i);
+        const Tramp colors = colorRamp(b.block, b.first + i);
+        const Tramp penumbra = penumbraRamp(b.block, b.first + i);
         auto at = [&](const T3Float& p, T3Float& direction, T3Float& colour) {
             return computeVolumeLight(colors, penumbra, p, shape[e].asShort(), arc[e].asFloat(),
                                       way[e].asShort(), end[e].asFloat(), direction, colour);

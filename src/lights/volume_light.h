@@ -8,6 +8,7 @@
 // light's axis; an arc below 360 degrees cuts a wedge out of the shape.
 // With emitAmbient it lights like an ambient light, without a cosine.
 
+#include "host/ramp.h"
 #include "lights/point_light.h"
 
 class TvolumeLightShape;
@@ -84,31 +85,12 @@ struct TdnKernel<TvolumeLightShape> {
 ORVO_NODE(TvolumeLightShape, TpointLightShape, "volumeLight", "VOLL", 892, "kVolumeLight",
           "light:drawdb/light/volumeLight", "n_volumeLight")
 
-// A ramp of a volume light as its block holds it: entries of a position,
-// a value (a colour or a float) and how to blend toward the next entry.
-struct TvolumeRamp {
-    const TmultiHeader* header = nullptr;
-    uint32_t valueAt = 0, positionAt = 0, dataAt = 0, interpAt = 0;
-    int width = 3; // floats in a value
-    float fallback = 1.0f;
-
-    // The value at `x`, `width` floats into `out`. An empty ramp is
-    // `fallback` throughout.
-    void valueAt01(float x, float* out) const;
-    T3Float colorAtPoint(float x) const;
-    // The ramp `list` of element e, its entries' children given.
-    static TvolumeRamp of(TdataBlock& block, unsigned e, const Tattribute& list,
-                          const Tattribute& position, const Tattribute& value,
-                          const Tattribute& interp, int width);
-    float valueAtPoint(float x) const;
-};
-
 class TvolumeLightShape : public TdnPattern<TvolumeLightShape, TpointLightShape> {
 public:
     // The light at `p` (the light's space) for a shape, with `direction`
     // the volumeLightDir: colour and direction (the light's space) out.
     // False where the shape or the arc gives no light.
-    static bool computeVolumeLight(const TvolumeRamp& colorRamp, const TvolumeRamp& penumbraRamp,
+    static bool computeVolumeLight(const Tramp& colorRamp, const Tramp& penumbraRamp,
                                    const T3Float& p, int lightShape, float arc, int direction,
                                    float coneEndRadius, T3Float& outDirection, T3Float& outColor);
     // Inside the unit box, its faces excluded.
@@ -124,7 +106,8 @@ protected:
     bool rayTracedShadows(LightBatch& b, Tspectrum* reflectance) override;
 
 private:
-    TvolumeRamp colorRamp(TdataBlock& block, unsigned e) const;
-    TvolumeRamp penumbraRamp(TdataBlock& block, unsigned e) const;
+    // The ramps of element e; an empty one is 1 throughout.
+    Tramp colorRamp(TdataBlock& block, unsigned e) const;
+    Tramp penumbraRamp(TdataBlock& block, unsigned e) const;
     T3Float toEye(const T3Float& localDirection) const;
 };

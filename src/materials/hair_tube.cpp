@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "textures/ramp.h"
+#include "host/ramp.h"
 
 ORVO_REGISTER_NODE(TdnHairTubeShader)
 
@@ -21,73 +21,6 @@ ORVO_DEPENDENCIES(TdnHairTubeShader) {
 namespace {
 
 using K = TdnKernel<TdnHairTubeShader>;
-
-// The colorScale entries of one sample, read where the block holds them.
-struct ScaleEntries {
-    const TmultiHeader* header = nullptr;
-    uint32_t valueAt = 0, positionAt = 0, colourAt = 0, interpAt = 0;
-
-    unsigned count() const { return header ? header->count : 0u; }
-    template <class V>
-    V field(unsigned k, uint32_t at) const {
-        V v;
-        std::memcpy(&v, header->data + size_t(k) * header->stride + valueAt + at, sizeof v);
-        return v;
-    }
-    float position(unsigned k) const { return field<float>(k, positionAt); }
-    T3Float colour(unsigned k) const { return field<T3Float>(k, colourAt); }
-    int16_t interp(unsigned k) const { return field<int16_t>(k, interpAt); }
-
-    // The colour at x: the entries just below and above, mixed as the lower
-    // one says; a spline also reaches for the entries beyond them. With no
-    // entries the scale is 1: scatter keeps its own colour.
-    T3Float at(float x) const {
-        const unsigned n = count();
-        if (n == 0)
-            return {1.0f, 1.0f, 1.0f};
-        int low = -1, high = -1;
-        for (unsigned k = 0; k < n; ++k) {
-            const float p = position(k);
-            if (p <= x && (low < 0 || p > position(unsigned(low))))
-                low = int(k);
-            if (p >= x && (high < 0 || p < position(unsigned(high))))
-                high = int(k);
-        }
-        if (low < 0)
-            return colour(unsigned(high));
-        if (high < 0 || position(unsigned(low)) == position(unsigned(high)))
-            return colour(unsigned(low));
-        const float p1 = position(unsigned(low)), p2 = position(unsigned(high));
-        const float t = (x - p1) / (p2 - p1);
-        const T3Float c1 = colour(unsigned(low)), c2 = colour(unsigned(high));
-        switch (interp(unsigned(low))) {
-        case K::kNone:
-            return c1;
-        case K::kSmooth:
-            return c1 + (c2 - c1) * TdnRamp::interpolationWeight(TdnKernel<TdnRamp>::kSmoothInterp,
-                                                                 t, 0.0f);
-        case K::kSpline: {
-            // Catmull-Rom through the neighbours (the ends repeat).
-            int before = low, after = high;
-            for (unsigned k = 0; k < n; ++k) {
-                const float p = position(k);
-                if (p < p1 && (before == low || p > position(unsigned(before))))
-                    before = int(k);
-                if (p > p2 && (after == high || p < position(unsigned(after))))
-                    after = int(k);
-            }
-            const T3Float c0 = colour(unsigned(before)), c3 = colour(unsigned(after));
-            const float t2 = t * t, t3 = t2 * t;
-            return (c1 * 2.0f + (c2 - c0) * t + (c0 * 2.0f - c1 * 5.0f + c2 * 4.0f - c3) * t2 +
-                    (c1 * 3.0f - c0 - c2 * 3.0f + c3) * t3) *
-                   0.5f;
-        }
-        case K::kLinear:
-        default:
-            return c1 + (c2 - c1) * t;
-        }
-    }
-};
 
 } // namespace
 
@@ -118,11 +51,9 @@ void TdnHairTubeShader::highlight(TdataBlock& block, unsigned first, unsigned co
     const TvectorDataHandle reflectivity = block.vectorInputValue(aReflectivity, first, count);
     const TvectorDataHandle specular = block.vectorInputValue(aSpecularColor, first, count);
     const TvectorDataHandle color = block.vectorInputValue(aColor, first, count);
-    ScaleEntries entries;
-    entries.valueAt = TmultiBuilder::valueOffset(aColorScale);
-    entries.positionAt = aColorScalePosition.offsetInParent();
-    entries.colourAt = aColorScaleColor.offsetInParent();
-    entries.interpAt = aColorScaleInterp.offsetInParent();
+    // With no entries the scale is 1: scatter keeps its own colour.
+    const TrampData scaleLayout =
+        TrampData::of(aColorScale, aColorScalePosition, aColorScaleColor, aColorScaleInterp);
     for (unsigned i = 0; i < count; ++i) {
         const int e = int(i);
         const SpecularSample s = in.at(e);
@@ -163,9 +94,10 @@ void TdnHairTubeShader::highlight(TdataBlock& block, unsigned first, unsigned co
         const float* k = specular[e].asFloat3();
         S[i] = T3Float{lit.x * k[0], lit.y * k[1], lit.z * k[2]};
         if (kScatter >= 1e-5f) {
-            entries.header = scale.isNull() ? nullptr : scale[e].asMultiHeader();
+            const Tramp ramp(scaleLayout, scale.isNull() ? nullptr : scale[e].asMultiHeader(),
+                             1.0f);
             const float* coord = uv[e].asFloat3();
-            const T3Float tint = entries.at(alongV ? coord[1] : coord[0]);
+            const T3Float tint = ramp.colorAtPoint(alongV ? coord[1] : coord[0]);
             const float* c = color[e].asFloat3();
             for (int ch = 0; ch < 3; ++ch)
                 S[i][ch] += c[ch] * (scattered[ch] * tint[ch]);
