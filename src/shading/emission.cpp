@@ -144,9 +144,13 @@ void TSEanalysis::emit(TSEnodeDescription& d, const Tattribute& attribute, int s
             d.segmentMark[g->index()] = segment;
     }
     grouped.push_back(&attribute);
+    // An input feeds what it affects, and itself: a node read through one
+    // of its inputs (samplerInfo hands the sample's values on) needs that
+    // input filled, whether its parent or its child is asked for.
     auto feeds = [&](const Tattribute& input) {
         for (const Tattribute* g : grouped)
-            if (affects(d, input, *g))
+            if (&input == g || input.isDescendentOf(*g) || g->isDescendentOf(input) ||
+                affects(d, input, *g))
                 return true;
         return false;
     };

@@ -192,3 +192,36 @@ TEST(Renderer, ASceneWithoutCameraIsAnError) {
 }
 
 } // namespace
+
+namespace {
+
+// samplerInfo hands the sample on: its UV as red and green, and the facing
+// ratio as blue. At 32 by 32 pixels the camera ray through pixel (i, j)
+// runs along (x, y, -1) with x = (i + 0.5) / 16 - 1 and y = 1 - (j + 0.5) /
+// 16; the square's normal is (0, 0, 1): facingRatio = -(ray . normal) /
+// |ray| = 1 / sqrt(x^2 + y^2 + 1), and UV = ((i + 0.5) / 32, 1 - (j + 0.5)
+// / 32). The ratio is not linear across the image: the blend of a pixel's
+// neighbours moves it by up to 5e-4 at this size.
+TEST(Renderer, SamplerInfoGivesTheSampleItsGeometry) {
+    auto graph = sceneFromText(std::string(kUnitCamera) + kSquareAtDepth2 + R"(
+node samplerInfo info
+node condition show
+connect info.uCoord show.colorIfTrueR
+connect info.vCoord show.colorIfTrueG
+connect info.facingRatio show.colorIfTrueB
+node shadingEngine infoSG
+connect show.outColor infoSG.surfaceShader
+member infoSG squareShape
+)");
+    const Rendered r = render(*graph, 32, 32);
+    for (unsigned j = 1; j < 31; ++j)
+        for (unsigned i = 1; i < 31; ++i) {
+            const double x = (i + 0.5) / 16.0 - 1.0, y = 1.0 - (j + 0.5) / 16.0;
+            const float* p = r.image.at(i, j);
+            EXPECT_NEAR(p[0], (i + 0.5) / 32.0, 1e-4) << i << " " << j;
+            EXPECT_NEAR(p[1], 1.0 - (j + 0.5) / 32.0, 1e-4) << i << " " << j;
+            EXPECT_NEAR(p[2], 1.0 / std::sqrt(x * x + y * y + 1.0), 1e-3) << i << " " << j;
+        }
+}
+
+} // namespace
