@@ -19,6 +19,8 @@
 #include "render/render_error.h"
 #include "render/render_frame.h"
 #include "render/render_scene.h"
+#include "settings/render_globals.h"
+#include "settings/renderer_registry.h"
 #include "shading/ray_sampler.h"
 #include "shading/shading_engine.h"
 
@@ -28,7 +30,36 @@ struct Tile {
     unsigned x0, y0, x1, y1;
 };
 
+// The ray tracer is a renderer like any other to the registry.
+const bool sRegistered = [] {
+    TrendererInterface* self = TrendererRegistry::registerRenderer(Trenderer::kName);
+    self->setRendererUIName("orvo Software");
+    self->setBatchRenders(true);
+    return true;
+}();
+
 } // namespace
+
+void Trenderer::checkSceneRenderer(TdependGraph& graph, const std::string& sceneName) {
+    auto* globals = dynamic_cast<TdnRenderGlobals*>(graph.findNode("defaultRenderGlobals"));
+    const std::string name = globals ? globals->currentRenderer() : std::string(kName);
+    const TrendererInterface* renderer = TrendererRegistry::renderer(name);
+    if (renderer && renderer->batchRenders())
+        return;
+    std::vector<std::string> names;
+    TrendererRegistry::getNamesOfAvailableRenderers(names);
+    std::string list;
+    for (const std::string& n : names) {
+        const TrendererInterface* r = TrendererRegistry::renderer(n);
+        if (r && r->batchRenders())
+            list += (list.empty() ? "" : ", ") + n;
+    }
+    throw TrenderError(fmt::format(
+        "{}: defaultRenderGlobals.currentRenderer is '{}', which {}; renderers that render "
+        "in batch: {}",
+        sceneName, name, renderer ? "does not render in batch" : "is not a registered renderer",
+        list));
+}
 
 Trenderer::Trenderer(const TrenderOptions& options) : fOptions(options) {}
 

@@ -44,7 +44,16 @@ struct TframeStats {
 
 class Trenderer {
 public:
+    // The name this renderer registers under (TrendererRegistry), the one
+    // a new scene's defaultRenderGlobals.currentRenderer names.
+    static constexpr const char* kName = "orvoSoftware";
+
     explicit Trenderer(const TrenderOptions& options);
+
+    // Throws TrenderError, naming the scene and the registered renderers,
+    // unless the scene's currentRenderer is a registered renderer that
+    // renders in batch.
+    static void checkSceneRenderer(TdependGraph& graph, const std::string& sceneName);
 
     const TrenderOptions& options() const { return fOptions; }
     // The number of worker threads a frame uses.

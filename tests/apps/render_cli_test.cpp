@@ -115,6 +115,25 @@ TEST_F(RenderTool, ASceneWithoutCameraIsAUserErrorNamingTheFile) {
     EXPECT_TRUE(outputs().empty());
 }
 
+// The scene names the renderer; one nobody registered is an error that
+// lists those that can render, and `orvo renderers` shows the same list.
+TEST_F(RenderTool, AnUnknownRendererIsAUserErrorListingTheKnownOnes) {
+    const std::string scene =
+        write("other.qsl", "node transform c\nnode camera cs -parent c\n"
+                           "set defaultRenderGlobals.currentRenderer \"someoneElse\"\n");
+    const ToolResult r = runTool({"render", scene, "-o", out.string(), "--res", "8", "8"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(countLines(r.err), 1) << r.err;
+    EXPECT_NE(r.err.find(scene), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("'someoneElse'"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("orvoSoftware"), std::string::npos) << r.err;
+    EXPECT_TRUE(outputs().empty());
+    const ToolResult list = runTool({"renderers"});
+    EXPECT_EQ(list.exitCode, 0) << list.err;
+    EXPECT_EQ(list.out.rfind("orvoSoftware\t", 0), 0u) << list.out;
+    EXPECT_NE(list.out.find("\tbatch\n"), std::string::npos) << list.out;
+}
+
 TEST_F(RenderTool, AShadingGroupWithoutShaderWarnsAndRenders) {
     const std::string scene =
         write("bare.qsl",

@@ -195,6 +195,7 @@ int runRender(const RenderOptions& options) {
     auto graph = builtIn ? loadDefaultScene() : loadScene(options.scene);
     std::unique_ptr<TrenderJob> job;
     try {
+        Trenderer::checkSceneRenderer(*graph, sceneName);
         job = std::make_unique<TrenderJob>(*graph, sceneName, options.output, overrides);
     } catch (const TrenderError& e) {
         throw UserError(e.what());

@@ -12,6 +12,7 @@ void addShadeCommand(CLI::App& app, CommandRun& run);
 void addInfoCommand(CLI::App& app, CommandRun& run);
 void addNamesCommand(CLI::App& app, CommandRun& run);
 void addMaketxCommand(CLI::App& app, CommandRun& run);
+void addRenderersCommand(CLI::App& app, CommandRun& run);
 
 void addCommands(CLI::App& app, CommandRun& run) {
     addRenderCommand(app, run);
@@ -22,6 +23,7 @@ void addCommands(CLI::App& app, CommandRun& run) {
     addNamesCommand(app, run);
     addInfoCommand(app, run);
     addMaketxCommand(app, run);
+    addRenderersCommand(app, run);
 }
 
 } // namespace orvo::cli

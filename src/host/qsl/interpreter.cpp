@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include "host/callbacks.h"
 #include "host/graph.h"
 #include "host/scene/dag.h"
 #include "host/scene/object_set.h"
@@ -292,6 +293,61 @@ void commandMember(Interpreter::Context& c) {
     c.interpreter.touched(s, target->name());
 }
 
+// callbacks -addCallback COMMAND -hook NAME, -removeCallback COMMAND -hook
+// NAME, -clearCallbacks -hook NAME, -listCallbacks -hook NAME (prints them),
+// -executeCallbacks -hook NAME [ARG...].
+void commandCallbacks(Interpreter::Context& c) {
+    const Statement& s = c.statement;
+    constexpr const char* kUsage =
+        "callbacks -addCallback|-removeCallback COMMAND -hook NAME, or "
+        "callbacks -clearCallbacks|-listCallbacks|-executeCallbacks -hook NAME [ARG...]";
+    std::string action, command, hook;
+    std::vector<std::string> args;
+    for (size_t i = 0; i < s.args.size(); ++i) {
+        const Argument& a = s.args[i];
+        if (a.kind != ArgKind::Flag) {
+            if (action != "executeCallbacks" || hook.empty())
+                Interpreter::fail(s, int(i),
+                                  fmt::format("unexpected '{}' (usage: {})", argWord(a), kUsage));
+            args.push_back(a.text);
+            continue;
+        }
+        if (a.text == "hook") {
+            hook = expectName(s, i + 1, "a hook name after -hook").text;
+            ++i;
+        } else if (a.text == "addCallback" || a.text == "removeCallback" ||
+                   a.text == "clearCallbacks" || a.text == "listCallbacks" ||
+                   a.text == "executeCallbacks") {
+            if (!action.empty())
+                Interpreter::fail(s, int(i),
+                                  fmt::format("one action at a time (usage: {})", kUsage));
+            action = a.text;
+            if (action == "addCallback" || action == "removeCallback") {
+                command = expectName(s, i + 1, ("a command after -" + action).c_str()).text;
+                ++i;
+            }
+        } else {
+            Interpreter::fail(
+                s, int(i),
+                fmt::format("unknown option '-{}' of 'callbacks' (usage: {})", a.text, kUsage));
+        }
+    }
+    if (action.empty() || hook.empty())
+        Interpreter::fail(s, -1,
+                          fmt::format("'callbacks' needs an action and -hook (usage: {})", kUsage));
+    if (action == "addCallback")
+        TcallbackHooks::add(hook, command);
+    else if (action == "removeCallback")
+        TcallbackHooks::remove(hook, command);
+    else if (action == "clearCallbacks")
+        TcallbackHooks::clear(hook);
+    else if (action == "listCallbacks")
+        for (const std::string& line : TcallbackHooks::callbacks(hook))
+            c.out << line << '\n';
+    else
+        TcallbackHooks::execute(&c.graph, hook, args);
+}
+
 } // namespace
 
 Interpreter::Interpreter(TdependGraph& graph) : Interpreter(graph, std::cout) {}
@@ -313,6 +369,7 @@ Interpreter::Interpreter(TdependGraph& graph, std::ostream& out) : fGraph(graph)
     };
     fCommands["member"] = commandMember;
     fCommands["parent"] = commandParent;
+    fCommands["callbacks"] = commandCallbacks;
 }
 
 void Interpreter::addCommand(const std::string& name, Command command) {
