@@ -360,13 +360,7 @@ void TdnLambert::shadingNodeInit(TframeSampleData*) {
 }
 
 void TdnLambert::endOfRender() {
-    // The sampler goes away with the render: forget its address.
-    const Tplug plug(this, &aRaySampler);
-    void* none = nullptr;
-    if (graph() && plug.source().isNull())
-        graph()->setPlugValue(plug, &none);
-    else if (!graph())
-        setAttributeValue(&aRaySampler, &none);
+    OrvoForgetRaySampler(*this);
     TshadingDependNode::endOfRender();
 }
 
@@ -376,26 +370,7 @@ unsigned TdnLambert::transparencyOptions() {
 }
 
 void TdnLambert::groupedAttrs(const Tattribute* attribute, TattributeArray& out) {
-    out.clear();
-    if (!attribute)
-        return;
-    const Tattribute* a = attribute->parent() ? attribute->parent() : attribute;
-    const bool shadowPass = OrvoRenderPass() == kRenderPassShadow;
-    if (a == &aOutColor || a == &aOutGlowColor) {
-        out.push_back(a == &aOutColor ? &aOutGlowColor : &aOutColor);
-        if (shadowPass)
-            out.push_back(&aOutMatteOpacity);
-    } else if (a == &aOutTransparency) {
-        if (!shadowPass)
-            out.push_back(&aOutMatteOpacity);
-    } else if (a == &aOutMatteOpacity) {
-        if (shadowPass) {
-            out.push_back(&aOutColor);
-            out.push_back(&aOutGlowColor);
-        } else {
-            out.push_back(&aOutTransparency);
-        }
-    }
+    OrvoMaterialGroupedAttrs<TdnLambert>(attribute, out);
 }
 
 // ---------------------------------------------------------------- readers

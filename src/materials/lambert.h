@@ -256,8 +256,46 @@ protected:
     float fTranslucenceCutoff;
 
 private:
-    static const TrefractionAttributes& refractionAttributes();
     // The transparency of each sample, as the shared refraction steps take it.
     static void transparencies(TdataBlock& block, unsigned first, unsigned count, T3Float* out);
     void computeLambertChunk(TdataBlock& block, unsigned first, unsigned count, int pass);
 };
+
+// What one compute of a classic material writes together, for a material
+// type T with lambert's outputs: the colour and the glow (and in the shadow
+// pass the matte with them), or the transparency and the matte.
+template <class T>
+void OrvoMaterialGroupedAttrs(const Tattribute* attribute, TattributeArray& out) {
+    out.clear();
+    if (!attribute)
+        return;
+    const Tattribute* a = attribute->parent() ? attribute->parent() : attribute;
+    const bool shadowPass = OrvoRenderPass() == kRenderPassShadow;
+    if (a == &T::aOutColor || a == &T::aOutGlowColor) {
+        out.push_back(a == &T::aOutColor ? &T::aOutGlowColor : &T::aOutColor);
+        if (shadowPass)
+            out.push_back(&T::aOutMatteOpacity);
+    } else if (a == &T::aOutTransparency) {
+        if (!shadowPass)
+            out.push_back(&T::aOutMatteOpacity);
+    } else if (a == &T::aOutMatteOpacity) {
+        if (shadowPass) {
+            out.push_back(&T::aOutColor);
+            out.push_back(&T::aOutGlowColor);
+        } else {
+            out.push_back(&T::aOutTransparency);
+        }
+    }
+}
+
+// The ray sampler goes away with the render: a material forgets its
+// address (its own value, unless something drives the plug).
+template <class T>
+void OrvoForgetRaySampler(T& node) {
+    const Tplug plug(&node, &T::aRaySampler);
+    void* none = nullptr;
+    if (node.graph() && plug.source().isNull())
+        node.graph()->setPlugValue(plug, &none);
+    else if (!node.graph())
+        node.setAttributeValue(&T::aRaySampler, &none);
+}

@@ -282,31 +282,6 @@ void OrvoAccumulateRefraction(TdependNode& node, const TrefractionAttributes& a,
 
 // ---------------------------------------------------------------- lambert's
 
-const TrefractionAttributes& TdnLambert::refractionAttributes() {
-    static const TrefractionAttributes attributes{&aRaySampler,
-                                                  &aRtRefractedColor,
-                                                  &aHideSource,
-                                                  &aMediumRefractiveIndex,
-                                                  &aRayDepth,
-                                                  &aRefractedRayDepthLimit,
-                                                  &aRefractiveIndex,
-                                                  &aSurfaceThickness,
-                                                  &aRayDirection,
-                                                  &aNormalCamera,
-                                                  &aChromaticAberration,
-                                                  &aPointCamera,
-                                                  &aPrimitiveId,
-                                                  &aObjectId,
-                                                  &aRayInstance,
-                                                  &aLightAbsorbance,
-                                                  &aTransparencyDepth,
-                                                  &aMatteOpacityMode,
-                                                  &aMatteOpacityGain,
-                                                  &aOutTransparency,
-                                                  &aOutMatteOpacity};
-    return attributes;
-}
-
 void TdnLambert::transparencies(TdataBlock& block, unsigned first, unsigned count, T3Float* out) {
     const TvectorDataHandle transparency = block.vectorInputValue(aTransparency, first, count);
     for (unsigned i = 0; i < count; ++i) {
@@ -322,8 +297,8 @@ void TdnLambert::computeTransparency(const Tplug&, TdataBlock& block, unsigned f
         const unsigned n = std::min(kChunk, count - done);
         T3Float transparency[kChunk];
         transparencies(block, first + done, n, transparency);
-        OrvoComputeTransmission(*this, refractionAttributes(), block, first + done, n, transparency,
-                                pass);
+        OrvoComputeTransmission(*this, OrvoRefractionAttributesOf<TdnLambert>(), block,
+                                first + done, n, transparency, pass);
     }
 }
 
@@ -333,7 +308,7 @@ void TdnLambert::accumulateRefraction(TdataBlock& block, unsigned first, unsigne
         const unsigned n = std::min(kChunk, count - done);
         T3Float transparency[kChunk];
         transparencies(block, first + done, n, transparency);
-        OrvoAccumulateRefraction(*this, refractionAttributes(), block, first + done, n,
-                                 transparency, accumulated + done);
+        OrvoAccumulateRefraction(*this, OrvoRefractionAttributesOf<TdnLambert>(), block,
+                                 first + done, n, transparency, accumulated + done);
     }
 }

@@ -27,6 +27,17 @@ struct TmirrorAttributes {
     const Tattribute* rayDepth;
 };
 
+// The table of a material type T that names these attributes as lambert
+// does.
+template <class T>
+const TmirrorAttributes& OrvoMirrorAttributesOf() {
+    static const TmirrorAttributes attributes{
+        &T::aNormalCamera, &T::aRayDirection,          &T::aTriangleNormalCamera,
+        &T::aPointCamera,  &T::aMediumRefractiveIndex, &T::aPrimitiveId,
+        &T::aObjectId,     &T::aRayInstance,           &T::aRayDepth};
+    return attributes;
+}
+
 // Traces a mirror ray for each sample i with want[i] set and writes what it
 // brings back into outColor. A sample without a ray, or whose ray hits
 // nothing, gets untraced(i, background).

@@ -394,7 +394,8 @@ void TdnRampShader::outputChunk(const Tplug& plug, TdataBlock& block, unsigned f
     // What is seen through the surface joins the colour, not the glow.
     T3Float clear[kChunk];
     transparencies(block, first, count, clear);
-    OrvoAccumulateRefraction(*this, refractionAttributes(), block, first, count, clear, colour);
+    OrvoAccumulateRefraction(*this, OrvoRefractionAttributesOf<TdnRampShader>(), block, first,
+                             count, clear, colour);
     for (unsigned i = 0; i < count; ++i)
         outColor[int(i)].set(colour[i]);
 }
@@ -429,36 +430,8 @@ void TdnRampShader::computeReflection(const Tplug&, TdataBlock& block, unsigned 
         want[i] = reflectivity.at(e).valueAtPoint(f) > 0.0f && !hide[e].asBool() &&
                   depth[e].asShort() < limit[e].asShort();
     }
-    static const TmirrorAttributes attributes{
-        &aNormalCamera, &aRayDirection,          &aTriangleNormalCamera,
-        &aPointCamera,  &aMediumRefractiveIndex, &aPrimitiveId,
-        &aObjectId,     &aRayInstance,           &aRayDepth};
-    OrvoTraceMirrorRays(*this, *sampler, attributes, block, first, count, want, outColor, untraced);
-}
-
-const TrefractionAttributes& TdnRampShader::refractionAttributes() {
-    static const TrefractionAttributes attributes{&aRaySampler,
-                                                  &aRtRefractedColor,
-                                                  &aHideSource,
-                                                  &aMediumRefractiveIndex,
-                                                  &aRayDepth,
-                                                  &aRefractedRayDepthLimit,
-                                                  &aRefractiveIndex,
-                                                  &aSurfaceThickness,
-                                                  &aRayDirection,
-                                                  &aNormalCamera,
-                                                  &aChromaticAberration,
-                                                  &aPointCamera,
-                                                  &aPrimitiveId,
-                                                  &aObjectId,
-                                                  &aRayInstance,
-                                                  &aLightAbsorbance,
-                                                  &aTransparencyDepth,
-                                                  &aMatteOpacityMode,
-                                                  &aMatteOpacityGain,
-                                                  &aOutTransparency,
-                                                  &aOutMatteOpacity};
-    return attributes;
+    OrvoTraceMirrorRays(*this, *sampler, OrvoMirrorAttributesOf<TdnRampShader>(), block, first,
+                        count, want, outColor, untraced);
 }
 
 void TdnRampShader::transparencies(TdataBlock& block, unsigned first, unsigned count,
@@ -480,7 +453,8 @@ void TdnRampShader::computeTransparency(const Tplug&, TdataBlock& block, unsigne
         const unsigned n = std::min(kChunk, count - done);
         T3Float clear[kChunk];
         transparencies(block, first + done, n, clear);
-        OrvoComputeTransmission(*this, refractionAttributes(), block, first + done, n, clear, pass);
+        OrvoComputeTransmission(*this, OrvoRefractionAttributesOf<TdnRampShader>(), block,
+                                first + done, n, clear, pass);
     }
 }
 
@@ -509,37 +483,12 @@ void TdnRampShader::shadingNodeInit(TframeSampleData*) {
 }
 
 void TdnRampShader::endOfRender() {
-    // The sampler goes away with the render: forget its address.
-    const Tplug plug(this, &aRaySampler);
-    void* none = nullptr;
-    if (graph() && plug.source().isNull())
-        graph()->setPlugValue(plug, &none);
-    else if (!graph())
-        setAttributeValue(&aRaySampler, &none);
+    OrvoForgetRaySampler(*this);
     TshadingDependNode::endOfRender();
 }
 
 void TdnRampShader::groupedAttrs(const Tattribute* attribute, TattributeArray& out) {
-    out.clear();
-    if (!attribute)
-        return;
-    const Tattribute* a = attribute->parent() ? attribute->parent() : attribute;
-    const bool shadowPass = OrvoRenderPass() == kRenderPassShadow;
-    if (a == &aOutColor || a == &aOutGlowColor) {
-        out.push_back(a == &aOutColor ? &aOutGlowColor : &aOutColor);
-        if (shadowPass)
-            out.push_back(&aOutMatteOpacity);
-    } else if (a == &aOutTransparency) {
-        if (!shadowPass)
-            out.push_back(&aOutMatteOpacity);
-    } else if (a == &aOutMatteOpacity) {
-        if (shadowPass) {
-            out.push_back(&aOutColor);
-            out.push_back(&aOutGlowColor);
-        } else {
-            out.push_back(&aOutTransparency);
-        }
-    }
+    OrvoMaterialGroupedAttrs<TdnRampShader>(attribute, out);
 }
 
 unsigned TdnRampShader::transparencyOptions() {

@@ -180,7 +180,6 @@ protected:
     void computeReflection(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count);
 
 private:
-    static const TrefractionAttributes& refractionAttributes();
     // The transparency ramp at each sample's facing ratio.
     void transparencies(TdataBlock& block, unsigned first, unsigned count, T3Float* out);
     void outputChunk(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count,

@@ -136,11 +136,8 @@ void TdnReflect::computeReflection(const Tplug&, TdataBlock& block, unsigned fir
         want[i] = reflectivity[e].asFloat() > 0.0f && !hide[e].asBool() &&
                   depth[e].asShort() < limit[e].asShort();
     }
-    static const TmirrorAttributes attributes{
-        &aNormalCamera, &aRayDirection,          &aTriangleNormalCamera,
-        &aPointCamera,  &aMediumRefractiveIndex, &aPrimitiveId,
-        &aObjectId,     &aRayInstance,           &aRayDepth};
-    OrvoTraceMirrorRays(*this, *sampler, attributes, block, first, count, want, outColor, untraced);
+    OrvoTraceMirrorRays(*this, *sampler, OrvoMirrorAttributesOf<TdnReflect>(), block, first, count,
+                        want, outColor, untraced);
 }
 
 // ---------------------------------------------------------------- network

@@ -38,6 +38,34 @@ struct TrefractionAttributes {
     const Tattribute* outMatteOpacity;
 };
 
+// The table of a material type T that names these attributes as lambert
+// does (the ramp shader does too).
+template <class T>
+const TrefractionAttributes& OrvoRefractionAttributesOf() {
+    static const TrefractionAttributes attributes{&T::aRaySampler,
+                                                  &T::aRtRefractedColor,
+                                                  &T::aHideSource,
+                                                  &T::aMediumRefractiveIndex,
+                                                  &T::aRayDepth,
+                                                  &T::aRefractedRayDepthLimit,
+                                                  &T::aRefractiveIndex,
+                                                  &T::aSurfaceThickness,
+                                                  &T::aRayDirection,
+                                                  &T::aNormalCamera,
+                                                  &T::aChromaticAberration,
+                                                  &T::aPointCamera,
+                                                  &T::aPrimitiveId,
+                                                  &T::aObjectId,
+                                                  &T::aRayInstance,
+                                                  &T::aLightAbsorbance,
+                                                  &T::aTransparencyDepth,
+                                                  &T::aMatteOpacityMode,
+                                                  &T::aMatteOpacityGain,
+                                                  &T::aOutTransparency,
+                                                  &T::aOutMatteOpacity};
+    return attributes;
+}
+
 // Writes outTransparency (the transparency, darkened by what refracted rays
 // pass through) and, outside the shadow pass, outMatteOpacity by the matte
 // mode.

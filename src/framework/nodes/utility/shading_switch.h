@@ -89,6 +89,32 @@ private:
     std::mutex fMembersLock;
 };
 
+// What each switch names: its attributes by the names all four share, its
+// value, and the copies (the pattern's scalar compute would run the
+// vector one, which needs an object; a switch outside a render gives its
+// default instead).
+#define ORVO_SWITCH_FACE(Value)                                                                    \
+    const Tattribute& outputAttr() const override {                                                \
+        return aOutput;                                                                            \
+    }                                                                                              \
+    const Tattribute& multiParent() const override {                                               \
+        return aInput;                                                                             \
+    }                                                                                              \
+    const Tattribute& valueAttr() const override {                                                 \
+        return a##Value;                                                                           \
+    }                                                                                              \
+    const Tattribute& shapeAttr() const override {                                                 \
+        return aInShape;                                                                           \
+    }                                                                                              \
+    const Tattribute& defaultAttr() const override {                                               \
+        return aDefault;                                                                           \
+    }                                                                                              \
+    void copyInput(TdataHandle& out, const TdataHandle& in) const override;                        \
+    void copyDefault(TdataHandle& out, const TdataHandle& in) const override;                      \
+    bool computePlug(const Tplug& plug, TdataBlock& block) override {                              \
+        return TdnBaseSwitch::computePlug(plug, block);                                            \
+    }
+
 // ---------------------------------------------------------------- single
 
 #define ORVO_SCHEMA_TdnSingleSwitch(A, C2, C3)                                                     \
@@ -105,16 +131,7 @@ ORVO_NODE(TdnSingleSwitch, TdnBaseSwitch, "singleShadingSwitch", "SWH1", 613,
 
 class TdnSingleSwitch : public TdnPattern<TdnSingleSwitch, TdnBaseSwitch> {
 public:
-    const Tattribute& outputAttr() const override { return aOutput; }
-    const Tattribute& multiParent() const override { return aInput; }
-    const Tattribute& valueAttr() const override { return aInSingle; }
-    const Tattribute& shapeAttr() const override { return aInShape; }
-    const Tattribute& defaultAttr() const override { return aDefault; }
-    void copyInput(TdataHandle& out, const TdataHandle& in) const override;
-    void copyDefault(TdataHandle& out, const TdataHandle& in) const override;
-    bool computePlug(const Tplug& plug, TdataBlock& block) override {
-        return TdnBaseSwitch::computePlug(plug, block);
-    }
+    ORVO_SWITCH_FACE(InSingle)
 };
 
 // ---------------------------------------------------------------- double
@@ -144,16 +161,7 @@ ORVO_NODE(TdnDoubleSwitch, TdnBaseSwitch, "doubleShadingSwitch", "SWH2", 614,
 
 class TdnDoubleSwitch : public TdnPattern<TdnDoubleSwitch, TdnBaseSwitch> {
 public:
-    const Tattribute& outputAttr() const override { return aOutput; }
-    const Tattribute& multiParent() const override { return aInput; }
-    const Tattribute& valueAttr() const override { return aInDouble; }
-    const Tattribute& shapeAttr() const override { return aInShape; }
-    const Tattribute& defaultAttr() const override { return aDefault; }
-    void copyInput(TdataHandle& out, const TdataHandle& in) const override;
-    void copyDefault(TdataHandle& out, const TdataHandle& in) const override;
-    bool computePlug(const Tplug& plug, TdataBlock& block) override {
-        return TdnBaseSwitch::computePlug(plug, block);
-    }
+    ORVO_SWITCH_FACE(InDouble)
 };
 
 // ---------------------------------------------------------------- triple
@@ -174,16 +182,7 @@ ORVO_NODE(TdnTripleSwitch, TdnBaseSwitch, "tripleShadingSwitch", "SWH3", 615,
 
 class TdnTripleSwitch : public TdnPattern<TdnTripleSwitch, TdnBaseSwitch> {
 public:
-    const Tattribute& outputAttr() const override { return aOutput; }
-    const Tattribute& multiParent() const override { return aInput; }
-    const Tattribute& valueAttr() const override { return aInTriple; }
-    const Tattribute& shapeAttr() const override { return aInShape; }
-    const Tattribute& defaultAttr() const override { return aDefault; }
-    void copyInput(TdataHandle& out, const TdataHandle& in) const override;
-    void copyDefault(TdataHandle& out, const TdataHandle& in) const override;
-    bool computePlug(const Tplug& plug, TdataBlock& block) override {
-        return TdnBaseSwitch::computePlug(plug, block);
-    }
+    ORVO_SWITCH_FACE(InTriple)
 };
 
 // ---------------------------------------------------------------- quad
@@ -212,14 +211,5 @@ ORVO_NODE(TdnQuadSwitch, TdnBaseSwitch, "quadShadingSwitch", "SWH4", 920, "kQuad
 
 class TdnQuadSwitch : public TdnPattern<TdnQuadSwitch, TdnBaseSwitch> {
 public:
-    const Tattribute& outputAttr() const override { return aOutput; }
-    const Tattribute& multiParent() const override { return aInput; }
-    const Tattribute& valueAttr() const override { return aInQuad; }
-    const Tattribute& shapeAttr() const override { return aInShape; }
-    const Tattribute& defaultAttr() const override { return aDefault; }
-    void copyInput(TdataHandle& out, const TdataHandle& in) const override;
-    void copyDefault(TdataHandle& out, const TdataHandle& in) const override;
-    bool computePlug(const Tplug& plug, TdataBlock& block) override {
-        return TdnBaseSwitch::computePlug(plug, block);
-    }
+    ORVO_SWITCH_FACE(InQuad)
 };
