@@ -23,23 +23,7 @@ ORVO_DEPENDENCIES(TdnLambert) {
                               &PointCamera,       &NormalCamera,          &LightData,
                               &MatteOpacityMode,  &FakeRefractionCaustics};
     // What the refracted rays and the transmission read.
-    Tattribute* rays[] = {&ObjectId,
-                          &PrimitiveId,
-                          &RaySampler,
-                          &RayDepth,
-                          &RayInstance,
-                          &RefractedRayDepthLimit,
-                          &RefractiveIndex,
-                          &MediumRefractiveIndex,
-                          &RtRefractedColor,
-                          &RayDirection,
-                          &PointCamera,
-                          &NormalCamera,
-                          &Transparency,
-                          &HideSource,
-                          &SurfaceThickness,
-                          &ChromaticAberration,
-                          &FakeRefractionCaustics};
+    Tattribute* rays[] = {ORVO_MATERIAL_RAY_INPUTS};
     for (Tattribute* a : lighting) {
         into(*a, OutColor);
         into(*a, OutGlowColor);

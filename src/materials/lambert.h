@@ -129,6 +129,14 @@
     ORVO_LAMBERT_C3(A, HardwareShader, "hardwareShader", "hws", R, G, B, "hwr", "hwg", "hwb",      \
                     0.0f, 0.0f, 0.0f, .inputParent().colour(), .input())
 
+// What refracted rays and the transmission read, by the names a classic
+// material's descriptor gives them (for dependency lists).
+#define ORVO_MATERIAL_RAY_INPUTS                                                                   \
+    &ObjectId, &PrimitiveId, &RaySampler, &RayDepth, &RayInstance, &RefractedRayDepthLimit,        \
+        &RefractiveIndex, &MediumRefractiveIndex, &RtRefractedColor, &RayDirection, &PointCamera,  \
+        &NormalCamera, &Transparency, &HideSource, &SurfaceThickness, &ChromaticAberration,        \
+        &FakeRefractionCaustics
+
 class TdnLambert;
 template <>
 struct TdnKernel<TdnLambert> {

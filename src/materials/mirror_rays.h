@@ -123,3 +123,38 @@ void OrvoTraceMirrorRays(TdependNode& node, TraySampler& sampler, const TmirrorA
         }
     });
 }
+
+// The reflection step of a material type T with lambert's ray inputs and
+// reflect's reflectedColor and reflectionLimit: leaves in outColor what
+// each sample's mirror ray sees. `reflects(e)` says whether sample e's
+// reflectivity lets a ray go. Without a sampler, or where no ray goes or it
+// hits nothing: reflectedColor where `driven` (connected), else the
+// background (black without a sampler). At most 64 samples a call.
+template <class T, class Reflects>
+void OrvoComputeReflection(T& node, TdataBlock& block, unsigned first, unsigned count, bool driven,
+                           Reflects&& reflects) {
+    const TvectorDataHandle outColor = block.vectorOutputValue(T::aOutColor, first);
+    const TvectorDataHandle reflected = block.vectorInputValue(T::aReflectedColor, first, count);
+    auto untraced = [&](int e, const Tspectrum& otherwise) {
+        const float* r = reflected[e].asFloat3();
+        outColor[e].set(driven ? T3Float{r[0], r[1], r[2]}
+                               : T3Float{otherwise.r, otherwise.g, otherwise.b});
+    };
+    TraySampler* sampler = OrvoRaySamplerOf(block, T::aRaySampler, first, count);
+    if (!sampler) {
+        for (unsigned i = 0; i < count; ++i)
+            untraced(int(i), kBlackSpectrum);
+        return;
+    }
+    const TvectorDataHandle hide = block.vectorInputValue(T::aHideSource, first, count);
+    const TvectorDataHandle depth = block.vectorInputValue(T::aRayDepth, first, count);
+    const TvectorDataHandle limit =
+        block.vectorInputValue(T::aReflectedRayDepthLimit, first, count);
+    uint8_t want[64];
+    for (unsigned i = 0; i < count && i < 64; ++i) {
+        const int e = int(i);
+        want[i] = !hide[e].asBool() && depth[e].asShort() < limit[e].asShort() && reflects(e);
+    }
+    OrvoTraceMirrorRays(node, *sampler, OrvoMirrorAttributesOf<T>(), block, first, count, want,
+                        outColor, untraced);
+}

@@ -27,23 +27,7 @@ ORVO_DEPENDENCIES(TdnRampShader) {
                               &MatrixEyeToWorld,  &TriangleNormalCamera, &LightData,
                               &MatteOpacityMode,  &HideSource,           &LightAbsorbance,
                               &TransparencyDepth};
-    Tattribute* rays[] = {&ObjectId,
-                          &PrimitiveId,
-                          &RaySampler,
-                          &RayDepth,
-                          &RayInstance,
-                          &RefractedRayDepthLimit,
-                          &RefractiveIndex,
-                          &MediumRefractiveIndex,
-                          &RtRefractedColor,
-                          &RayDirection,
-                          &PointCamera,
-                          &NormalCamera,
-                          &Transparency,
-                          &HideSource,
-                          &SurfaceThickness,
-                          &ChromaticAberration,
-                          &FakeRefractionCaustics};
+    Tattribute* rays[] = {ORVO_MATERIAL_RAY_INPUTS};
     for (Tattribute* a : lighting) {
         into(*a, OutColor);
         into(*a, OutGlowColor);
@@ -404,34 +388,14 @@ void TdnRampShader::outputChunk(const Tplug& plug, TdataBlock& block, unsigned f
 
 void TdnRampShader::computeReflection(const Tplug&, TdataBlock& block, unsigned first,
                                       unsigned count) {
-    const TvectorDataHandle outColor = block.vectorOutputValue(aOutColor, first);
-    const TvectorDataHandle reflected = block.vectorInputValue(aReflectedColor, first, count);
-    const bool driven = fReflectedColorDriven;
-    auto untraced = [&](int e, const Tspectrum& otherwise) {
-        outColor[e].set(driven ? toT3(reflected[e].asFloat3())
-                               : T3Float{otherwise.r, otherwise.g, otherwise.b});
-    };
-    TraySampler* sampler = OrvoRaySamplerOf(block, aRaySampler, first, count);
-    if (!sampler) {
-        for (unsigned i = 0; i < count; ++i)
-            untraced(int(i), kBlackSpectrum);
-        return;
-    }
+    // Reflectivity is a ramp over the facing ratio.
     const TcurveRun reflectivity = ORVO_FLOAT_RAMP(Reflectivity);
     const TvectorDataHandle normal = block.vectorInputValue(aNormalCamera, first, count);
     const TvectorDataHandle view = block.vectorInputValue(aRayDirection, first, count);
-    const TvectorDataHandle hide = block.vectorInputValue(aHideSource, first, count);
-    const TvectorDataHandle depth = block.vectorInputValue(aRayDepth, first, count);
-    const TvectorDataHandle limit = block.vectorInputValue(aReflectedRayDepthLimit, first, count);
-    uint8_t want[kChunk];
-    for (unsigned i = 0; i < count; ++i) {
-        const int e = int(i);
+    OrvoComputeReflection(*this, block, first, count, fReflectedColorDriven, [&](int e) {
         const float f = -OrvoDot(toT3(view[e].asFloat3()), toT3(normal[e].asFloat3()));
-        want[i] = reflectivity.at(e).valueAtPoint(f) > 0.0f && !hide[e].asBool() &&
-                  depth[e].asShort() < limit[e].asShort();
-    }
-    OrvoTraceMirrorRays(*this, *sampler, OrvoMirrorAttributesOf<TdnRampShader>(), block, first,
-                        count, want, outColor, untraced);
+        return reflectivity.at(e).valueAtPoint(f) > 0.0f;
+    });
 }
 
 void TdnRampShader::transparencies(TdataBlock& block, unsigned first, unsigned count,

@@ -113,31 +113,9 @@ TdnReflect::SpecularSample TdnReflect::SpecularInputs::at(int e) const {
 
 void TdnReflect::computeReflection(const Tplug&, TdataBlock& block, unsigned first,
                                    unsigned count) {
-    const TvectorDataHandle outColor = block.vectorOutputValue(aOutColor, first);
-    const TvectorDataHandle reflected = block.vectorInputValue(aReflectedColor, first, count);
-    const bool driven = fReflectedColorDriven;
-    auto untraced = [&](int e, const Tspectrum& otherwise) {
-        outColor[e].set(driven ? toT3(reflected[e].asFloat3())
-                               : T3Float{otherwise.r, otherwise.g, otherwise.b});
-    };
-    TraySampler* sampler = OrvoRaySamplerOf(block, aRaySampler, first, count);
-    if (!sampler) {
-        for (unsigned i = 0; i < count; ++i)
-            untraced(int(i), kBlackSpectrum);
-        return;
-    }
     const TvectorDataHandle reflectivity = block.vectorInputValue(aReflectivity, first, count);
-    const TvectorDataHandle hide = block.vectorInputValue(aHideSource, first, count);
-    const TvectorDataHandle depth = block.vectorInputValue(aRayDepth, first, count);
-    const TvectorDataHandle limit = block.vectorInputValue(aReflectedRayDepthLimit, first, count);
-    uint8_t want[kFrameChunk];
-    for (unsigned i = 0; i < count; ++i) {
-        const int e = int(i);
-        want[i] = reflectivity[e].asFloat() > 0.0f && !hide[e].asBool() &&
-                  depth[e].asShort() < limit[e].asShort();
-    }
-    OrvoTraceMirrorRays(*this, *sampler, OrvoMirrorAttributesOf<TdnReflect>(), block, first, count,
-                        want, outColor, untraced);
+    OrvoComputeReflection(*this, block, first, count, fReflectedColorDriven,
+                          [&](int e) { return reflectivity[e].asFloat() > 0.0f; });
 }
 
 // ---------------------------------------------------------------- network
