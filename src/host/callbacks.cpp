@@ -71,15 +71,39 @@ std::vector<std::string> TcallbackHooks::callbacks(const std::string& hook) {
     return found == s.hooks.end() ? std::vector<std::string>() : found->second;
 }
 
+namespace {
+thread_local int tDepth = 0;
+}
+
+TcallbackHooks::Nesting::Nesting() : fOk(tDepth < kMostNested) {
+    ++tDepth;
+}
+
+TcallbackHooks::Nesting::~Nesting() {
+    --tDepth;
+}
+
+std::vector<std::string> TcallbackHooks::commandLines(const std::string& hook,
+                                                      const std::vector<std::string>& args) {
+    std::vector<std::string> lines = callbacks(hook);
+    for (std::string& line : lines)
+        for (const std::string& a : args)
+            line += " " + quoted(a);
+    return lines;
+}
+
 void TcallbackHooks::execute(TdependGraph* graph, const std::string& hook,
                              const std::vector<std::string>& args) {
     if (!graph)
         return;
-    // A copy: a callback may add or remove callbacks.
-    for (const std::string& command : callbacks(hook)) {
-        std::string line = command;
-        for (const std::string& a : args)
-            line += " " + quoted(a);
+    const Nesting nesting;
+    if (!nesting.ok()) {
+        TcommandEngine::displayError(fmt::format(
+            "hook '{}' not run: callbacks run hooks {} deep (does a callback run its own hook?)",
+            hook, Nesting::kMostNested));
+        return;
+    }
+    for (const std::string& line : commandLines(hook, args)) {
         try {
             qsl::Interpreter(*graph).runText(line, fmt::format("callback of hook '{}'", hook));
         } catch (const std::exception& e) {

@@ -21,10 +21,32 @@ public:
     static void clear(const std::string& hook);
     static std::vector<std::string> callbacks(const std::string& hook);
 
-    // Runs the hook's commands on `graph`, in the order they were added,
-    // with `args` appended (quoted). A failing command is reported as an
-    // error naming the hook and the others still run. Without a graph
-    // nothing runs.
+    // The hook's command lines in the order they were added, each with
+    // `args` appended (quoted).
+    static std::vector<std::string> commandLines(const std::string& hook,
+                                                 const std::vector<std::string>& args);
+
+    // Runs the hook's commands on `graph`, each as a script of its own. A
+    // failing command is reported as an error naming the hook and the
+    // others still run. Without a graph nothing runs. (A script's
+    // `callbacks -executeCallbacks` runs them as part of the script
+    // instead: they stand or fall with it.)
     static void execute(TdependGraph* graph, const std::string& hook,
                         const std::vector<std::string>& args);
+
+    // Held while a hook runs: a callback may run hooks in turn, and one
+    // that runs its own hook would never end. Past a depth of 16, ok() is
+    // false and nothing more should run.
+    class Nesting {
+    public:
+        Nesting();
+        ~Nesting();
+        Nesting(const Nesting&) = delete;
+        Nesting& operator=(const Nesting&) = delete;
+        bool ok() const { return fOk; }
+        static constexpr int kMostNested = 16;
+
+    private:
+        bool fOk;
+    };
 };

@@ -293,10 +293,13 @@ void commandMember(Interpreter::Context& c) {
     c.interpreter.touched(s, target->name());
 }
 
+} // namespace
+
 // callbacks -addCallback COMMAND -hook NAME, -removeCallback COMMAND -hook
 // NAME, -clearCallbacks -hook NAME, -listCallbacks -hook NAME (prints them),
-// -executeCallbacks -hook NAME [ARG...].
-void commandCallbacks(Interpreter::Context& c) {
+// -executeCallbacks -hook NAME [ARG...]: the hook's commands run as part of
+// this script, so that they stand or fall with it.
+void Interpreter::commandCallbacks(Context& c) {
     const Statement& s = c.statement;
     constexpr const char* kUsage =
         "callbacks -addCallback|-removeCallback COMMAND -hook NAME, or "
@@ -344,11 +347,17 @@ void commandCallbacks(Interpreter::Context& c) {
     else if (action == "listCallbacks")
         for (const std::string& line : TcallbackHooks::callbacks(hook))
             c.out << line << '\n';
-    else
-        TcallbackHooks::execute(&c.graph, hook, args);
+    else {
+        const TcallbackHooks::Nesting nesting;
+        if (!nesting.ok())
+            Interpreter::fail(s, -1,
+                              fmt::format("hook '{}' not run: callbacks run hooks {} deep (does "
+                                          "a callback run its own hook?)",
+                                          hook, TcallbackHooks::Nesting::kMostNested));
+        for (const std::string& line : TcallbackHooks::commandLines(hook, args))
+            runStatements(parse(line, fmt::format("callback of hook '{}'", hook)), c.command);
+    }
 }
-
-} // namespace
 
 Interpreter::Interpreter(TdependGraph& graph) : Interpreter(graph, std::cout) {}
 
@@ -369,7 +378,9 @@ Interpreter::Interpreter(TdependGraph& graph, std::ostream& out) : fGraph(graph)
     };
     fCommands["member"] = commandMember;
     fCommands["parent"] = commandParent;
-    fCommands["callbacks"] = commandCallbacks;
+    fCommands["callbacks"] = [this](Context& c) {
+        commandCallbacks(c);
+    };
 }
 
 void Interpreter::addCommand(const std::string& name, Command command) {

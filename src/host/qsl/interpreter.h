@@ -70,6 +70,7 @@ private:
     void runTopLevel(const std::vector<Statement>& statements, const std::string& file);
     void checkScene();
     void sourceFile(Context& context);
+    void commandCallbacks(Context& context);
 
     TdependGraph& fGraph;
     std::ostream& fOut;

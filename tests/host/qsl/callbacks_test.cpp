@@ -27,7 +27,7 @@ TEST(Callbacks, RunWithTheirArgumentsInOrderAndCanBeRemoved) {
           "callbacks -listCallbacks -hook made\n"
           "callbacks -executeCallbacks -hook made first\n");
     EXPECT_NE(s.g.findNode("first"), nullptr);
-    EXPECT_EQ(s.out.str(), "node transform\nprint saw\n");
+    EXPECT_EQ(s.out.str(), "node transform\nprint saw\nsaw first\n");
     s.run("callbacks -removeCallback \"node transform\" -hook made\n"
           "callbacks -executeCallbacks -hook made second\n");
     EXPECT_EQ(s.g.findNode("second"), nullptr);
@@ -45,6 +45,24 @@ TEST(Callbacks, AFailingCallbackIsReportedAndTheOthersRun) {
     EXPECT_TRUE(messages.contains("callback of hook 'broken' failed"));
     EXPECT_NE(s.g.findNode("after"), nullptr);
     TcallbackHooks::clear("broken");
+}
+
+// A callback that runs its own hook stops with an error, not a crash; run
+// from a script, the hook's commands are part of the script and a failure
+// undoes all of it.
+TEST(Callbacks, AHookThatRunsItselfStopsAndAFailureUndoesTheScript) {
+    Scene s;
+    orvo_test::MessageCapture messages;
+    TcallbackHooks::add("loop", "callbacks -executeCallbacks -hook loop");
+    TcallbackHooks::execute(&s.g, "loop", {});
+    EXPECT_TRUE(messages.contains("hook 'loop' not run")) << messages.text();
+    EXPECT_THROW(s.run("callbacks -executeCallbacks -hook loop\n"), qsl::ScriptError);
+    TcallbackHooks::clear("loop");
+    TcallbackHooks::add("made", "node transform");
+    EXPECT_THROW(s.run("callbacks -executeCallbacks -hook made kept\nnode noSuchType x\n"),
+                 qsl::ScriptError);
+    EXPECT_EQ(s.g.findNode("kept"), nullptr) << "the callback's node went with the script";
+    TcallbackHooks::clear("made");
 }
 
 TEST(Callbacks, MisuseIsAnErrorNamingTheCommand) {
