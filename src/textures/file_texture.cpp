@@ -228,6 +228,13 @@ void TdnFileTexture::shadingNodeInit(TframeSampleData* frame) {
     }
     fMipmapWarned = false;
     resetOnDemand();
+    // Noise moves neighbouring samples apart in the texture, which a mipmap
+    // lookup of the unmoved footprint does not follow.
+    const TdataHandle noiseU = plugValue(aNoiseU), noiseV = plugValue(aNoiseV);
+    if (plugValue(aFilterType).asShort() == K::kMipMapFilter &&
+        (std::fabs(noiseU.asFloat()) > 1e-5f || std::fabs(noiseV.asFloat()) > 1e-5f))
+        TcommandEngine::displayWarning(
+            TstringId("s_TfileTextureStrings.rMipmapWithNoise").format(name()));
 }
 
 void TdnFileTexture::shadingNodeOnDemand(Tplug&, TdataBlock&) {

@@ -41,6 +41,8 @@ const GoldenCase kCases[] = {
     {"materials", 160, 50, 4, "materials.qsl"},
     // Spot, area, point and volume lights with their shadows.
     {"lights", 160, 90, 4, "lights.qsl"},
+    // File textures: a PNG with alpha on an OBJ crate, a floor in UDIM tiles.
+    {"textured", 160, 90, 4, "textured.qsl"},
 };
 
 std::string goldenPath(const std::string& name, const char* extension) {
