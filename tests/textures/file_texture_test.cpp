@@ -236,15 +236,21 @@ TEST(FileTexture, MissingFileWarnsOncePerRenderAcrossThreads) {
     f.file("/nonexistent/orvo/missing.png");
     auto render = [&] {
         f.node->shadingNodeInit(nullptr);
+        // Each thread shades batches of 64 in a block of its own, as render
+        // threads do.
         auto batches = [&] {
-            TplugArray plugs;
-            T4dDblVectorArray colours;
-            TdoubleArray alphas;
-            const TdoubleArray u(64, 0.5), v(64, 0.5);
+            TordinaryDataBlock block(f.node, 64);
+            for (unsigned i = 0; i < 64; ++i) {
+                auto* uv = static_cast<float*>(block.valueAddress(TdnTx2D::aUvCoord, i));
+                uv[0] = uv[1] = 0.5f;
+            }
+            const Tplug plug(f.node, &TdnTx2D::aOutColor);
             for (int batch = 0; batch < 50; ++batch) {
-                f.node->mapUVtoClr(plugs, &colours, nullptr, &alphas, &u, &v);
-                ASSERT_EQ(colours.size(), 64u);
-                EXPECT_DOUBLE_EQ(colours[63].z, 0.75) << "the default colour";
+                f.node->vectorComputePlug(plug, block, 0, 64);
+                const auto* c =
+                    static_cast<const float*>(block.valueAddress(TdnTx2D::aOutColor, 63));
+                // A fresh block holds the attribute's default, 0.5 grey.
+                EXPECT_EQ(c[2], 0.5f) << "the default colour";
             }
         };
         std::thread a(batches), b(batches);
