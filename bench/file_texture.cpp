@@ -104,11 +104,7 @@ int main(int argc, char** argv) {
     const int passes = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
     const BenchFolder folder;
 
-    std::vector<uint8_t> pixels(size_t(kSide) * kSide * 3);
-    for (unsigned y = 0; y < kSide; ++y)
-        for (unsigned x = 0; x < kSide; ++x)
-            for (unsigned c = 0; c < 3; ++c)
-                pixels[(size_t(y) * kSide + x) * 3 + c] = texel(x, y, c);
+    std::vector<uint8_t> pixels = texturePixels();
     const std::string png = folder.file("texture.png"), tx = folder.file("texture.tx");
     {
         OIIO::ImageBuf buffer(OIIO::ImageSpec(kSide, kSide, 3, OIIO::TypeDesc::UINT8),

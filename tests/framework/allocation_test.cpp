@@ -88,6 +88,24 @@ long OrvoTestStopCountingAllocations() {
 
 namespace {
 
+// 64 samples of a shading group's option 0, u across and v = 0.5.
+struct ShadeBatch {
+    std::vector<uint64_t> storage;
+    std::vector<Tsample*> samples;
+
+    explicit ShadeBatch(TDNshadingEngine& engine) {
+        const unsigned size = engine.sampleSize(0);
+        storage.resize(size_t(size) * 64 / 8 + 1);
+        for (unsigned i = 0; i < 64; ++i) {
+            auto* s = reinterpret_cast<Tsample*>(reinterpret_cast<std::byte*>(storage.data()) +
+                                                 size_t(i) * size);
+            s->initialize(nullptr, nullptr, engine.fieldOffsetTable(0));
+            s->setUvCoord(float(i) / 64.0f, 0.5f);
+            samples.push_back(s);
+        }
+    }
+};
+
 TEST(DataBlockAllocation, VectorAccessAndComputeAllocateNothing) {
 #ifndef ORVO_COUNT_ALLOCATIONS
     GTEST_SKIP() << "allocations are counted in the ordinary build";
@@ -128,16 +146,8 @@ TEST(DataBlockAllocation, ShadeAllocatesNothing) {
                  "scene.qsl");
     auto* engine = dynamic_cast<TDNshadingEngine*>(graph.findNode("sg"));
     ASSERT_TRUE(engine->analyse(0, nullptr));
-    const unsigned size = engine->sampleSize(0);
-    std::vector<uint64_t> storage(size_t(size) * 64 / 8 + 1);
-    std::vector<Tsample*> samples;
-    for (unsigned i = 0; i < 64; ++i) {
-        auto* s = reinterpret_cast<Tsample*>(reinterpret_cast<std::byte*>(storage.data()) +
-                                             size_t(i) * size);
-        s->initialize(nullptr, nullptr, engine->fieldOffsetTable(0));
-        s->setUvCoord(float(i) / 64.0f, 0.5f);
-        samples.push_back(s);
-    }
+    ShadeBatch batch(*engine);
+    std::vector<Tsample*>& samples = batch.samples;
     TshadingOpus* opus = engine->controlBlock(0);
     opus->shade(64, samples.data()); // the on-demand work of the render happens once
     tAllocations = 0;
@@ -180,16 +190,8 @@ TEST(DataBlockAllocation, ShadeWithFileTexturesAllocatesNothing) {
                  "scene.qsl");
     auto* engine = dynamic_cast<TDNshadingEngine*>(graph.findNode("sg"));
     ASSERT_TRUE(engine->analyse(0, nullptr));
-    const unsigned size = engine->sampleSize(0);
-    std::vector<uint64_t> storage(size_t(size) * 64 / 8 + 1);
-    std::vector<Tsample*> samples;
-    for (unsigned i = 0; i < 64; ++i) {
-        auto* s = reinterpret_cast<Tsample*>(reinterpret_cast<std::byte*>(storage.data()) +
-                                             size_t(i) * size);
-        s->initialize(nullptr, nullptr, engine->fieldOffsetTable(0));
-        s->setUvCoord(float(i) / 64.0f, 0.5f);
-        samples.push_back(s);
-    }
+    ShadeBatch batch(*engine);
+    std::vector<Tsample*>& samples = batch.samples;
     TshadingOpus* opus = engine->controlBlock(0);
     opus->shade(64, samples.data()); // loads the files and fills the block cache
     tAllocations = 0;
