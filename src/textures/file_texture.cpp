@@ -187,6 +187,12 @@ TdnFileTexture::~TdnFileTexture() {
 }
 
 void TdnFileTexture::freePyramids() {
+    // A sample that began before a reload may still read the old tiles:
+    // they go when the next render starts.
+    if (referenceCount() > 0) {
+        fRetiredTiles.push_back(std::move(fTiles));
+        fRetiredGrids.push_back(std::move(fGrid));
+    }
     fTiles.clear();
     fGrid.clear();
     fGridW = fGridH = 0;
@@ -206,9 +212,10 @@ bool TdnFileTexture::isOutput(const Tattribute* a) const {
 }
 
 void TdnFileTexture::setDirty(TmsgDirty& msg) {
-    // Any change may pick another file or read it another way: load again at
-    // the next compute. A render holds its own state until it ends.
-    if (referenceCount() == 0) {
+    // Any change may pick another file (a render's hooks set the frame
+    // between frames) or read it another way: load again at the next
+    // compute. What samples may still hold is retired, not freed.
+    {
         std::lock_guard lock(fLoadMutex);
         fLoaded.store(false);
         fFileData.clear();
@@ -222,6 +229,8 @@ void TdnFileTexture::shadingNodeInit(TframeSampleData* frame) {
     std::lock_guard lock(fLoadMutex);
     fLoaded.store(false);
     fFileData.clear();
+    fRetiredTiles.clear();
+    fRetiredGrids.clear();
     {
         std::lock_guard warn(fWarnMutex);
         fWarned.clear();

@@ -371,6 +371,8 @@ private:
     bool fTiled = false;
     int fGridU0 = 0, fGridV0 = 0, fGridW = 0, fGridH = 0;
     std::vector<int> fGrid;
+    std::vector<std::vector<std::unique_ptr<Tile>>> fRetiredTiles;
+    std::vector<std::vector<int>> fRetiredGrids;
     // Cached resolutions by frame; dropped when a name attribute changes.
     std::map<int, FileData> fFileData;
     std::mutex fWarnMutex;

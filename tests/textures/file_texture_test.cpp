@@ -128,6 +128,12 @@ TEST(FileTexture, FramesAndUvTiles) {
     expectColour(f.at(0.5, 0.5), 0, 1, 0, "frame 4");
     set(f.g, "t.frameOffset", std::vector<double>{0});
     expectColour(f.at(0.5, 0.5), 1, 0, 0, "frame 3");
+    // In a render, a hook that sets the next frame between frames is heard.
+    f.node->incrementReferenceCount(nullptr);
+    expectColour(f.at(0.5, 0.5), 1, 0, 0, "frame 3, rendering");
+    set(f.g, "t.frameExtension", std::vector<double>{4});
+    expectColour(f.at(0.5, 0.5), 0, 1, 0, "frame 4, rendering");
+    f.node->decrementReferenceCount();
     // A padded name keeps its padding.
     solid(dir.file("pad.0012.png"), 0, 0, 255);
     f.file(dir.file("pad.0001.png"));
