@@ -307,6 +307,22 @@ TEST(FileTexture, CachedNodesOnOneFileShareOneBotFile) {
     // Read back through the block cache: texel (1, 0) is (200, 100, 50).
     set(g, "b.uvCoord", std::vector<double>{0.75, 0.5});
     expectColour(eval(g, "b.outColor"), srgb(200), srgb(100), srgb(50), "from the BOT", 1e-6);
+
+    // disableFileLoad: a node takes the pyramid another has loaded, and
+    // reads nothing itself, quietly.
+    orvo_test::MessageCapture capture;
+    const std::string other = dir.file("other.png");
+    writeImage<uint8_t>(other, 1, 1, 3, {1, 2, 3});
+    auto* c = static_cast<TdnFileTexture*>(g.createNode("file", "c"));
+    auto* d = static_cast<TdnFileTexture*>(g.createNode("file", "d"));
+    set(g, "c.fileTextureName", std::vector<std::string>{png});
+    set(g, "d.fileTextureName", std::vector<std::string>{other});
+    for (const char* n : {"c", "d"})
+        set(g, std::string(n) + ".disableFileLoad", std::vector<std::string>{"true"});
+    EXPECT_EQ(c->currentPyramid(), pa);
+    EXPECT_EQ(d->currentPyramid(), nullptr);
+    EXPECT_EQ(TpyramidInventory::count(false), before + 1);
+    EXPECT_EQ(capture.count(TcommandEngine::Severity::Warning), 0u) << capture.text();
     TpyramidInventory::unregisterPyramid(pa);
 }
 
