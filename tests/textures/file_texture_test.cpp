@@ -234,6 +234,21 @@ TEST(FileTexture, FiltersOnAFourByFourImage) {
     // Off reads the top level's texel whatever the footprint: texel (2, 1)
     // is 32 + 64 = 96.
     EXPECT_NEAR(filter("Off", 0.625, 0.375, 1.0), srgb(96), 1e-6);
+
+    // preFilter, radius 1: a Gaussian of deviation 0.5 over one texel each
+    // side, weights e^-2 = 0.135335 : 1 : 0.135335, normalised 0.106507 :
+    // 0.786986 : 0.106507. On a row 0, 0, 255, 0 texel 1 becomes 255 *
+    // 0.106507 = 27.16 -> 27, texel 2 255 * 0.786986 = 200.68 -> 201; the
+    // single row stays as it is down the columns.
+    const std::string row = dir.file("row.png");
+    writeImage<uint8_t>(row, 4, 1, 1, {0, 0, 255, 0});
+    FileNode p;
+    p.file(row);
+    set(p.g, "t.filterType", std::vector<std::string>{"Off"});
+    set(p.g, "t.preFilter", std::vector<std::string>{"true"});
+    set(p.g, "t.preFilterRadius", std::vector<double>{1.0});
+    EXPECT_NEAR(p.at(0.375, 0.5).at(0), srgb(27), 1e-6);
+    EXPECT_NEAR(p.at(0.625, 0.5).at(0), srgb(201), 1e-6);
 }
 
 TEST(FileTexture, MissingFileWarnsOncePerRenderAcrossThreads) {
