@@ -71,6 +71,16 @@ inline uint8_t texel(unsigned x, unsigned y, unsigned c) {
     return uint8_t(std::clamp(wave * 220.0 + double(h & 31), 0.0, 255.0));
 }
 
+// The picture as RGB bytes, rows from the top as files hold them.
+inline std::vector<uint8_t> texturePixels() {
+    std::vector<uint8_t> pixels(size_t(kSide) * kSide * 3);
+    for (unsigned y = 0; y < kSide; ++y)
+        for (unsigned x = 0; x < kSide; ++x)
+            for (unsigned c = 0; c < 3; ++c)
+                pixels[(size_t(y) * kSide + x) * 3 + c] = texel(x, y, c);
+    return pixels;
+}
+
 // The picture as a pixel map, rows from the bottom.
 inline TpixelMap textureMap() {
     TpixelMap map(kSide, kSide, 3);

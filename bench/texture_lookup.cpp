@@ -224,11 +224,7 @@ int main(int argc, char** argv) {
     const BenchFolder folder;
 
     // The texture, both ways.
-    std::vector<uint8_t> pixels(size_t(kSide) * kSide * 3);
-    for (unsigned y = 0; y < kSide; ++y)
-        for (unsigned x = 0; x < kSide; ++x)
-            for (unsigned c = 0; c < 3; ++c)
-                pixels[(size_t(y) * kSide + x) * 3 + c] = texel(x, y, c);
+    std::vector<uint8_t> pixels = texturePixels();
     TpixelMap map = textureMap();
     const std::string tx = folder.file("texture.tx");
     {

@@ -6,6 +6,8 @@
 #   OpenColorIO    - colour management
 #   embree 3       - ray intersection in the reference renderer
 #   tinyobjloader  - Wavefront OBJ meshes
+#   pybind11, Python 3 - the embedded interpreter that runs the scripted
+#                    services (the file texture's name resolver)
 #   Threads        - render threads
 #   GTest          - unit tests
 #   benchmark      - Google Benchmark programs in bench/
@@ -40,6 +42,14 @@ orvo_drop_missing_include_dirs(OpenImageIO::OpenImageIO)
 orvo_drop_missing_include_dirs(OpenColorIO::OpenColorIO)
 find_package(embree 3 REQUIRED)
 find_package(tinyobjloader REQUIRED)
+# Debian's Python, not one a version manager put first on PATH: the
+# libraries link against its libpython.
+if(NOT DEFINED Python3_ROOT_DIR AND EXISTS /usr/bin/python3)
+    set(Python3_ROOT_DIR /usr)
+endif()
+set(Python3_FIND_STRATEGY LOCATION)
+find_package(Python3 REQUIRED COMPONENTS Interpreter Development.Embed)
+find_package(pybind11 CONFIG REQUIRED)
 
 if(ORVO_TESTS)
     find_package(GTest REQUIRED)

@@ -1,4 +1,5 @@
 #include "host/dependnode.h"
+#include "host/scene_folder.h"
 
 #include <algorithm>
 #include <cstring>
@@ -386,7 +387,9 @@ Tmetaclass* dependNodeMeta() {
 } // namespace
 
 TdependNode::TdependNode() = default;
-TdependNode::~TdependNode() = default;
+TdependNode::~TdependNode() {
+    OrvoForgetNodeSceneFolder(this);
+}
 
 Tmetaclass* TdependNode::sTypeof() {
     return dependNodeMeta();

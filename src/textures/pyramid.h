@@ -154,6 +154,12 @@ public:
                   float& value, bool nearest) const;
     // Texel (x, y) of `level`, y counted from the bottom.
     void getTexel(unsigned level, unsigned x, unsigned y, T3Float& color, float& alpha) const;
+    // A separable weighted sum of texels of `level`: columns x0 .. x0 + nx - 1
+    // with weights wx, rows y0 .. y0 + ny - 1 (from the bottom) with weights
+    // wy, indices outside the level wrapped or clamped. The weights are used
+    // as given (the caller normalises them). Alpha as for levelCol.
+    void weightedSum(unsigned level, int x0, unsigned nx, const float* wx, int y0, unsigned ny,
+                     const float* wy, bool wrapU, bool wrapV, T3Float& color, float& alpha) const;
     // The texel's raw channels (bytes or floats): in the pyramid's memory, or
     // in this thread's block cache, valid until its next fetch.
     const uint8_t* texelData(unsigned level, unsigned x, unsigned y) const;

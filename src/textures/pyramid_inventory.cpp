@@ -12,8 +12,11 @@ TpyramidMutexMgr TpyramidInventory::fsMutexMgr;
 
 namespace {
 
-std::vector<Tpyramid*> fsPyramidArray;
-std::vector<Tpyramid*> fsSwatchPyramidArray;
+// Never destroyed: what is registered when the process ends stays owned
+// (and reachable) to the end, rather than freed by static destructors that
+// run in no set order with the caches the pyramids use.
+std::vector<Tpyramid*>& fsPyramidArray = *new std::vector<Tpyramid*>;
+std::vector<Tpyramid*>& fsSwatchPyramidArray = *new std::vector<Tpyramid*>;
 
 std::atomic<TrenderCache*> gCache{nullptr};
 

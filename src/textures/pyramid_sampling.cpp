@@ -255,6 +255,45 @@ void Tpyramid::getTexel(unsigned level, unsigned x, unsigned y, T3Float& color,
     });
 }
 
+void Tpyramid::weightedSum(unsigned level, int x0, unsigned nx, const float* wx, int y0,
+                           unsigned ny, const float* wy, bool wrapU, bool wrapV, T3Float& color,
+                           float& alpha) const {
+    if (!isBuilt() || nx == 0 || ny == 0)
+        return;
+    TpyramidSampling::dispatch(*this, [&](const auto& kernel) {
+        using K = std::decay_t<decltype(kernel)>;
+        constexpr unsigned C = K::kChannels;
+        const unsigned l = kernel.levelFor(level);
+        const int w = int(levelWidth(l)), h = int(levelHeight(l));
+        auto index = [](int i, int n, bool wrap) {
+            if (wrap)
+                return unsigned(((i % n) + n) % n);
+            return unsigned(std::clamp(i, 0, n - 1));
+        };
+        double sum[C] = {};
+        for (unsigned j = 0; j < ny; ++j) {
+            if (wy[j] == 0.0f)
+                continue;
+            const unsigned y = index(y0 + int(j), h, wrapV);
+            double row[C] = {};
+            for (unsigned i = 0; i < nx; ++i) {
+                if (wx[i] == 0.0f)
+                    continue;
+                float t[C];
+                kernel.template read<C>(l, index(x0 + int(i), w, wrapU), y, t);
+                for (unsigned c = 0; c < C; ++c)
+                    row[c] += double(wx[i]) * t[c];
+            }
+            for (unsigned c = 0; c < C; ++c)
+                sum[c] += double(wy[j]) * row[c];
+        }
+        float out[C];
+        for (unsigned c = 0; c < C; ++c)
+            out[c] = float(sum[c]);
+        kernel.store(out, color, alpha);
+    });
+}
+
 const uint8_t* Tpyramid::texelData(unsigned level, unsigned x, unsigned y) const {
     if (!isBuilt())
         return nullptr;

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <OpenImageIO/imageio.h>
+
 #include <atomic>
 #include <cstdlib>
 #include <new>
@@ -9,6 +11,7 @@
 #include "host/graph.h"
 #include "host/qsl/interpreter.h"
 #include "shading/shading_engine.h"
+#include "support/temp_folder.h"
 #include <sstream>
 
 // Counts heap allocations made by this thread while counting is on: the
@@ -85,6 +88,24 @@ long OrvoTestStopCountingAllocations() {
 
 namespace {
 
+// 64 samples of a shading group's option 0, u across and v = 0.5.
+struct ShadeBatch {
+    std::vector<uint64_t> storage;
+    std::vector<Tsample*> samples;
+
+    explicit ShadeBatch(TDNshadingEngine& engine) {
+        const unsigned size = engine.sampleSize(0);
+        storage.resize(size_t(size) * 64 / 8 + 1);
+        for (unsigned i = 0; i < 64; ++i) {
+            auto* s = reinterpret_cast<Tsample*>(reinterpret_cast<std::byte*>(storage.data()) +
+                                                 size_t(i) * size);
+            s->initialize(nullptr, nullptr, engine.fieldOffsetTable(0));
+            s->setUvCoord(float(i) / 64.0f, 0.5f);
+            samples.push_back(s);
+        }
+    }
+};
+
 TEST(DataBlockAllocation, VectorAccessAndComputeAllocateNothing) {
 #ifndef ORVO_COUNT_ALLOCATIONS
     GTEST_SKIP() << "allocations are counted in the ordinary build";
@@ -125,16 +146,8 @@ TEST(DataBlockAllocation, ShadeAllocatesNothing) {
                  "scene.qsl");
     auto* engine = dynamic_cast<TDNshadingEngine*>(graph.findNode("sg"));
     ASSERT_TRUE(engine->analyse(0, nullptr));
-    const unsigned size = engine->sampleSize(0);
-    std::vector<uint64_t> storage(size_t(size) * 64 / 8 + 1);
-    std::vector<Tsample*> samples;
-    for (unsigned i = 0; i < 64; ++i) {
-        auto* s = reinterpret_cast<Tsample*>(reinterpret_cast<std::byte*>(storage.data()) +
-                                             size_t(i) * size);
-        s->initialize(nullptr, nullptr, engine->fieldOffsetTable(0));
-        s->setUvCoord(float(i) / 64.0f, 0.5f);
-        samples.push_back(s);
-    }
+    ShadeBatch batch(*engine);
+    std::vector<Tsample*>& samples = batch.samples;
     TshadingOpus* opus = engine->controlBlock(0);
     opus->shade(64, samples.data()); // the on-demand work of the render happens once
     tAllocations = 0;
@@ -144,6 +157,51 @@ TEST(DataBlockAllocation, ShadeAllocatesNothing) {
     tCounting = false;
     EXPECT_EQ(tAllocations, 0);
     EXPECT_EQ(samples[32]->outColor()->z, 0.5f); // gain = 1 - shared.u = 1 - 0.5
+    TrenderThreadBase::deleteAllOpuses();
+}
+
+// A file texture read from memory with the default filter, feeding the
+// gain of one read from a BOT file through the block cache: once the first
+// batch has loaded the files, shading allocates nothing.
+TEST(DataBlockAllocation, ShadeWithFileTexturesAllocatesNothing) {
+#ifndef ORVO_COUNT_ALLOCATIONS
+    GTEST_SKIP() << "allocations are counted in the ordinary build";
+#endif
+    TempFolder dir;
+    const std::string png = dir.file("grey.png");
+    {
+        auto image = OIIO::ImageOutput::create(png);
+        ASSERT_TRUE(image && image->open(png, OIIO::ImageSpec(8, 8, 3, OIIO::TypeDesc::UINT8)));
+        const std::vector<uint8_t> pixels(8 * 8 * 3, 255);
+        ASSERT_TRUE(image->write_image(OIIO::TypeDesc::UINT8, pixels.data()));
+        image->close();
+    }
+    TdependGraph graph;
+    std::ostringstream out;
+    qsl::Interpreter(graph, out)
+        .runText("node file a\nnode file b\nnode shadingEngine sg\n"
+                 "set a.fileTextureName \"" +
+                     png +
+                     "\"\nset a.useCache true\n"
+                     "set b.fileTextureName \"" +
+                     png +
+                     "\"\nset b.filterType \"Box\"\n"
+                     "connect a.outColor b.colorGain\nconnect b.outColor sg.surfaceShader\n",
+                 "scene.qsl");
+    auto* engine = dynamic_cast<TDNshadingEngine*>(graph.findNode("sg"));
+    ASSERT_TRUE(engine->analyse(0, nullptr));
+    ShadeBatch batch(*engine);
+    std::vector<Tsample*>& samples = batch.samples;
+    TshadingOpus* opus = engine->controlBlock(0);
+    opus->shade(64, samples.data()); // loads the files and fills the block cache
+    tAllocations = 0;
+    tCounting = true;
+    for (int pass = 0; pass < 5; ++pass)
+        opus->shade(64, samples.data());
+    tCounting = false;
+    EXPECT_EQ(tAllocations, 0);
+    // White everywhere: 1 * gain 1.
+    EXPECT_FLOAT_EQ(samples[17]->outColor()->x, 1.0f);
     TrenderThreadBase::deleteAllOpuses();
 }
 

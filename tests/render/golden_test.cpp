@@ -43,6 +43,8 @@ const GoldenCase kCases[] = {
     {"lights", 160, 90, 4, "lights.qsl"},
     // One ramp shader, three colours through a shading switch.
     {"ramp_switch", 168, 70, 4, "ramp_switch.qsl"},
+    // File textures: a PNG with alpha on an OBJ crate, a floor in UDIM tiles.
+    {"textured", 160, 90, 4, "textured.qsl"},
 };
 
 std::string goldenPath(const std::string& name, const char* extension) {

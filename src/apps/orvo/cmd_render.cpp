@@ -21,6 +21,7 @@
 #include "render/render_error.h"
 #include "render/render_job.h"
 #include "render/renderer.h"
+#include "textures/file_texture.h"
 
 namespace orvo::cli {
 
@@ -35,6 +36,7 @@ struct RenderOptions {
     unsigned spp = 4;
     std::string format;
     bool floatExr = false;
+    bool abortOnMissingTexture = false;
 };
 
 // Ctrl-C asks the render to stop after the tiles in hand; the frame is then
@@ -273,8 +275,11 @@ void addRenderCommand(CLI::App& app, CommandRun& run) {
     sub->add_option("--spp", options->spp, "Samples per pixel (4)");
     sub->add_flag("--float", options->floatExr,
                   "EXR with 32-bit float channels; overrides the scene's exrPixelType");
+    sub->add_flag("--abort-on-missing-texture", options->abortOnMissingTexture,
+                  "End with status 1 at the first texture file that cannot be found");
     sub->callback([&run, options] {
         run = [options] {
+            TdnFileTexture::abortOnMissingTexture(options->abortOnMissingTexture);
             return runRender(*options);
         };
     });

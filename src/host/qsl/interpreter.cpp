@@ -1,4 +1,5 @@
 #include "host/qsl/interpreter.h"
+#include "host/scene_folder.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -71,9 +72,12 @@ TdagObject* dagNodeAt(Interpreter::Context& c, size_t i) {
 
 // Shapes read files relative to the folder of the script that made or set them.
 void rememberSceneFolder(Interpreter::Context& c, TdependNode* node) {
+    const std::string folder =
+        std::filesystem::path(c.interpreter.currentFile()).parent_path().string();
     if (Tshape* shape = Tshape::fromNode(node))
-        shape->setSceneFolder(
-            std::filesystem::path(c.interpreter.currentFile()).parent_path().string());
+        shape->setSceneFolder(folder);
+    else if (node)
+        OrvoSetNodeSceneFolder(node, folder);
 }
 
 void commandNode(Interpreter::Context& c) {

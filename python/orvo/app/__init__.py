@@ -1,0 +1,1 @@
+"""Application services of orvo that are written in Python."""

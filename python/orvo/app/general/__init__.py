@@ -1,0 +1,1 @@
+"""General application services: file name patterns and the like."""
