@@ -35,6 +35,7 @@ struct RenderOptions {
     unsigned spp = 4;
     std::string format;
     bool floatExr = false;
+    bool noPost = false;
 };
 
 // Ctrl-C asks the render to stop after the tiles in hand; the frame is then
@@ -214,6 +215,7 @@ int runRender(const RenderOptions& options) {
 
     TrenderOptions settings;
     settings.samplesPerPixel = options.spp;
+    settings.postEffects = !options.noPost;
     settings.threads = options.threads ? options.threads : job->threads();
     settings.depthMapDirectory = (std::filesystem::path(options.output) / "depth").string();
     const unsigned threads = Trenderer(settings).threadCount();
@@ -272,6 +274,8 @@ void addRenderCommand(CLI::App& app, CommandRun& run) {
     sub->add_option("--spp", options->spp, "Samples per pixel (4)");
     sub->add_flag("--float", options->floatExr,
                   "EXR with 32-bit float channels; overrides the scene's exrPixelType");
+    sub->add_flag("--no-post", options->noPost,
+                  "Leave out the post effects (shader glow, optical effects, depth of field)");
     sub->callback([&run, options] {
         run = [options] {
             return runRender(*options);

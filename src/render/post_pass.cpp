@@ -1,0 +1,44 @@
+#include "render/post_pass.h"
+
+#include "effects/shader_glow.h"
+#include "framework/render_info.h"
+#include "render/pixel_filter.h"
+
+TpostPass::TpostPass(TdependGraph& graph, unsigned width, unsigned height, bool enabled) {
+    if (!enabled)
+        return;
+    TdnShaderGlow* glow = TdnShaderGlow::find(graph);
+    // The glow pass costs a gathered array and a large convolution: only
+    // when a shader of the scene glows, or a render callback asks for it.
+    if (glow && (TdnShaderGlow::isShaderGlowOn(graph) || TrenderCallback::invokeUseShaderGlow()) &&
+        glow->initShaderGlow(int(width), int(height), int(width), false))
+        fGlow = glow;
+}
+
+TpostPass::~TpostPass() {
+    if (fGlow)
+        TdnShaderGlow::clear();
+}
+
+void TpostPass::resetTile(orvo::post::TglowTile& tile, unsigned x0, unsigned y0, unsigned x1,
+                          unsigned y1) const {
+    if (fGlow)
+        tile.reset(x0, y0, x1, y1, TdnShaderGlow::sgWide(), TdnShaderGlow::sgHigh(),
+                   TdnShaderGlow::sgRes());
+}
+
+void TpostPass::mergeTile(const orvo::post::TglowTile& tile) const {
+    if (fGlow)
+        TdnShaderGlow::addShaderGlowTile(tile);
+}
+
+void TpostPass::run(TrenderedImage& image) {
+    const orvo::post::TpostImage post{image.pixels.data(), image.width, image.height,
+                                      TrenderedImage::kChannels};
+    if (fGlow) {
+        fGlow->calculateGlow();
+        fGlow->addShaderGlowToArray(post);
+        TdnShaderGlow::clear();
+        fGlow = nullptr;
+    }
+}
