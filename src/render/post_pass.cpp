@@ -1,10 +1,14 @@
 #include "render/post_pass.h"
 
+#include "effects/optical_fx.h"
 #include "effects/shader_glow.h"
 #include "framework/render_info.h"
 #include "render/pixel_filter.h"
+#include "render/render_scene.h"
 
-TpostPass::TpostPass(TdependGraph& graph, unsigned width, unsigned height, bool enabled) {
+TpostPass::TpostPass(TdependGraph& graph, const TrenderScene& scene, unsigned width,
+                     unsigned height, bool enabled)
+    : fGraph(graph), fScene(scene), fEnabled(enabled) {
     if (!enabled)
         return;
     TdnShaderGlow* glow = TdnShaderGlow::find(graph);
@@ -40,5 +44,18 @@ void TpostPass::run(TrenderedImage& image) {
         fGlow->addShaderGlowToArray(post);
         TdnShaderGlow::clear();
         fGlow = nullptr;
+    }
+    if (!fEnabled)
+        return;
+    // The lights' optical effects see the picture as the camera does; an
+    // orthographic view has no line of sight to a light.
+    const TpinholeCamera& camera = fScene.camera();
+    if (!camera.orthographic()) {
+        const orvo::post::TpostView view{image.width, image.height, camera.halfWidth(),
+                                         camera.halfHeight()};
+        const TopticalFXarray effects = TopticalFXarray::collect(fGraph);
+        for (unsigned i = 0; i < effects.length(); ++i)
+            if (effects[i]->reset(fScene.worldToEye(), view))
+                effects[i]->addOpticalFXtoArray(post);
     }
 }

@@ -11,12 +11,14 @@
 
 class TdependGraph;
 class TdnShaderGlow;
+class TrenderScene;
 struct TrenderedImage;
 
 class TpostPass {
 public:
     // `enabled` false turns every effect off (`orvo render --no-post`).
-    TpostPass(TdependGraph& graph, unsigned width, unsigned height, bool enabled);
+    TpostPass(TdependGraph& graph, const TrenderScene& scene, unsigned width, unsigned height,
+              bool enabled);
     ~TpostPass();
     TpostPass(const TpostPass&) = delete;
     TpostPass& operator=(const TpostPass&) = delete;
@@ -34,5 +36,8 @@ public:
     void run(TrenderedImage& image);
 
 private:
+    TdependGraph& fGraph;
+    const TrenderScene& fScene;
+    bool fEnabled = false;
     TdnShaderGlow* fGlow = nullptr;
 };

@@ -74,7 +74,7 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
     sampling.samplesPerPixel = std::max(1u, fOptions.samplesPerPixel);
     sampling.seed = seed;
     sampling.maxRayDepth = fOptions.maxRayDepth;
-    TpostPass post(graph, fOptions.width, fOptions.height, fOptions.postEffects);
+    TpostPass post(graph, scene, fOptions.width, fOptions.height, fOptions.postEffects);
     sampling.gatherGlow = post.gathersGlow();
     stats.shaderGlow = post.gathersGlow();
 
