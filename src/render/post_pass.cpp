@@ -1,5 +1,8 @@
 #include "render/post_pass.h"
 
+#include <cmath>
+
+#include "effects/dof.h"
 #include "effects/optical_fx.h"
 #include "effects/shader_glow.h"
 #include "framework/render_info.h"
@@ -58,4 +61,9 @@ void TpostPass::run(TrenderedImage& image) {
             if (effects[i]->reset(fScene.worldToEye(), view))
                 effects[i]->addOpticalFXtoArray(post);
     }
+    // Depth of field last: it blurs glow and flares with what they lie on.
+    const TcameraShape* shape = fScene.cameraShape();
+    if (shape && TdnDOF::wanted(*shape) && image.depth.size() == size_t(image.width) * image.height)
+        TdnDOF::computeDOF(image.width, image.height, *shape, 2.0 * std::atan(camera.halfHeight()),
+                           post, image.depth.data());
 }

@@ -148,7 +148,7 @@ TrenderGroupBase::Completion TrayTracer::callback() {
 }
 
 void TrayTracer::renderTile(unsigned x0, unsigned y0, unsigned x1, unsigned y1, TpixelSums& sums,
-                            orvo::post::TglowTile* glow) {
+                            orvo::post::TglowTile* glow, float* depth, unsigned depthStride) {
     Level* level = enter();
     if (!level)
         return;
@@ -186,6 +186,11 @@ void TrayTracer::renderTile(unsigned x0, unsigned y0, unsigned x1, unsigned y1, 
         value.alpha = std::clamp(1.0f - OrvoLuminance(p.weight), 0.0f, 1.0f);
         value.matte = std::clamp(p.matte, 0.0f, 1.0f);
         sums.splat(p.rasterX, p.rasterY, value);
+        // A pixel's samples all lie in its tile: only this thread writes it.
+        if (depth && p.firstDistance >= 0.0f) {
+            float& nearest = depth[size_t(p.rasterY) * depthStride + size_t(p.rasterX)];
+            nearest = std::min(nearest, p.firstDistance / OrvoLength(p.direction));
+        }
         // Glow goes to the coarse array in 0..255 steps, each sample a
         // share of its pixel, so that a pixel adds its average glow.
         if (glow && (p.glow.r > 0.0f || p.glow.g > 0.0f || p.glow.b > 0.0f)) {

@@ -117,10 +117,12 @@ public:
     static void setCurrent(TrayTracer* tracer);
 
     // Shades the pixels [x0, x1) x [y0, y1) and adds their samples to `sums`
-    // (which must reach the filter radius beyond the rectangle), and their
-    // glow to `glow` when the frame gathers glow.
+    // (which must reach the filter radius beyond the rectangle), their glow
+    // to `glow` when the frame gathers glow, and the nearest depth of each
+    // pixel to `depth` (the frame's, `depthStride` floats a row) when given.
     void renderTile(unsigned x0, unsigned y0, unsigned x1, unsigned y1, TpixelSums& sums,
-                    orvo::post::TglowTile* glow = nullptr);
+                    orvo::post::TglowTile* glow = nullptr, float* depth = nullptr,
+                    unsigned depthStride = 0);
 
     // The ray sampler's work, on this thread. Each answers how many of the
     // rays it traced (rays too deep are not).

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <condition_variable>
 #include <exception>
+#include <limits>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -80,6 +81,8 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
 
     const int margin = int(std::ceil(TpixelFilter::kRadius));
     TpixelSums frameSums(0, 0, fOptions.width, fOptions.height);
+    std::vector<float> frameDepth(size_t(fOptions.width) * fOptions.height,
+                                  std::numeric_limits<float>::infinity());
     std::mutex lock;
     std::condition_variable changed;
     std::atomic<unsigned> nextTile{0};
@@ -119,7 +122,8 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
                            tile.y1 - tile.y0 + 2 * unsigned(margin));
                 post.resetTile(glow, tile.x0, tile.y0, tile.x1, tile.y1);
                 tracer.renderTile(tile.x0, tile.y0, tile.x1, tile.y1, sums,
-                                  sampling.gatherGlow ? &glow : nullptr);
+                                  sampling.gatherGlow ? &glow : nullptr, frameDepth.data(),
+                                  fOptions.width);
                 std::lock_guard guard(lock);
                 finished[t] = std::move(sums);
                 if (sampling.gatherGlow)
@@ -197,6 +201,7 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
         return false;
     }
     image = OrvoResolve(frameSums);
+    image.depth = std::move(frameDepth);
     if (passControl == kRenderPassShadow) {
         // The shadow pass: the shadow is in the matte channel.
         for (size_t i = 0; i + TrenderedImage::kChannels <= image.pixels.size();

@@ -41,6 +41,9 @@ const GoldenCase kCases[] = {
     {"materials", 160, 50, 4, "materials.qsl"},
     // Spot, area, point and volume lights with their shadows.
     {"lights", 160, 90, 4, "lights.qsl"},
+    // Shader glow, a lamp's optical effects and depth of field: the post
+    // effects over a frame.
+    {"glow", 160, 90, 4, "glow.qsl"},
 };
 
 std::string goldenPath(const std::string& name, const char* extension) {

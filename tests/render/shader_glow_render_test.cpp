@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "render/renderer.h"
 #include "render/scene_text.h"
 
@@ -84,4 +86,36 @@ TEST(ShaderGlowRender, ASceneWithoutGlowSkipsThePass) {
     auto graph =
         sceneFromText(std::string(kUnitCamera) + kGlowingSquare + "set hot.glowIntensity 0\n");
     EXPECT_FALSE(renderGlow(*graph, 2).stats.shaderGlow);
+}
+
+TEST(PostPassRender, TheFrameKeepsItsDepth) {
+    // The square at depth 2 fills the view of the unit camera: every pixel
+    // is 2 deep along -Z. Without it nothing is hit: infinitely deep.
+    auto graph = sceneFromText(std::string(kUnitCamera) + kSquareAtDepth2);
+    const Frame frame = renderGlow(*graph, 2);
+    ASSERT_EQ(frame.image.depth.size(), size_t(64 * 48));
+    EXPECT_NEAR(frame.image.depth[0], 2.0f, 1e-4f);
+    EXPECT_NEAR(frame.image.depth[24 * 64 + 32], 2.0f, 1e-4f);
+    auto empty = sceneFromText(std::string(kUnitCamera));
+    EXPECT_TRUE(std::isinf(renderGlow(*empty, 2).image.depth[100]));
+}
+
+TEST(PostPassRender, DepthOfFieldBlursWhatIsOutOfFocus) {
+    // A glowing square in front of nothing, focused far behind it: its
+    // edge softens, and the square's colour reaches past its border.
+    auto graph = sceneFromText(std::string(kUnitCamera) + kGlowingSquare +
+                               "set hot.glowIntensity 0\n"
+                               "set cameraShape1.depthOfField true\n"
+                               "set cameraShape1.focusDistance 50\n"
+                               "set cameraShape1.fStop 2\n");
+    const Frame sharp = renderGlow(*graph, 2, false);
+    const Frame soft = renderGlow(*graph, 2);
+    // Blur radius: aperture 35 * 0.1 / 4 = 0.875, tan(fov / 2) = 0.75, so
+    // 32 / (0.75 * 50) * 0.875 = 0.7467 pixels a unit; at depth 2 that is
+    // 0.7467 * 48 / 2 = 17.9 pixels. Column 23 lies 3.7 pixels outside the
+    // square (edge at 32 - 4.8, centre 23.5), beyond the pixel filter's
+    // 1.5: black sharp, lit soft.
+    EXPECT_FLOAT_EQ(sharp.image.at(23, 24)[0], 0.0f);
+    EXPECT_GT(soft.image.at(23, 24)[0], 0.0f);
+    EXPECT_LT(soft.image.at(32, 24)[0], sharp.image.at(32, 24)[0]);
 }
