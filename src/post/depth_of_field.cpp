@@ -44,6 +44,21 @@ void createDofFilter(float radius, TdofFilter& filter) {
     }
     for (size_t i = 0; i < filter.fixed.size(); ++i)
         filter.weights[i] = float(double(filter.fixed[i]) / double(sum));
+    filter.whole = float(256.0 / double(sum));
+    filter.run.assign(kDofFilterSize, -1);
+    filter.edges.assign(kDofFilterSize, {});
+    for (int row = 0; row < kDofFilterSize; ++row) {
+        const int32_t* fixed = &filter.fixed[size_t(row) * kDofFilterSize + kMaxDofRadius];
+        int a = -1;
+        while (a < kMaxDofRadius && fixed[a + 1] == 256 && fixed[-(a + 1)] == 256)
+            ++a;
+        filter.run[size_t(row)] = a;
+        for (int dx = -kMaxDofRadius; dx <= kMaxDofRadius; ++dx)
+            if ((dx < -a || dx > a) && fixed[dx] != 0)
+                filter.edges[size_t(row)].push_back(
+                    {dx,
+                     filter.weights[size_t(row) * kDofFilterSize + size_t(dx + kMaxDofRadius)]});
+    }
 }
 
 bool computeDOF(unsigned width, unsigned height, const TdofCamera& camera, const TpostImage& image,
@@ -55,9 +70,16 @@ bool computeDOF(unsigned width, unsigned height, const TdofCamera& camera, const
     if (!std::isfinite(scale) || scale < 0.0)
         return false;
     const unsigned channels = image.channels;
-    std::vector<float> sums(size_t(width) * height * (channels + 1), 0.0f);
+    const unsigned stride = channels + 1;
+    // Whole cells of a disc row go in as one span: a step up where the span
+    // starts and down after it ends, summed along the row at the end, so a
+    // pixel costs its disc's rows rather than its area. Partly covered rim
+    // cells go straight into the sums.
+    std::vector<float> sums(size_t(width) * height * stride, 0.0f);
+    std::vector<float> steps(size_t(width + 1) * height * stride, 0.0f);
     // Filters by radius, in quarter pixels: a frame uses a few dozen.
     std::map<int, TdofFilter> filters;
+    float value[8];
     for (unsigned y = 0; y < height; ++y)
         for (unsigned x = 0; x < width; ++x) {
             const float radius = dofRadius(camera, scale, depth[size_t(y) * width + x]);
@@ -70,31 +92,55 @@ bool computeDOF(unsigned width, unsigned height, const TdofCamera& camera, const
             const TdofFilter& filter = found->second;
             const int reach = std::min(kMaxDofRadius, int(std::ceil(filter.radius + 0.5f)));
             const float* source = image.at(x, y);
+            const unsigned used = std::min(channels, 7u);
+            for (unsigned c = 0; c < used; ++c)
+                value[c] = source[c];
+            value[used] = 1.0f;
             const int y0 = std::max(-reach, -int(y)), y1 = std::min(reach, int(height - 1 - y));
-            const int x0 = std::max(-reach, -int(x)), x1 = std::min(reach, int(width - 1 - x));
             for (int dy = y0; dy <= y1; ++dy) {
-                const float* row =
-                    &filter.weights[size_t(dy + kMaxDofRadius) * kDofFilterSize + kMaxDofRadius];
-                float* out = &sums[(size_t(int(y) + dy) * width + x) * (channels + 1)];
-                for (int dx = x0; dx <= x1; ++dx) {
-                    const float w = row[dx];
-                    if (w == 0.0f)
+                const size_t row = size_t(dy + kMaxDofRadius);
+                const size_t target = size_t(int(y) + dy);
+                const int a = filter.run[row];
+                if (a >= 0) {
+                    const int from = std::max(0, int(x) - a);
+                    const int to = std::min(int(width) - 1, int(x) + a);
+                    float* up = &steps[(target * (width + 1) + size_t(from)) * stride];
+                    float* down = &steps[(target * (width + 1) + size_t(to + 1)) * stride];
+                    for (unsigned c = 0; c <= used; ++c) {
+                        up[c] += value[c] * filter.whole;
+                        down[c] -= value[c] * filter.whole;
+                    }
+                }
+                for (const TdofFilter::Edge& e : filter.edges[row]) {
+                    const int tx = int(x) + e.dx;
+                    if (tx < 0 || tx >= int(width))
                         continue;
-                    float* cell = out + std::ptrdiff_t(dx) * std::ptrdiff_t(channels + 1);
-                    for (unsigned c = 0; c < channels; ++c)
-                        cell[c] += source[c] * w;
-                    cell[channels] += w;
+                    float* cell = &sums[(target * width + size_t(tx)) * stride];
+                    for (unsigned c = 0; c <= used; ++c)
+                        cell[c] += value[c] * e.weight;
                 }
             }
         }
+    for (unsigned y = 0; y < height; ++y) {
+        float running[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+        for (unsigned x = 0; x < width; ++x) {
+            const float* step = &steps[(size_t(y) * (width + 1) + x) * stride];
+            float* cell = &sums[(size_t(y) * width + x) * stride];
+            for (unsigned c = 0; c < stride && c < 8; ++c) {
+                running[c] += step[c];
+                cell[c] += running[c];
+            }
+        }
+    }
+    const unsigned used = std::min(channels, 7u);
     for (unsigned y = 0; y < height; ++y)
         for (unsigned x = 0; x < width; ++x) {
-            const float* cell = &sums[(size_t(y) * width + x) * (channels + 1)];
-            if (cell[channels] <= 0.0f)
+            const float* cell = &sums[(size_t(y) * width + x) * stride];
+            if (cell[used] <= 0.0f)
                 continue;
             float* pixel = image.at(x, y);
-            for (unsigned c = 0; c < channels; ++c)
-                pixel[c] = cell[c] / cell[channels];
+            for (unsigned c = 0; c < used; ++c)
+                pixel[c] = cell[c] / cell[used];
         }
     return true;
 }

@@ -41,6 +41,16 @@ struct TdofFilter {
     float radius = 0.0f;
     std::vector<float> weights; // 51 x 51
     std::vector<int32_t> fixed; // 51 x 51
+    // Row by row (dy from -25): the half-width of the run of whole cells
+    // around the centre column (-1 for none), which a spread adds as one
+    // span, and the partly covered cells outside it, added one by one.
+    struct Edge {
+        int dx;
+        float weight;
+    };
+    std::vector<int> run;                 // 51
+    std::vector<std::vector<Edge>> edges; // 51
+    float whole = 0.0f;                   // the weight of a whole cell
 };
 void createDofFilter(float radius, TdofFilter& filter);
 
