@@ -102,7 +102,8 @@ void lensFlare(const TopticalFXParams& p, const TopticalFXRay& ray, const Toptic
     if (!p.lensFlare || p.flareIntensity == 0.0f || !(0.5 - r * 0.5 > 0.0))
         return;
     const double w = (0.5 - r * 0.5) * 0.5;
-    const double N = std::max(0.0f, p.flareNumCircles);
+    // More circles than this would not show apart from one another.
+    const double N = std::min(100000.0, std::max(0.0, double(p.flareNumCircles)));
     const double small = p.flareMinSize * 0.1, big = p.flareMaxSize * 0.1;
     double span = big - small, S;
     if (!(span > 0.0)) {

@@ -14,7 +14,12 @@ void initGlowParams(PX_GlowParams& params, float quality, int width, int height,
     const double resolution =
         std::pow(s * 300.0 * s * double(quality) * 600.0 * 600.0, 0.25) / (s * 600.0);
     params.resolution = float(std::clamp(resolution, 0.01, 1.0));
-    int32_t w = int32_t(std::trunc(double(params.resolution) * double(realSize) * s));
+    params.high = int32_t(std::trunc(double(height) * params.resolution)) + 1;
+    params.wide = int32_t(std::trunc(double(width) * params.resolution)) + 1;
+    // A filter twice as wide as the array reaches every cell from every
+    // other; a wider one (an absurd spread) would only cost memory.
+    const double widest = 2.0 * std::max(params.wide, params.high) + 1.0;
+    int32_t w = int32_t(std::min(widest, std::trunc(double(params.resolution) * realSize * s)));
     if (w % 2 == 0)
         ++w;
     params.filterWidth = w;
@@ -23,8 +28,6 @@ void initGlowParams(PX_GlowParams& params, float quality, int width, int height,
     params.glowArray.shrink_to_fit();
     params.filter.clear();
     params.filter.shrink_to_fit();
-    params.high = int32_t(std::trunc(double(height) * params.resolution)) + 1;
-    params.wide = int32_t(std::trunc(double(width) * params.resolution)) + 1;
 }
 
 void initGlowFilter(PX_GlowParams& params, const PX_ShaderGlow& shaderGlow) {

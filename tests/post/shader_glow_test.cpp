@@ -78,11 +78,14 @@ TEST(ShaderGlowSizes, ResolutionFilterWidthGainAndArray) {
     EXPECT_EQ(tiny.filterWidth, 1);
     EXPECT_EQ(tiny.wide, 641);
     // Spread 1000: (1e6*300*0.5*360000)^0.25 / 600000 = 2713.3 / 6e5 <
-    // 0.01 -> 0.01.
+    // 0.01 -> 0.01. The array is trunc(6.4) + 1 = 7 by trunc(3.6) + 1 = 4;
+    // the width trunc(0.01 * 640 * 1000) = 6400 is held to 2 * 7 + 1 = 15.
     PX_GlowParams huge;
     huge.spread = 1000.0f;
     initGlowParams(huge, 0.5f, 640, 360, 640, kGlowGain, false);
     EXPECT_FLOAT_EQ(huge.resolution, 0.01f);
+    EXPECT_EQ(huge.wide, 7);
+    EXPECT_EQ(huge.filterWidth, 15);
 }
 
 TEST(ShaderGlowFilter, WeightsShapeColoursAndRings) {
