@@ -22,22 +22,11 @@
 #include "host/messages.h"
 #include "host/qsl/interpreter.h"
 #include "render/renderer.h"
+#include "render_bench_support.h"
 
 namespace {
 
 const char* const kShadowLights[] = {"spotShape", "panelShape", "bulbShape"};
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-double median(std::vector<double> v) {
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-}
 
 } // namespace
 
@@ -48,21 +37,10 @@ int main(int argc, char** argv) {
     options.height = 180;
     options.samplesPerPixel = 1;
     options.threads = 1;
-    for (int i = 1; i < argc; ++i) {
-        const std::string a = argv[i];
-        if (a == "--passes" && i + 1 < argc)
-            passes = std::max(1, std::atoi(argv[++i]));
-        else if (a == "--res" && i + 2 < argc) {
-            options.width = unsigned(std::atoi(argv[++i]));
-            options.height = unsigned(std::atoi(argv[++i]));
-        } else if (a == "--spp" && i + 1 < argc)
-            options.samplesPerPixel = unsigned(std::atoi(argv[++i]));
-        else if (a == "--threads" && i + 1 < argc)
-            options.threads = unsigned(std::atoi(argv[++i]));
-    }
+    benchRenderArgs(argc, argv, passes, options);
     TcommandEngine::setSink([](TcommandEngine::Severity, const std::string&) {});
     const std::string path = std::string(ORVO_EXAMPLES_DIR) + "/lights.qsl";
-    const std::string text = readFile(path);
+    const std::string text = benchReadFile(path);
     if (text.empty()) {
         std::fprintf(stderr, "lights_render: cannot read %s\n", path.c_str());
         return 1;
@@ -102,7 +80,7 @@ int main(int argc, char** argv) {
                "|---|---:|---:|---:|---:|\n",
                options.width, options.height, options.samplesPerPixel, options.threads, passes);
     for (const Way& w : ways)
-        fmt::print("| {} | {:.3f} | {} | {} | {} |\n", w.name, median(w.times), w.stats.raysTraced,
-                   w.stats.depthMapsRendered, w.stats.depthMapRays);
+        fmt::print("| {} | {:.3f} | {} | {} | {} |\n", w.name, benchMedian(w.times),
+                   w.stats.raysTraced, w.stats.depthMapsRendered, w.stats.depthMapRays);
     return 0;
 }

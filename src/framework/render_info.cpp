@@ -90,6 +90,7 @@ void TrenderInfo::makeShadingDefaults(Made&& made) {
     fPostProcessList = castTo<TdnPostProcessList>(made("postProcessList", nullptr));
     fUtilityList = castTo<TdnRenderUtilityList>(made("renderUtilityList", nullptr));
     fRenderingList = castTo<TdnRenderingList>(made("renderingList", nullptr));
+    fShaderGlow = made("shaderGlow", nullptr);
 }
 
 void TrenderInfo::makeDefaults(TdependGraph& graph) {
@@ -137,11 +138,12 @@ void TrenderInfo::connectShadingDefaults(TDGcommand& command) {
     connectDefaultShader(fInitialShadingGroup, command);
     addShadingGroup(fInitialParticleSE, command, true);
     addShader(fDefaultShader, command);
+    addPostProcess(fShaderGlow, command);
 }
 
 void TrenderInfo::appendShadingDefaults(std::vector<TdependNode*>& members) const {
     members.insert(members.end(), {fInitialParticleSE, fShaderList, fTextureList, fDefaultShader,
-                                   fPostProcessList, fUtilityList, fRenderingList});
+                                   fPostProcessList, fUtilityList, fRenderingList, fShaderGlow});
 }
 
 TrenderInfo::~TrenderInfo() {

@@ -21,6 +21,7 @@
 //   lambert1              lambert           the default shader, in shaderList1
 //   shaderList1, textureList1, renderUtilityList1, renderingList1,
 //   postProcessList1      the lists of the scene's render nodes by class
+//   shaderGlow1           shaderGlow        the glow settings, in postProcessList1
 //   defaultLightSet       objectSet
 //   defaultObjectSet      objectSet
 //   lightLinker1          lightLinker
@@ -90,6 +91,8 @@ public:
     TdnRenderUtilityList* utilityList() const { return fUtilityList; }
     TdnRenderingList* renderingList() const { return fRenderingList; }
     TdnPostProcessList* postProcessList() const { return fPostProcessList; }
+    // The scene's shader glow settings, shaderGlow1.
+    TdependNode* shaderGlow() const { return fShaderGlow; }
 
     // Each connects the node's message to the next free element of its
     // list, through `command`. Throws TgraphError from the graph.
@@ -216,6 +219,7 @@ private:
     TdnRenderUtilityList* fUtilityList = nullptr;
     TdnRenderingList* fRenderingList = nullptr;
     TdnPostProcessList* fPostProcessList = nullptr;
+    TdependNode* fShaderGlow = nullptr;
     TdnRenderGlobalsList* fRenderGlobalsList = nullptr;
     TdnRenderGlobals* fDefaultGlobals = nullptr;
     TdnRenderQuality* fDefaultQuality = nullptr;

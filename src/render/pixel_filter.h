@@ -75,10 +75,14 @@ private:
 };
 
 // The finished frame: five floats a pixel (r, g, b, alpha, matte), rows from
-// the top.
+// the top, and the depth of each pixel.
 struct TrenderedImage {
     unsigned width = 0, height = 0;
     std::vector<float> pixels;
+    // The eye-space depth of the nearest surface each pixel's samples met,
+    // one float a pixel, rows from the top; infinite where they met none.
+    // Empty when the renderer did not keep it.
+    std::vector<float> depth;
     static constexpr unsigned kChannels = 5;
     const float* at(unsigned x, unsigned y) const {
         return &pixels[(size_t(y) * width + x) * kChannels];

@@ -147,7 +147,8 @@ TrenderGroupBase::Completion TrayTracer::callback() {
     return &TrayTracer::completion;
 }
 
-void TrayTracer::renderTile(unsigned x0, unsigned y0, unsigned x1, unsigned y1, TpixelSums& sums) {
+void TrayTracer::renderTile(unsigned x0, unsigned y0, unsigned x1, unsigned y1, TpixelSums& sums,
+                            orvo::post::TglowTile* glow, float* depth, unsigned depthStride) {
     Level* level = enter();
     if (!level)
         return;
@@ -185,6 +186,18 @@ void TrayTracer::renderTile(unsigned x0, unsigned y0, unsigned x1, unsigned y1, 
         value.alpha = std::clamp(1.0f - OrvoLuminance(p.weight), 0.0f, 1.0f);
         value.matte = std::clamp(p.matte, 0.0f, 1.0f);
         sums.splat(p.rasterX, p.rasterY, value);
+        // A pixel's samples all lie in its tile: only this thread writes it.
+        if (depth && p.firstDistance >= 0.0f) {
+            float& nearest = depth[size_t(p.rasterY) * depthStride + size_t(p.rasterX)];
+            nearest = std::min(nearest, p.firstDistance / OrvoLength(p.direction));
+        }
+        // Glow goes to the coarse array in 0..255 steps, each sample a
+        // share of its pixel, so that a pixel adds its average glow.
+        if (glow && (p.glow.r > 0.0f || p.glow.g > 0.0f || p.glow.b > 0.0f)) {
+            const float scale = 255.0f / float(spp);
+            const float rgb[3] = {p.glow.r * scale, p.glow.g * scale, p.glow.b * scale};
+            glow->add(rgb, p.rasterX, p.rasterY);
+        }
     }
     leave();
 }
@@ -442,6 +455,10 @@ void TrayTracer::shaded(Level& level, const TrenderObject& object, Tsample** sam
             const T3Float& c = *sample.outColor();
             const T3Float& m = *sample.outMatteOpacity();
             p.colour += p.weight * Tspectrum(c.x, c.y, c.z);
+            if (fSettings.gatherGlow) {
+                const T3Float& g = *sample.outGlowColor();
+                p.glow += p.weight * Tspectrum(g.x, g.y, g.z);
+            }
             p.matte += OrvoLuminance(p.weight) * OrvoLuminance(Tspectrum(m.x, m.y, m.z));
             p.weight *= through;
             // A refracting material has traced what lies behind it.

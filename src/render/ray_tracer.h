@@ -17,6 +17,7 @@
 #include <memory>
 #include <vector>
 
+#include "post/shader_glow.h"
 #include "render/pixel_filter.h"
 #include "render/render_scene.h"
 #include "shading/ray_sampler.h"
@@ -33,6 +34,8 @@ struct TsamplingSettings {
     uint32_t seed = 0;
     // The deepest reflection or refraction ray.
     int maxRayDepth = 10;
+    // Whether eye samples hand their glow to the tile's glow buffer.
+    bool gatherGlow = false;
 };
 
 // A render thread of this renderer: the base class with the ray sampler
@@ -86,6 +89,7 @@ struct TrayPath {
     uint32_t instance = 0;
     Tspectrum weight{1.0f, 1.0f, 1.0f}; // how much of what lies ahead comes through
     Tspectrum colour;                   // what was gathered so far
+    Tspectrum glow;                     // the surfaces' glow, as seen through what lies before
     float matte = 0.0f;
     float fraction = 1.0f;                // shadow rays: scaled by each surface's attenuation
     float travelled = 0.0f;               // true distance from the start to the current origin
@@ -113,8 +117,12 @@ public:
     static void setCurrent(TrayTracer* tracer);
 
     // Shades the pixels [x0, x1) x [y0, y1) and adds their samples to `sums`
-    // (which must reach the filter radius beyond the rectangle).
-    void renderTile(unsigned x0, unsigned y0, unsigned x1, unsigned y1, TpixelSums& sums);
+    // (which must reach the filter radius beyond the rectangle), their glow
+    // to `glow` when the frame gathers glow, and the nearest depth of each
+    // pixel to `depth` (the frame's, `depthStride` floats a row) when given.
+    void renderTile(unsigned x0, unsigned y0, unsigned x1, unsigned y1, TpixelSums& sums,
+                    orvo::post::TglowTile* glow = nullptr, float* depth = nullptr,
+                    unsigned depthStride = 0);
 
     // The ray sampler's work, on this thread. Each answers how many of the
     // rays it traced (rays too deep are not).

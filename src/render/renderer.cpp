@@ -7,6 +7,7 @@
 #include <cmath>
 #include <condition_variable>
 #include <exception>
+#include <limits>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -15,6 +16,7 @@
 #include "host/graph.h"
 #include "host/messages.h"
 #include "render/depth_map_pass.h"
+#include "render/post_pass.h"
 #include "render/ray_tracer.h"
 #include "render/render_error.h"
 #include "render/render_frame.h"
@@ -104,9 +106,14 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
     sampling.samplesPerPixel = std::max(1u, fOptions.samplesPerPixel);
     sampling.seed = seed;
     sampling.maxRayDepth = fOptions.maxRayDepth;
+    TpostPass post(graph, scene, fOptions.width, fOptions.height, fOptions.postEffects);
+    sampling.gatherGlow = post.gathersGlow();
+    stats.shaderGlow = post.gathersGlow();
 
     const int margin = int(std::ceil(TpixelFilter::kRadius));
     TpixelSums frameSums(0, 0, fOptions.width, fOptions.height);
+    std::vector<float> frameDepth(size_t(fOptions.width) * fOptions.height,
+                                  std::numeric_limits<float>::infinity());
     std::mutex lock;
     std::condition_variable changed;
     std::atomic<unsigned> nextTile{0};
@@ -117,6 +124,8 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
     // the last bit for any number of threads; a tile that finishes early
     // waits in `finished` until the ones before it are in.
     std::vector<TpixelSums> finished(tiles.size());
+    // Glow joins the frame's array the same way, in tile order.
+    std::vector<orvo::post::TglowTile> finishedGlow(sampling.gatherGlow ? tiles.size() : 0);
     unsigned nextMerge = 0;
     std::exception_ptr failure;
     std::atomic<bool> stop{false};
@@ -131,6 +140,7 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
             TrayTracer tracer(scene, thread, sampling);
             TrayTracer::setCurrent(&tracer);
             TpixelSums sums;
+            orvo::post::TglowTile glow;
             for (;;) {
                 if (stop.load() || (cancel && cancel->load()))
                     break;
@@ -141,12 +151,21 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
                 sums.reset(int(tile.x0) - margin, int(tile.y0) - margin,
                            tile.x1 - tile.x0 + 2 * unsigned(margin),
                            tile.y1 - tile.y0 + 2 * unsigned(margin));
-                tracer.renderTile(tile.x0, tile.y0, tile.x1, tile.y1, sums);
+                post.resetTile(glow, tile.x0, tile.y0, tile.x1, tile.y1);
+                tracer.renderTile(tile.x0, tile.y0, tile.x1, tile.y1, sums,
+                                  sampling.gatherGlow ? &glow : nullptr, frameDepth.data(),
+                                  fOptions.width);
                 std::lock_guard guard(lock);
                 finished[t] = std::move(sums);
+                if (sampling.gatherGlow)
+                    finishedGlow[t] = std::move(glow);
                 for (; nextMerge < tiles.size() && finished[nextMerge].width() != 0; ++nextMerge) {
                     frameSums.add(finished[nextMerge]);
                     finished[nextMerge] = TpixelSums();
+                    if (sampling.gatherGlow) {
+                        post.mergeTile(finishedGlow[nextMerge]);
+                        finishedGlow[nextMerge] = orvo::post::TglowTile();
+                    }
                 }
                 ++tilesDone;
                 changed.notify_all();
@@ -207,10 +226,13 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
         t.join();
     if (failure)
         std::rethrow_exception(failure);
-    stats.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    if (tilesDone < tiles.size())
+    if (tilesDone < tiles.size()) {
+        stats.seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         return false;
+    }
     image = OrvoResolve(frameSums);
+    image.depth = std::move(frameDepth);
     if (passControl == kRenderPassShadow) {
         // The shadow pass: the shadow is in the matte channel.
         for (size_t i = 0; i + TrenderedImage::kChannels <= image.pixels.size();
@@ -218,5 +240,10 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
             for (int c = 0; c < 3; ++c)
                 image.pixels[i + size_t(c)] = image.pixels[i + 4];
     }
+    const auto postStart = std::chrono::steady_clock::now();
+    post.run(image);
+    const auto end = std::chrono::steady_clock::now();
+    stats.postSeconds = std::chrono::duration<double>(end - postStart).count();
+    stats.seconds = std::chrono::duration<double>(end - start).count();
     return true;
 }

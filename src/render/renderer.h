@@ -27,6 +27,9 @@ struct TrenderOptions {
     // Where lights' depth map files are written and looked for (relative to
     // the working folder unless absolute).
     std::string depthMapDirectory = "depth";
+    // Whether the post effects (shader glow, optical effects, depth of
+    // field) run over the finished frame.
+    bool postEffects = true;
 };
 
 struct TframeStats {
@@ -40,6 +43,8 @@ struct TframeStats {
     unsigned depthMapsRead = 0;     // from depth files (reuseDmap)
     unsigned depthMapsWritten = 0;  // to depth files (writeDmap)
     uint64_t depthMapRays = 0;      // rays of the depth pass
+    bool shaderGlow = false;        // whether the frame gathered and added glow
+    double postSeconds = 0.0;       // the post effects' share of `seconds`
 };
 
 class Trenderer {

@@ -89,6 +89,7 @@ TEST_F(RenderInfo, ASceneStartsWithItsDefaultNodes) {
         {"postProcessList1", "postProcessList"},
         {"renderUtilityList1", "renderUtilityList"},
         {"renderingList1", "renderingList"},
+        {"shaderGlow1", "shaderGlow"},
         {"defaultObjectSet", "objectSet"},
         {"renderGlobalsList1", "renderGlobalsList"},
         {"defaultRenderGlobals", "renderGlobals"},

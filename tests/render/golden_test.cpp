@@ -45,6 +45,9 @@ const GoldenCase kCases[] = {
     {"ramp_switch", 168, 70, 4, "ramp_switch.qsl"},
     // File textures: a PNG with alpha on an OBJ crate, a floor in UDIM tiles.
     {"textured", 160, 90, 4, "textured.qsl"},
+    // Shader glow, a lamp's optical effects and depth of field: the post
+    // effects over a frame.
+    {"glow", 160, 90, 4, "glow.qsl"},
 };
 
 std::string goldenPath(const std::string& name, const char* extension) {

@@ -37,6 +37,7 @@ struct RenderOptions {
     std::string format;
     bool floatExr = false;
     bool abortOnMissingTexture = false;
+    bool noPost = false;
 };
 
 // Ctrl-C asks the render to stop after the tiles in hand; the frame is then
@@ -217,6 +218,7 @@ int runRender(const RenderOptions& options) {
 
     TrenderOptions settings;
     settings.samplesPerPixel = options.spp;
+    settings.postEffects = !options.noPost;
     settings.threads = options.threads ? options.threads : job->threads();
     settings.depthMapDirectory = (std::filesystem::path(options.output) / "depth").string();
     const unsigned threads = Trenderer(settings).threadCount();
@@ -277,6 +279,8 @@ void addRenderCommand(CLI::App& app, CommandRun& run) {
                   "EXR with 32-bit float channels; overrides the scene's exrPixelType");
     sub->add_flag("--abort-on-missing-texture", options->abortOnMissingTexture,
                   "End with status 1 at the first texture file that cannot be found");
+    sub->add_flag("--no-post", options->noPost,
+                  "Leave out the post effects (shader glow, optical effects, depth of field)");
     sub->callback([&run, options] {
         run = [options] {
             TdnFileTexture::abortOnMissingTexture(options->abortOnMissingTexture);

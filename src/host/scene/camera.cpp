@@ -22,6 +22,11 @@ TcameraShape::Values TcameraShape::values() const {
     v.farClipPlane = plain(this, aFarClipPlane);
     v.orthographic = plain(this, aOrthographic) != 0.0;
     v.orthographicWidth = plain(this, aOrthographicWidth);
+    v.depthOfField = plain(this, aDepthOfField) != 0.0;
+    v.focusDistance = plain(this, aFocusDistance);
+    v.fStop = plain(this, aFStop);
+    v.focusRegionScale = plain(this, aFocusRegionScale);
+    v.cameraScale = plain(this, aCameraScale);
     return v;
 }
 

@@ -23,7 +23,15 @@ class TdnRenderLayer;
       .input().setNativeDefaultData(30.0f).range(0.0001, 1e30))                                    \
     A(TattributeBoolean, Renderable, "renderable", "rnd", .input().setNativeDefaultData(true))     \
     C3(Tattribute3Float, BackgroundColor, "backgroundColor", "bkg", ORVO_RGB,                      \
-       .inputParent().colour(), .input())
+       .inputParent().colour(), .input())                                                          \
+    A(TattributeBoolean, DepthOfField, "depthOfField", "dof", .input())                            \
+    A(TattributeFloat, FocusDistance, "focusDistance", "fd",                                       \
+      .input().setNativeDefaultData(5.0f).range(0.0, 1e30))                                        \
+    A(TattributeFloat, FStop, "fStop", "fs", .input().setNativeDefaultData(5.6f).range(1.0, 64.0)) \
+    A(TattributeFloat, FocusRegionScale, "focusRegionScale", "frs",                                \
+      .input().setNativeDefaultData(1.0f).range(0.0, 1e30))                                        \
+    A(TattributeFloat, CameraScale, "cameraScale", "cs",                                           \
+      .input().setNativeDefaultData(1.0f).range(0.0001, 1e30))
 ORVO_NODE(TcameraShape, Tshape, "camera", "CAMS", 2104, "kCamera", "host/dag/shape/camera",
           "n_camera")
 
@@ -38,6 +46,12 @@ public:
         double farClipPlane = 10000.0;
         bool orthographic = false;
         double orthographicWidth = 30.0;
+        // Depth of field, a post pass over the rendered depth.
+        bool depthOfField = false;
+        double focusDistance = 5.0;
+        double fStop = 5.6;
+        double focusRegionScale = 1.0;
+        double cameraScale = 1.0;
     };
     Values values() const;
     // Full angles of view, in radians.
