@@ -46,8 +46,9 @@ std::shared_ptr<std::vector<std::byte>> TSEanalysis::capture(const Tplug& plug, 
     auto buffer = std::make_shared<std::vector<std::byte>>(a.dataSize());
     TdependGraph* graph = plug.node()->graph();
     const TdataHandle value = graph ? graph->evaluate(plug) : TdataHandle();
-    if (!value.isNull())
-        std::memcpy(buffer->data(), value.address(), a.dataSize());
+    // A message (a shape connected to a switch) carries no bytes.
+    if (!value.isNull() && !buffer->empty())
+        std::memcpy(buffer->data(), value.address(), buffer->size());
     zero =
         std::all_of(buffer->begin(), buffer->end(), [](std::byte b) { return b == std::byte(0); });
     return buffer;
