@@ -103,7 +103,8 @@ void Tattribute::constructValue(void* where) const {
 void Tattribute::destroyValue(void*) const {}
 
 void Tattribute::copyValue(void* dst, const void* src) const {
-    if (dst != src)
+    // A message has no bytes, and may have no storage to copy from.
+    if (dst != src && dataSize() > 0)
         std::memmove(dst, src, dataSize());
 }
 
