@@ -57,10 +57,6 @@ void TdnLambert::setMaterialLightDefaults(TattributeLightData& record) {
 
 namespace {
 
-// A cut-off of cos = depth * -11.5: the default depth 0.5 lets light through
-// from every direction, depth 0 only from the front hemisphere.
-constexpr float kCutoffPerDepth = -11.5f;
-
 float dot3(const float* a, const float* b) {
     return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
 }
@@ -336,11 +332,7 @@ void TdnLambert::modifyAffects(const Tattribute* attribute, TbitFieldFixedN& aff
 }
 
 void TdnLambert::shadingNodeInit(TframeSampleData*) {
-    // The node's own value, whatever is connected: the cut-off is one number
-    // for the frame.
-    const auto* depth =
-        static_cast<const float*>(forceGetDatablock().valueAddress(aTranslucenceDepth, 0));
-    fTranslucenceCutoff = (depth ? *depth : aTranslucenceDepth.nativeDefault()) * kCutoffPerDepth;
+    fTranslucenceCutoff = OrvoTranslucenceCutoff(*this);
 }
 
 void TdnLambert::endOfRender() {
@@ -360,10 +352,7 @@ void TdnLambert::groupedAttrs(const Tattribute* attribute, TattributeArray& out)
 // ---------------------------------------------------------------- readers
 
 TdataHandle TdnLambert::plugValue(const Tattribute& attribute) {
-    const Tplug plug(this, &attribute);
-    if (graph())
-        return graph()->evaluate(plug);
-    return forceGetDatablock().inputValue(attribute);
+    return OrvoEvaluatedValue(*this, attribute);
 }
 
 T3Float TdnLambert::getColor() {

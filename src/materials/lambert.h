@@ -209,6 +209,9 @@ public:
     static constexpr float kOpaqueTransparency = 1e-5f;
     // Index added per chromatic aberration slot.
     static constexpr float kAberrationStep = 0.06f;
+    // A cut-off of cos = depth * -11.5: the default depth 0.5 lets light
+    // through from every direction, depth 0 only from the front hemisphere.
+    static constexpr float kCutoffPerDepth = -11.5f;
 
     // The default of translucenceDepth: 0.5, or 0 for scenes that want the
     // old default (ORVO_USE_OLD_TRANSLUCENCE_DEPTH_DEFAULT set to anything).
@@ -306,4 +309,21 @@ void OrvoForgetRaySampler(T& node) {
         node.graph()->setPlugValue(plug, &none);
     else if (!node.graph())
         node.setAttributeValue(&T::aRaySampler, &none);
+}
+
+// A plug's value brought up to date through its connection: the graph's
+// evaluation, or the node's own block outside a graph.
+inline TdataHandle OrvoEvaluatedValue(TdependNode& node, const Tattribute& attribute) {
+    if (TdependGraph* graph = node.graph())
+        return graph->evaluate(Tplug(&node, &attribute));
+    return node.forceGetDatablock().inputValue(attribute);
+}
+
+// The translucence cut-off of a material type T for a frame, from the
+// node's own translucenceDepth, whatever is connected: one number a frame.
+template <class T>
+float OrvoTranslucenceCutoff(T& node) {
+    const auto* depth =
+        static_cast<const float*>(node.forceGetDatablock().valueAddress(T::aTranslucenceDepth, 0));
+    return (depth ? *depth : T::aTranslucenceDepth.nativeDefault()) * TdnLambert::kCutoffPerDepth;
 }

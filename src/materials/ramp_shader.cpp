@@ -6,6 +6,7 @@
 
 #include "lights/light_vectors.h"
 #include "materials/mirror_rays.h"
+#include "materials/reflect.h"
 #include "shading/light_blind_data.h"
 #include "shading/shading_engine.h"
 
@@ -46,8 +47,6 @@ namespace {
 
 // The colour frame runs a batch's worth of samples at a time.
 constexpr unsigned kChunk = 64;
-// The cut-off of translucence per unit of translucenceDepth.
-constexpr float kCutoffPerDepth = -11.5f;
 
 T3Float toT3(const float* v) {
     return {v[0], v[1], v[2]};
@@ -65,11 +64,6 @@ const Tattribute* computedRoot(const Tplug& plug) {
 #define ORVO_COLOR_RAMP(Name) ORVO_COLOR_CURVE_RUN(TdnRampShader, Name, block, first, count)
 #define ORVO_FLOAT_RAMP(Name) ORVO_FLOAT_CURVE_RUN(TdnRampShader, Name, block, first, count)
 
-T3Float normalised(const T3Float& v) {
-    const float length = OrvoLength(v);
-    return length > 0.0f ? v * (1.0f / length) : v;
-}
-
 // What each render pass lets through.
 struct PassFlags {
     bool specular, diffuse, incandescence, ambient;
@@ -85,7 +79,7 @@ struct PassFlags {
 } // namespace
 
 TdnRampShader::TdnRampShader()
-    : fTranslucenceCutoff(aTranslucenceDepth.nativeDefault() * kCutoffPerDepth) {}
+    : fTranslucenceCutoff(aTranslucenceDepth.nativeDefault() * TdnLambert::kCutoffPerDepth) {}
 
 // ---------------------------------------------------------------- dispatch
 
@@ -192,7 +186,9 @@ void TdnRampShader::outputChunk(const Tplug& plug, TdataBlock& block, unsigned f
     const float t1 = std::min(0.15f - t0, 1.0f);
     const T3Float black{0.0f, 0.0f, 0.0f};
 
-    T3Float colour[kChunk];
+    // Each sample's colour, and its transparency at the facing ratio, which
+    // the refraction below weighs what it brings back with.
+    T3Float colour[kChunk], clear[kChunk];
     for (unsigned i = 0; i < count; ++i) {
         const int e = int(i);
         T3Float S = black, E = black, D = black;
@@ -285,7 +281,7 @@ void TdnRampShader::outputChunk(const Tplug& plug, TdataBlock& block, unsigned f
                     // Primary rays only: deeper ones keep the roll-off alone.
                     if (primary)
                         k *= reflectionSpecularity[e].asFloat();
-                    const T3Float H = normalised(L2 - V);
+                    const T3Float H = TdnReflect::normalised(L2 - V);
                     const float x = -OrvoDot(H, V);
                     const float y = OrvoDot(H, N);
                     const float Dd = (1.0f / e2 + 1.0f) / (y * y + 1.0f / e2);
@@ -365,8 +361,9 @@ void TdnRampShader::outputChunk(const Tplug& plug, TdataBlock& block, unsigned f
             if (flags.ambient && am.x > 1e-5f && am.y > 1e-5f && am.z > 1e-5f)
                 D = D + mul(am, colorRamp.colorAtPoint(1.0f) + colorRamp.colorAtPoint(0.5f)) * 0.5f;
         }
-        const T3Float clear = transparency.at(e).colorAtPoint(f);
-        D = mul(D, T3Float{1.0f - clear.x, 1.0f - clear.y, 1.0f - clear.z});
+        clear[i] = transparency.at(e).colorAtPoint(f);
+        const T3Float& t = clear[i];
+        D = mul(D, T3Float{1.0f - t.x, 1.0f - t.y, 1.0f - t.z});
         if (flags.incandescence)
             D = D + incandescence.at(e).colorAtPoint(f);
         D = D + E;
@@ -376,8 +373,6 @@ void TdnRampShader::outputChunk(const Tplug& plug, TdataBlock& block, unsigned f
     if (pass == kRenderPassShadow)
         return;
     // What is seen through the surface joins the colour, not the glow.
-    T3Float clear[kChunk];
-    transparencies(block, first, count, clear);
     OrvoAccumulateRefraction(*this, OrvoRefractionAttributesOf<TdnRampShader>(), block, first,
                              count, clear, colour);
     for (unsigned i = 0; i < count; ++i)
@@ -436,14 +431,9 @@ void TdnRampShader::analyse(TDNshadingEngine* engine, TSEnodeDescription* descri
 }
 
 void TdnRampShader::shadingNodeInit(TframeSampleData*) {
-    // The node's own value, whatever is connected: one number for the frame.
-    const auto* depth =
-        static_cast<const float*>(forceGetDatablock().valueAddress(aTranslucenceDepth, 0));
-    fTranslucenceCutoff = (depth ? *depth : aTranslucenceDepth.nativeDefault()) * kCutoffPerDepth;
-    bool driven = !Tplug(this, &aReflectedColor).source().isNull();
-    for (const Tattribute* child : aReflectedColor.children())
-        driven = driven || !Tplug(this, child).source().isNull();
-    fReflectedColorDriven = driven;
+    fTranslucenceCutoff = OrvoTranslucenceCutoff(*this);
+    const Tplug reflected(this, &aReflectedColor);
+    fReflectedColorDriven = reflected.isDestination() || reflected.isChildDestination();
 }
 
 void TdnRampShader::endOfRender() {
@@ -457,12 +447,12 @@ void TdnRampShader::groupedAttrs(const Tattribute* attribute, TattributeArray& o
 
 unsigned TdnRampShader::transparencyOptions() {
     unsigned options = 0;
-    const TdataHandle refractions = plugValue(aRtRefractedColor);
+    const TdataHandle refractions = OrvoEvaluatedValue(*this, aRtRefractedColor);
     if (!refractions.isNull() && refractions.asBool())
         options |= kRayOptionRefracts;
     // A reflectivity ramp with an entry above 0 can send a mirror ray.
-    const TdataHandle ramp = plugValue(aReflectivity);
-    const TdataHandle limit = plugValue(aReflectedRayDepthLimit);
+    const TdataHandle ramp = OrvoEvaluatedValue(*this, aReflectivity);
+    const TdataHandle limit = OrvoEvaluatedValue(*this, aReflectedRayDepthLimit);
     const Tramp reflectivity(TrampData::of(aReflectivity, aReflectivityPosition,
                                            aReflectivityFloatValue, aReflectivityInterp),
                              ramp.isNull() ? nullptr : ramp.asMultiHeader());
@@ -473,15 +463,8 @@ unsigned TdnRampShader::transparencyOptions() {
     return options;
 }
 
-TdataHandle TdnRampShader::plugValue(const Tattribute& attribute) {
-    const Tplug plug(this, &attribute);
-    if (graph())
-        return graph()->evaluate(plug);
-    return forceGetDatablock().inputValue(attribute);
-}
-
 T3Float TdnRampShader::getHardwareShadingAttributes() {
-    const TdataHandle colour = plugValue(aColor);
+    const TdataHandle colour = OrvoEvaluatedValue(*this, aColor);
     const Tramp ramp(TrampData::of(aColor, aColorPosition, aColorColor, aColorInterp),
                      colour.isNull() ? nullptr : colour.asMultiHeader());
     return ramp.colorAtPoint(0.5f);

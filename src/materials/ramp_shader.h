@@ -184,7 +184,6 @@ private:
     void transparencies(TdataBlock& block, unsigned first, unsigned count, T3Float* out);
     void outputChunk(const Tplug& plug, TdataBlock& block, unsigned first, unsigned count,
                      int pass);
-    TdataHandle plugValue(const Tattribute& attribute);
 
     float fTranslucenceCutoff;
     bool fReflectedColorDriven = false;

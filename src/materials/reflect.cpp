@@ -121,10 +121,8 @@ void TdnReflect::computeReflection(const Tplug&, TdataBlock& block, unsigned fir
 // ---------------------------------------------------------------- network
 
 void TdnReflect::refreshReflectedColorDriven() {
-    bool driven = !Tplug(this, &aReflectedColor).source().isNull();
-    for (const Tattribute* child : aReflectedColor.children())
-        driven = driven || !Tplug(this, child).source().isNull();
-    fReflectedColorDriven = driven;
+    const Tplug reflected(this, &aReflectedColor);
+    fReflectedColorDriven = reflected.isDestination() || reflected.isChildDestination();
 }
 
 void TdnReflect::shadingNodeInit(TframeSampleData* frame) {
