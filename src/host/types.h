@@ -6,10 +6,14 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 using Tstring = std::string;
+// An object several owners share, freed with its last owner.
+template <class T>
+using TsharedObjectPtr = std::shared_ptr<T>;
 using TuInt32Array = std::vector<uint32_t>;
 
 struct T2Float {

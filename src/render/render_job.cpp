@@ -15,8 +15,10 @@
 #include "host/graph.h"
 #include "host/messages.h"
 #include "host/qsl/interpreter.h"
+#include "host/scene/image_source.h"
 #include "host/scene/render_layer.h"
 #include "render/render_error.h"
+#include "settings/image_sources.h"
 #include "settings/render_globals.h"
 #include "settings/render_lists.h"
 
@@ -228,54 +230,179 @@ TrenderJob::TrenderJob(TdependGraph& graph, const std::string& scenePath,
                                          fScenePath));
     }
 
+    planTasks(settings, passes, cameras);
+
     std::map<std::string, size_t> byPath;
     for (const double frame : frames) {
-        for (size_t i = 0; i < fLayers.size(); ++i) {
-            Layer& plan = fLayers[i];
+        for (size_t t = 0; t < fTasks.size(); ++t) {
+            const Task& task = fTasks[t];
+            const Layer& plan = fLayers[task.layer];
             if (std::none_of(plan.frames.begin(), plan.frames.end(),
                              [frame](double f) { return sameFrame(f, frame); }))
                 continue;
-            for (const int pass : passes[i]) {
-                const std::string passName = TdnRenderLayer::passName(pass);
-                plan.globals.setPassName(passName);
-                for (const TdagPath& camera : cameras[i]) {
-                    Image image;
-                    image.frame = frame;
-                    image.layer = i;
-                    image.pass = pass;
-                    image.passName = passName;
-                    image.camera = camera;
-                    image.cameraName = TcommonRenderGlobalsData::cameraName(camera);
-                    const std::string name = plan.globals.getImageName(
-                        0, frame, fSceneName, image.cameraName, plan.layer, {}, false, false,
-                        "RenderPass=" + passName);
-                    image.path = joinFolder(fFolder, name);
-                    std::error_code ec;
-                    image.exists = plan.globals.skipExistingFrames && fs::exists(image.path, ec);
+            for (size_t p = 0; p < task.passes.size(); ++p) {
+                Image image;
+                image.frame = frame;
+                image.layer = task.layer;
+                image.task = t;
+                image.pass = task.passes[p];
+                image.passName = TdnRenderLayer::passName(image.pass);
+                image.camera = task.camera;
+                image.cameraName = task.cameraName;
+                image.path = joinFolder(fFolder, task.nameAt(p, frame));
+                std::error_code ec;
+                image.exists = plan.globals.skipExistingFrames && fs::exists(image.path, ec);
 
-                    const std::string key = fs::path(image.path).lexically_normal().string();
-                    const auto [at, fresh] = byPath.emplace(key, fImages.size());
-                    if (!fresh) {
-                        const Image& other = fImages[at->second];
-                        auto what = [this](const Image& im) {
-                            const std::string& layerName = fLayers[im.layer].name;
-                            return fmt::format(
-                                "frame {}{}, camera {}{}", frameWords(im.frame),
-                                layerName.empty() ? "" : ", layer " + layerName, im.cameraName,
-                                im.passName == "beauty" ? "" : ", pass " + im.passName);
-                        };
-                        throw TrenderError(fmt::format(
-                            "{}: error: two images would be written to '{}' ({} and {}); give "
-                            "them names of their own (defaultRenderGlobals.imageFilePrefix and "
-                            "animation)",
-                            fScenePath, image.path, what(other), what(image)));
-                    }
-                    fImages.push_back(std::move(image));
+                const std::string key = fs::path(image.path).lexically_normal().string();
+                const auto [at, fresh] = byPath.emplace(key, fImages.size());
+                if (!fresh) {
+                    const Image& other = fImages[at->second];
+                    auto what = [this](const Image& im) {
+                        const std::string& layerName = fLayers[im.layer].name;
+                        return fmt::format("frame {}{}, camera {}{}", frameWords(im.frame),
+                                           layerName.empty() ? "" : ", layer " + layerName,
+                                           im.cameraName,
+                                           im.passName == "beauty" ? "" : ", pass " + im.passName);
+                    };
+                    throw TrenderError(fmt::format(
+                        "{}: error: two images would be written to '{}' ({} and {}); give "
+                        "them names of their own (defaultRenderGlobals.imageFilePrefix and "
+                        "animation)",
+                        fScenePath, image.path, what(other), what(image)));
                 }
+                fImages.push_back(std::move(image));
             }
         }
     }
     checkHooks();
+}
+
+// ---------------------------------------------------------------- tasks
+
+namespace {
+
+// The scene's renders as image sources: a render target made of one
+// rendered image source per layer, camera and pass, each taking its pass
+// from a render pass node (one per pass name, shared). They stand in the
+// scene while the plan is made and go with this object.
+class TplanSources {
+public:
+    explicit TplanSources(TdependGraph& graph) : fGraph(graph) {}
+    ~TplanSources() {
+        for (auto it = fMade.rbegin(); it != fMade.rend(); ++it)
+            fGraph.deleteNode(*it);
+    }
+    TplanSources(const TplanSources&) = delete;
+    TplanSources& operator=(const TplanSources&) = delete;
+
+    TdependNode* make(const char* type, const char* base) {
+        TdependNode* node = fGraph.createNode(type, fGraph.uniqueName(base));
+        fMade.push_back(node);
+        return node;
+    }
+    void connect(TdependNode* from, TdependNode* to, const Tattribute& attribute, int index = -1) {
+        const Tattribute* message = from->findAttribute("message");
+        Tplug destination(to, &attribute);
+        if (index >= 0)
+            destination.setMultiIndex(&attribute, unsigned(index));
+        fGraph.connect(Tplug(from, message), destination);
+    }
+
+private:
+    TdependGraph& fGraph;
+    std::vector<TdependNode*> fMade;
+};
+
+} // namespace
+
+std::string TrenderJob::Task::nameAt(size_t pass, double frame) const {
+    for (const auto& [f, name] : names[pass])
+        if (sameFrame(f, frame))
+            return name;
+    return {};
+}
+
+void TrenderJob::planTasks(const TrenderSettingsOverrides& settings,
+                           const std::vector<std::vector<int>>& passes,
+                           const std::vector<TdagPathArray>& cameras) {
+    TplanSources sources(fGraph);
+    auto* target = static_cast<TdnRenderTarget*>(sources.make("renderTarget", "orvoPlanTarget"));
+    std::map<std::string, TdnRenderPass*> passNodes;
+    std::map<const TdependNode*, TdagPath> cameraPaths;
+    std::map<const TdnRenderLayer*, size_t> layerIndex;
+    int element = 0;
+    for (size_t i = 0; i < fLayers.size(); ++i) {
+        layerIndex[fLayers[i].layer] = i;
+        for (const TdagPath& camera : cameras[i]) {
+            // A camera is known by its transform, which names its images;
+            // a second camera under the same transform by its shape (its
+            // images then take the same names, which the plan refuses).
+            TdependNode* transform =
+                camera.transform() ? static_cast<TdependNode*>(camera.transform()) : camera.node();
+            if (!cameraPaths.emplace(transform, camera).second) {
+                transform = camera.node();
+                cameraPaths.emplace(transform, camera);
+            }
+            for (const int pass : passes[i]) {
+                const std::string passName = TdnRenderLayer::passName(pass);
+                TdnRenderPass*& passNode = passNodes[passName];
+                if (!passNode) {
+                    passNode =
+                        static_cast<TdnRenderPass*>(sources.make("renderPass", "orvoPlanPass"));
+                    fGraph.setPlugValueFromWords(Tplug(passNode, &TdnRenderPass::aPassId),
+                                                 {passName});
+                }
+                TdependNode* rendered = sources.make("renderedImageSource", "orvoPlanImage");
+                sources.connect(transform, rendered, TdnImageSource::aCamera);
+                if (fLayers[i].layer)
+                    sources.connect(const_cast<TdnRenderLayer*>(fLayers[i].layer), rendered,
+                                    TdnRenderedImageSource::aRenderLayer);
+                sources.connect(passNode, rendered, TdnRenderedImageSource::aImageSource);
+                sources.connect(rendered, target, TdnRenderTarget::aImageSources, element++);
+            }
+        }
+    }
+
+    const auto graph = imageSourceDependencies::getDependencies(target);
+    const TrenderTaskList tasks = imageSourceDependencies::mergeRenderTasks(
+        imageSourceDependencies::getRenderTasks(*graph, TrenderContext()),
+        TpassRenderTaskMergeStrategy());
+
+    // Each rendered source names its image; its pass renders in the task
+    // of its camera and layer.
+    std::map<std::pair<TrenderContext, const TdnImageSource*>, const TdnRenderedImageSource*>
+        imageOf;
+    for (const TrenderTask& task : tasks)
+        if (const auto* rendered =
+                dynamic_cast<const TdnRenderedImageSource*>(task.firstDep()->node()))
+            imageOf[{task.context(), rendered->connectedImageSource()}] = rendered;
+
+    for (const TrenderTask& task : tasks) {
+        if (!dynamic_cast<const TdnRenderPass*>(task.firstDep()->node()))
+            continue;
+        Task plan;
+        plan.layer = layerIndex.at(task.context().layer);
+        const Layer& layer = fLayers[plan.layer];
+        plan.camera = cameraPaths.at(task.context().camera);
+        plan.cameraName = TcommonRenderGlobalsData::cameraName(plan.camera);
+        // The passes in the layer's order.
+        for (const int pass : passes[plan.layer])
+            for (const TrenderDependencyPtr& dependency : task.deps()) {
+                const auto* passNode = static_cast<const TdnRenderPass*>(dependency->node());
+                if (passNode->passId() != TdnRenderLayer::passName(pass))
+                    continue;
+                const TdnRenderedImageSource* image = imageOf.at({task.context(), passNode});
+                plan.passes.push_back(pass);
+                plan.sources.push_back(image->name());
+                std::vector<std::pair<double, std::string>> names;
+                for (const double frame : layer.frames)
+                    names.emplace_back(
+                        frame, imageSourceUtil::getImageName(image, 0, frame, fSceneName, nullptr,
+                                                             nullptr, nullptr, &settings));
+                plan.names.push_back(std::move(names));
+            }
+        fTasks.push_back(std::move(plan));
+    }
 }
 
 std::vector<const TrenderJob::Image*> TrenderJob::imagesToWrite() const {
@@ -336,51 +463,74 @@ bool TrenderJob::run(const TrenderOptions& options, Listener& listener,
             const size_t layerIndex = fImages[i].layer;
             const Layer& plan = fLayers[layerIndex];
             runHook(plan.globals.preRenderLayerQsl, "preRenderLayerQsl");
-            for (; i < fImages.size() && sameFrame(fImages[i].frame, frame) &&
-                   fImages[i].layer == layerIndex;
-                 ++i) {
-                const Image& image = fImages[i];
-                if (image.exists) {
-                    listener.skipped(image, "exists");
-                    continue;
+            while (i < fImages.size() && sameFrame(fImages[i].frame, frame) &&
+                   fImages[i].layer == layerIndex) {
+                // One task: the images of one camera's passes, rendered in one run.
+                const size_t taskIndex = fImages[i].task;
+                std::vector<size_t> toRender;
+                std::vector<TrenderCallbackData> callbackData;
+                for (; i < fImages.size() && sameFrame(fImages[i].frame, frame) &&
+                       fImages[i].task == taskIndex;
+                     ++i) {
+                    const Image& image = fImages[i];
+                    if (image.exists) {
+                        listener.skipped(image, "exists");
+                        continue;
+                    }
+                    // What the render callbacks are told: the image's number
+                    // in the render (words0[0]), the camera, world to eye, the
+                    // size (ints0) and the pass (shorts0[0]).
+                    TrenderCallbackData data;
+                    data.words0[0] = i;
+                    data.path = image.camera;
+                    data.matrix = image.camera.inclusiveMatrixInverse().asFloat();
+                    data.ints0[0] = plan.width;
+                    data.ints0[1] = plan.height;
+                    data.shorts0[0] = int16_t(image.pass);
+                    if (TrenderCallback::invokeRender(data) != 0) {
+                        listener.skipped(image, "callback");
+                        continue;
+                    }
+                    toRender.push_back(i);
+                    callbackData.push_back(data);
                 }
-                listener.started(image);
-                // What the render callbacks are told: the image's number in
-                // the render (words0[0]), the camera, world to eye, the size
-                // (ints0) and the pass (shorts0[0]).
-                TrenderCallbackData data;
-                data.words0[0] = i;
-                data.path = image.camera;
-                data.matrix = image.camera.inclusiveMatrixInverse().asFloat();
-                data.ints0[0] = plan.width;
-                data.ints0[1] = plan.height;
-                data.shorts0[0] = int16_t(image.pass);
-                if (TrenderCallback::invokeRender(data) != 0) {
-                    listener.skipped(image, "callback");
+                if (toRender.empty())
                     continue;
-                }
+
                 TrenderOptions sized = options;
                 sized.width = plan.width;
                 sized.height = plan.height;
                 TrenderView view;
                 view.layer = plan.layer;
-                view.camera = image.camera;
-                TrenderedImage pixels;
-                TframeStats stats;
-                const bool complete = Trenderer(sized).renderFrame(
-                    fGraph, fScenePath, uint32_t(std::lround(frame * 16.0)), pixels, stats, cancel,
-                    [&](unsigned done, unsigned total) { listener.progress(image, done, total); },
-                    view, image.pass);
+                view.camera = fImages[toRender.front()].camera;
+                std::vector<int> passes;
+                for (const size_t k : toRender)
+                    passes.push_back(fImages[k].pass);
+                const Image* inHand = nullptr;
+                const bool complete = Trenderer(sized).renderPasses(
+                    fGraph, fScenePath, uint32_t(std::lround(frame * 16.0)), view, passes,
+                    [&](size_t p) {
+                        inHand = &fImages[toRender[p]];
+                        listener.started(*inHand);
+                    },
+                    [&](size_t p, TrenderedImage& pixels, const TframeStats& stats) {
+                        const Image& image = fImages[toRender[p]];
+                        const fs::path folder = fs::path(image.path).parent_path();
+                        std::error_code ec;
+                        if (!folder.empty())
+                            fs::create_directories(folder, ec);
+                        OrvoWriteImage(image.path, pixels, plan.format);
+                        TrenderCallback::invokePostProcess(callbackData[p]);
+                        listener.written(image, stats);
+                    },
+                    cancel,
+                    [&](unsigned done, unsigned total) {
+                        if (inHand)
+                            listener.progress(*inHand, done, total);
+                    });
                 if (!complete)
                     return false;
-                const fs::path folder = fs::path(image.path).parent_path();
-                std::error_code ec;
-                if (!folder.empty())
-                    fs::create_directories(folder, ec);
-                OrvoWriteImage(image.path, pixels, plan.format);
-                TrenderCallback::invokePostProcess(data);
-                listener.written(image, stats);
-                if (cancel && cancel->load() && i + 1 < fImages.size())
+                if (cancel && cancel->load() && i < fImages.size())
                     return false;
             }
             runHook(plan.globals.postRenderLayerQsl, "postRenderLayerQsl");

@@ -9,7 +9,8 @@
 // the resolution, the output format, the renderable cameras and the
 // layer's passes. Command-line choices override the scene's. Images go
 // frame by frame; within a frame layer by layer in creation order; within a
-// layer pass by pass, and within a pass camera by camera in creation order.
+// layer camera by camera in creation order, and for each camera its passes
+// (one render task: the passes of a camera and layer render in one run).
 
 #include <atomic>
 #include <functional>
@@ -42,6 +43,7 @@ public:
         std::string path;   // the output folder joined with the name, or an absolute name
         double frame = 0.0; // the scene time it shows, in frames
         size_t layer = 0;   // index into layers()
+        size_t task = 0;    // index into tasks()
         int pass = 0;       // the pass's render pass control value
         std::string passName;
         TdagPath camera;
@@ -59,6 +61,20 @@ public:
         unsigned width = 0, height = 0;
     };
 
+    // One renderer invocation a frame: the passes of one camera in one
+    // layer, rendered in one run. Tasks come from the scene's renders as
+    // image sources, merged so that the passes of a camera and layer are one.
+    struct Task {
+        size_t layer = 0; // index into layers()
+        TdagPath camera;
+        std::string cameraName;
+        std::vector<int> passes;          // render pass control values, in the layer's order
+        std::vector<std::string> sources; // the image source of each pass's image
+        // Each pass's image name by frame, before the output folder.
+        std::vector<std::vector<std::pair<double, std::string>>> names;
+        std::string nameAt(size_t pass, double frame) const;
+    };
+
     // Plans the render of `graph`, whose file is `scenePath`, into
     // `outputFolder`. Throws TrenderError, naming the scene and the setting,
     // for a plan that cannot be rendered: an output format that cannot be
@@ -72,6 +88,8 @@ public:
     const std::vector<Layer>& layers() const { return fLayers; }
     // Every image, in render order; images that exist with skipExistingFrames on included.
     const std::vector<Image>& images() const { return fImages; }
+    // The render tasks, in render order within each frame.
+    const std::vector<Task>& tasks() const { return fTasks; }
     // The images the render writes: the others, without those skipped.
     std::vector<const Image*> imagesToWrite() const;
     // The render threads the scene asks for: numCpusToUse of the default
@@ -103,6 +121,9 @@ public:
     static std::vector<double> frameRange(double first, double last, double step);
 
 private:
+    void planTasks(const TrenderSettingsOverrides& settings,
+                   const std::vector<std::vector<int>>& passes,
+                   const std::vector<TdagPathArray>& cameras);
     void checkHooks() const;
     void runHook(const std::string& text, const char* attribute) const;
 
@@ -112,6 +133,7 @@ private:
     std::string fFolder;
     TcommonRenderGlobalsData fSceneGlobals;
     std::vector<Layer> fLayers;
+    std::vector<Task> fTasks;
     std::vector<Image> fImages;
     unsigned fThreads = 1;
 };

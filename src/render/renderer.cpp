@@ -75,22 +75,62 @@ bool Trenderer::renderFrame(TdependGraph& graph, const std::string& sceneName, u
                             TrenderedImage& image, TframeStats& stats,
                             const std::atomic<bool>* cancel, const Progress& progress,
                             const TrenderView& view, int passControl) {
-    const auto start = std::chrono::steady_clock::now();
+    bool complete = false;
+    renderPasses(
+        graph, sceneName, seed, view, {passControl}, [](size_t) {},
+        [&](size_t, TrenderedImage& rendered, const TframeStats& passStats) {
+            image = std::move(rendered);
+            stats = passStats;
+            complete = true;
+        },
+        cancel, progress, &stats);
+    return complete;
+}
+
+bool Trenderer::renderPasses(TdependGraph& graph, const std::string& sceneName, uint32_t seed,
+                             const TrenderView& view, const std::vector<int>& passes,
+                             const PassStarted& started, const PassDone& done,
+                             const std::atomic<bool>* cancel, const Progress& progress,
+                             TframeStats* stopped) {
+    auto start = std::chrono::steady_clock::now();
     if (fOptions.width == 0 || fOptions.height == 0)
         throw TrenderError("the image must be at least one pixel wide and high");
-    stats = TframeStats();
+    TframeStats shared;
 
+    // The scene and the depth maps serve every pass.
     TrenderScene scene(graph, sceneName, fOptions.width, fOptions.height, view);
-    stats.objects = scene.objects().size();
-    stats.triangles = scene.triangleCount();
+    shared.objects = scene.objects().size();
+    shared.triangles = scene.triangleCount();
 
     // Lights that shadow through depth maps have them before any sample.
     TdepthMapPass depthMaps(graph, scene, sceneName, fOptions);
-    stats.depthMapsRendered = depthMaps.stats().rendered;
-    stats.depthMapsRead = depthMaps.stats().read;
-    stats.depthMapsWritten = depthMaps.stats().written;
-    stats.depthMapRays = depthMaps.stats().rays;
+    shared.depthMapsRendered = depthMaps.stats().rendered;
+    shared.depthMapsRead = depthMaps.stats().read;
+    shared.depthMapsWritten = depthMaps.stats().written;
+    shared.depthMapRays = depthMaps.stats().rays;
 
+    for (size_t p = 0; p < passes.size(); ++p) {
+        if (p > 0)
+            start = std::chrono::steady_clock::now();
+        started(p);
+        TframeStats stats = shared;
+        TrenderedImage image;
+        if (!renderPass(graph, scene, sceneName, seed, passes[p], start, image, stats, cancel,
+                        progress)) {
+            if (stopped)
+                *stopped = stats;
+            return false;
+        }
+        done(p, image, stats);
+    }
+    return true;
+}
+
+bool Trenderer::renderPass(TdependGraph& graph, TrenderScene& scene, const std::string& sceneName,
+                           uint32_t seed, int passControl,
+                           std::chrono::steady_clock::time_point start, TrenderedImage& image,
+                           TframeStats& stats, const std::atomic<bool>* cancel,
+                           const Progress& progress) {
     TrenderFrameSetup setup(graph, scene, sceneName, fOptions.maxRayDepth, passControl);
     const TrenderWorker& prototype = setup.prototype();
 

@@ -8,6 +8,7 @@
 // materials and lights a ray sampler.
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -47,6 +48,8 @@ struct TframeStats {
     double postSeconds = 0.0;       // the post effects' share of `seconds`
 };
 
+class TrenderScene;
+
 class Trenderer {
 public:
     // The name this renderer registers under (TrendererRegistry), the one
@@ -83,6 +86,25 @@ public:
                      const std::atomic<bool>* cancel = nullptr, const Progress& progress = {},
                      const TrenderView& view = {}, int passControl = 0);
 
+    // Renders several passes of one view in one run: the scene is
+    // translated and the depth maps made once, then each pass in turn.
+    // `started(i)` comes before pass i, `done(i, image, stats)` after it,
+    // with the image to keep. Returns false when `cancel` stopped a pass
+    // (its image is not handed over; `stopped`, when given, gets its
+    // statistics so far).
+    using PassStarted = std::function<void(size_t)>;
+    using PassDone = std::function<void(size_t, TrenderedImage&, const TframeStats&)>;
+    bool renderPasses(TdependGraph& graph, const std::string& sceneName, uint32_t seed,
+                      const TrenderView& view, const std::vector<int>& passes,
+                      const PassStarted& started, const PassDone& done,
+                      const std::atomic<bool>* cancel = nullptr, const Progress& progress = {},
+                      TframeStats* stopped = nullptr);
+
 private:
+    bool renderPass(TdependGraph& graph, TrenderScene& scene, const std::string& sceneName,
+                    uint32_t seed, int passControl, std::chrono::steady_clock::time_point start,
+                    TrenderedImage& image, TframeStats& stats, const std::atomic<bool>* cancel,
+                    const Progress& progress);
+
     TrenderOptions fOptions;
 };

@@ -16,6 +16,7 @@
 #include "apps/orvo/scene.h"
 #include "host/graph.h"
 #include "host/qsl/interpreter.h"
+#include "host/scene/render_layer.h"
 #include "render/default_scene.h"
 #include "render/image_io.h"
 #include "render/render_error.h"
@@ -38,6 +39,7 @@ struct RenderOptions {
     bool floatExr = false;
     bool abortOnMissingTexture = false;
     bool noPost = false;
+    bool plan = false;
 };
 
 // Ctrl-C asks the render to stop after the tiles in hand; the frame is then
@@ -175,6 +177,25 @@ private:
     uint64_t fSamples = 0;
 };
 
+// The render tasks and, under each, the images it writes frame by frame.
+void printPlan(const TrenderJob& job) {
+    for (size_t t = 0; t < job.tasks().size(); ++t) {
+        const TrenderJob::Task& task = job.tasks()[t];
+        const TrenderJob::Layer& layer = job.layers()[task.layer];
+        std::string passes;
+        for (const int pass : task.passes)
+            passes += std::string(passes.empty() ? "" : " ") + TdnRenderLayer::passName(pass);
+        std::printf("task %zu: camera %s, layer %s, %ux%u, pass%s %s\n", t + 1,
+                    task.cameraName.c_str(), layer.name.empty() ? "(none)" : layer.name.c_str(),
+                    layer.width, layer.height, task.passes.size() == 1 ? "" : "es", passes.c_str());
+        for (const TrenderJob::Image& image : job.images())
+            if (image.task == t)
+                std::printf("  frame %s %-8s %s%s\n", frameText(image.frame).c_str(),
+                            image.passName.c_str(), image.path.c_str(),
+                            image.exists ? "  (exists: skipped)" : "");
+    }
+}
+
 int runRender(const RenderOptions& options) {
     InterruptGuard interrupts;
     TrenderOverrides overrides;
@@ -209,6 +230,11 @@ int runRender(const RenderOptions& options) {
         throw UserError(fmt::format("orvo render: --float applies to EXR images, and {} renders "
                                     "none (--format exr)",
                                     sceneName));
+
+    if (options.plan) {
+        printPlan(*job);
+        return kExitSuccess;
+    }
 
     std::error_code ec;
     std::filesystem::create_directories(options.output, ec);
@@ -281,6 +307,9 @@ void addRenderCommand(CLI::App& app, CommandRun& run) {
                   "End with status 1 at the first texture file that cannot be found");
     sub->add_flag("--no-post", options->noPost,
                   "Leave out the post effects (shader glow, optical effects, depth of field)");
+    sub->add_flag("--plan", options->plan,
+                  "Print the render tasks (one run a frame renders the passes of one camera in "
+                  "one layer) and the images of each, without rendering");
     sub->callback([&run, options] {
         run = [options] {
             TdnFileTexture::abortOnMissingTexture(options->abortOnMissingTexture);
