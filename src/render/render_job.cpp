@@ -211,6 +211,17 @@ TrenderJob::TrenderJob(TdependGraph& graph, const std::string& scenePath,
     });
     std::stable_sort(frames.begin(), frames.end(),
                      [backwards](double a, double b) { return backwards ? a > b : a < b; });
+    if (overrides.onlyFrames) {
+        for (const double f : *overrides.onlyFrames)
+            if (std::none_of(frames.begin(), frames.end(),
+                             [f](double g) { return sameFrame(f, g); }))
+                throw TrenderError(fmt::format("{}: error: frame {} is not one the scene renders",
+                                               fScenePath, frameWords(f)));
+        std::erase_if(frames, [&](double g) {
+            return std::none_of(overrides.onlyFrames->begin(), overrides.onlyFrames->end(),
+                                [g](double f) { return sameFrame(f, g); });
+        });
+    }
 
     std::vector<std::vector<int>> passes(fLayers.size());
     std::vector<TdagPathArray> cameras(fLayers.size());
@@ -251,7 +262,8 @@ TrenderJob::TrenderJob(TdependGraph& graph, const std::string& scenePath,
                 image.cameraName = task.cameraName;
                 image.path = joinFolder(fFolder, task.nameAt(p, frame));
                 std::error_code ec;
-                image.exists = plan.globals.skipExistingFrames && fs::exists(image.path, ec);
+                image.exists = (plan.globals.skipExistingFrames || overrides.skipExisting) &&
+                               fs::exists(image.path, ec);
 
                 const std::string key = fs::path(image.path).lexically_normal().string();
                 const auto [at, fresh] = byPath.emplace(key, fImages.size());

@@ -34,6 +34,10 @@ struct TrenderOverrides {
     std::optional<int> imageFormat;
     // OpenEXR with 32-bit float channels.
     bool floatExr = false;
+    // Skip images whose file exists, as skipExistingFrames on does.
+    bool skipExisting = false;
+    // Render only these frames of the plan (a farm task's share).
+    std::optional<std::vector<double>> onlyFrames;
 };
 
 class TrenderJob {

@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "apps/orvo/cli.h"
+#include "apps/orvo/farm.h"
 #include "apps/orvo/render_options.h"
 #include "apps/orvo/scene.h"
 #include "host/graph.h"
@@ -40,7 +41,67 @@ struct RenderOptions {
     bool abortOnMissingTexture = false;
     bool noPost = false;
     bool plan = false;
+    std::string onlyFrames;
+    bool skipExisting = false;
+    // On a farm.
+    std::string farm;
+    unsigned chunk = 1;
+    unsigned farmCpus = 1;
+    bool dryRun = false;
+    std::vector<std::string> farmArgs;
+    std::string farmStatus;
 };
+
+// "1,2,5" into frames.
+std::vector<double> parseFrameList(const std::string& text) {
+    std::vector<double> frames;
+    size_t at = 0;
+    while (at <= text.size()) {
+        const size_t comma = std::min(text.find(',', at), text.size());
+        const std::string word = text.substr(at, comma - at);
+        char* end = nullptr;
+        const double frame = std::strtod(word.c_str(), &end);
+        if (word.empty() || *end != '\0' || !std::isfinite(frame))
+            throw UserError(fmt::format(
+                "orvo render: --only-frames takes frames separated by commas (\"1,2,5\"), not "
+                "'{}'",
+                text));
+        frames.push_back(frame);
+        at = comma + 1;
+    }
+    return frames;
+}
+
+// The options every farm task repeats: what changes the plan or the pictures.
+std::vector<std::string> forwardedOptions(const RenderOptions& options) {
+    std::vector<std::string> out;
+    auto number = [](double v) {
+        return fmt::format("{}", v);
+    };
+    if (!options.frames.empty()) {
+        out.push_back("--frames");
+        for (const double f : options.frames)
+            out.push_back(number(f));
+    }
+    if (!options.resolution.empty()) {
+        out.push_back("--res");
+        for (const unsigned r : options.resolution)
+            out.push_back(std::to_string(r));
+    }
+    out.push_back("--spp");
+    out.push_back(std::to_string(options.spp));
+    if (!options.format.empty()) {
+        out.push_back("--format");
+        out.push_back(options.format);
+    }
+    if (options.floatExr)
+        out.push_back("--float");
+    if (options.noPost)
+        out.push_back("--no-post");
+    if (options.abortOnMissingTexture)
+        out.push_back("--abort-on-missing-texture");
+    return out;
+}
 
 // Ctrl-C asks the render to stop after the tiles in hand; the frame is then
 // dropped and nothing is written. A second Ctrl-C ends the process at once.
@@ -197,9 +258,26 @@ void printPlan(const TrenderJob& job) {
 }
 
 int runRender(const RenderOptions& options) {
+    if (!options.farmStatus.empty())
+        return farm::status(options.farmStatus);
+    const bool onFarm = !options.farm.empty();
+    if (onFarm && options.farm != "slurm")
+        throw UserError(
+            fmt::format("orvo render: --farm {}: orvo submits to slurm only", options.farm));
+    if (options.dryRun && !onFarm)
+        throw UserError("orvo render: --dry-run prints a farm job; give --farm slurm");
+    if (onFarm && options.scene.empty())
+        throw UserError("orvo render: --farm needs a scene file that the farm's machines can "
+                        "read");
+    if (onFarm && (options.chunk == 0 || options.farmCpus == 0))
+        throw UserError("orvo render: --chunk and --farm-cpus take a count of at least 1");
+
     InterruptGuard interrupts;
     TrenderOverrides overrides;
     parseFramesAndFormat(options.frames, options.format, overrides, "render");
+    if (!options.onlyFrames.empty())
+        overrides.onlyFrames = parseFrameList(options.onlyFrames);
+    overrides.skipExisting = options.skipExisting;
     if (options.spp == 0 || options.spp > 1024)
         throw UserError("orvo render: --spp takes a count from 1 to 1024");
     if (!options.resolution.empty()) {
@@ -220,7 +298,11 @@ int runRender(const RenderOptions& options) {
     std::unique_ptr<TrenderJob> job;
     try {
         Trenderer::checkSceneRenderer(*graph, sceneName);
-        job = std::make_unique<TrenderJob>(*graph, sceneName, options.output, overrides);
+        // A farm's machines find the scene and the images by absolute paths.
+        const std::string output =
+            onFarm ? std::filesystem::absolute(options.output).lexically_normal().string()
+                   : options.output;
+        job = std::make_unique<TrenderJob>(*graph, sceneName, output, overrides);
     } catch (const TrenderError& e) {
         throw UserError(e.what());
     }
@@ -234,6 +316,17 @@ int runRender(const RenderOptions& options) {
     if (options.plan) {
         printPlan(*job);
         return kExitSuccess;
+    }
+    if (onFarm) {
+        farm::SubmitOptions submit;
+        submit.scene = std::filesystem::absolute(options.scene).lexically_normal().string();
+        submit.output = std::filesystem::absolute(options.output).lexically_normal().string();
+        submit.chunk = options.chunk;
+        submit.cpus = options.farmCpus;
+        submit.dryRun = options.dryRun;
+        submit.sbatch = options.farmArgs;
+        submit.forward = forwardedOptions(options);
+        return farm::submit(*job, submit);
     }
 
     std::error_code ec;
@@ -310,6 +403,24 @@ void addRenderCommand(CLI::App& app, CommandRun& run) {
     sub->add_flag("--plan", options->plan,
                   "Print the render tasks (one run a frame renders the passes of one camera in "
                   "one layer) and the images of each, without rendering");
+    sub->add_option("--only-frames", options->onlyFrames,
+                    "Render only these frames of the scene's range, separated by commas "
+                    "(\"1,2,5\")");
+    sub->add_flag("--skip-existing", options->skipExisting,
+                  "Keep images that are already there, as skipExistingFrames does");
+    sub->add_option("--farm", options->farm,
+                    "Submit the frames to a render farm as one array job: slurm");
+    sub->add_option("--chunk", options->chunk, "Frames each farm task renders (1)");
+    sub->add_option("--farm-cpus", options->farmCpus,
+                    "Cores each farm task asks for and renders with (1)");
+    sub->add_option("--farm-arg", options->farmArgs,
+                    "An sbatch option for the job, such as --partition=render (repeatable)")
+        ->allow_extra_args(false);
+    sub->add_flag("--dry-run", options->dryRun,
+                  "With --farm: print the job script, submit nothing");
+    sub->add_option("--farm-status", options->farmStatus,
+                    "Tell how the farm job JOBID goes: each task's state and the frames that "
+                    "failed");
     sub->callback([&run, options] {
         run = [options] {
             TdnFileTexture::abortOnMissingTexture(options->abortOnMissingTexture);
