@@ -1,4 +1,5 @@
 #include "settings/render_globals.h"
+#include "settings/renderer_registry.h"
 
 #include <sched.h>
 
@@ -273,4 +274,9 @@ void TdnRenderGlobals::renderPassesReset() {
     TDGcommand command(*g);
     for (TdnRenderLayer* layer : TdnRenderLayerManager::layers(*g))
         layer->setAllPasses(false, command);
+}
+
+bool TdnRenderGlobals::setCachedValue(const Tplug& plug, const TdataHandle& value) {
+    TrendererRegistry::attributeChanged(plug);
+    return TdependNode::setCachedValue(plug, value);
 }

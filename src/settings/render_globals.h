@@ -487,6 +487,9 @@ public:
     bool getUseZBuffer() const { return false; }
     bool getUseNurbUVInterpolation() const { return false; }
 
+    // A value set on currentRenderer is news for the renderer registry.
+    bool setCachedValue(const Tplug& plug, const TdataHandle& value) override;
+
     // Breaks the connection that drives `attribute`, so that a value set by
     // code wins. False when nothing was connected.
     bool overrideConnection(const Tattribute& attribute) {

@@ -6,6 +6,7 @@
 #include "host/callbacks.h"
 #include "host/graph.h"
 #include "host/option_vars.h"
+#include "host/plug.h"
 #include "settings/render_globals.h"
 
 namespace {
@@ -94,6 +95,11 @@ std::string TrendererRegistry::currentRendererName() {
     return globals ? globals->currentRenderer() : std::string();
 }
 
+void TrendererRegistry::attributeChanged(const Tplug& plug) {
+    if (plug.attribute() && plug.attribute()->longName() == "currentRenderer")
+        modified().fire();
+}
+
 Ttrigger& TrendererRegistry::modified() {
     static Ttrigger trigger;
     return trigger;
@@ -103,8 +109,7 @@ void TrendererRegistry::setCurrentRenderer(const std::string& name) {
     TdnRenderGlobals* globals = sceneGlobals();
     if (!globals)
         return;
-    globals->setCurrentRenderer(name);
-    modified().fire();
+    globals->setCurrentRenderer(name); // fires modified()
     TcallbackHooks::execute(TdependGraph::fsCurrentGraph, "currentRendererChanged", {});
 }
 
@@ -141,5 +146,8 @@ void TpreferredRenderer::makeCurrent() const {
         name = options.get(kFallbackOption);
     if (!name || name->empty())
         name = std::string(kBuiltInFallback);
-    TrendererRegistry::setCurrentRenderer(*name);
+    // The setting alone: no hook runs, and nothing asks whether the name
+    // is registered.
+    if (TdnRenderGlobals* globals = sceneGlobals())
+        globals->setCurrentRenderer(*name);
 }

@@ -14,6 +14,7 @@
 #include "host/trigger.h"
 
 class TdependGraph;
+class Tplug;
 
 // What the procedure slots hold is the dialogs' business; the registry
 // only keeps them.
@@ -69,8 +70,11 @@ public:
     // defaultRenderGlobals.currentRenderer of the current scene; empty
     // without a scene or a value.
     static std::string currentRendererName();
-    // Fired when the registry changes the current renderer.
+    // Fired when currentRenderer of the scene's defaultRenderGlobals is set,
+    // by the registry or by anyone else.
     static Ttrigger& modified();
+    // The render settings node tells of each value set on one of its plugs.
+    static void attributeChanged(const Tplug& plug);
 
 private:
     friend class TpreferredRenderer;

@@ -95,4 +95,31 @@ TEST_F(RendererRegistry, PreferenceOutlivesTheRunAndAnUnknownOneIsPassedOverButS
     EXPECT_EQ(preferred.getName(), "orvoHardware2");
 }
 
+TEST_F(RendererRegistry, EverySetOfTheCurrentRendererIsNewsAndOnlyTheRegistryRunsTheHook) {
+    TcallbackHooks::add("currentRendererChanged", "node transform switched");
+    Ttrigger& modified = TrendererRegistry::modified();
+    const uint64_t before = modified.fireCount();
+    std::ostringstream out;
+    qsl::Interpreter(g, out).runText("set defaultRenderGlobals.currentRenderer \"rendererA\"\n"
+                                     "set defaultRenderGlobals.startFrame 3\n",
+                                     "set.qsl");
+    EXPECT_EQ(modified.fireCount(), before + 1) << "a plain set tells; another attribute not";
+    EXPECT_EQ(g.findNode("switched"), nullptr) << "a plain set runs no hook";
+
+    // makeCurrent writes the setting alone.
+    TpreferredRenderer::instance().set("rendererB");
+    TpreferredRenderer::instance().makeCurrent();
+    EXPECT_EQ(current(), "rendererB");
+    EXPECT_EQ(modified.fireCount(), before + 2);
+    EXPECT_EQ(g.findNode("switched"), nullptr);
+
+    // The registry moving off an unregistered renderer runs the hook.
+    TrendererRegistry::registerRenderer("rendererB");
+    TrendererRegistry::unregisterRenderer(TrendererRegistry::renderer("rendererB"));
+    EXPECT_EQ(current(), "orvoHardware2");
+    EXPECT_EQ(modified.fireCount(), before + 3);
+    EXPECT_NE(g.findNode("switched"), nullptr);
+    TcallbackHooks::clear("currentRendererChanged");
+}
+
 } // namespace
