@@ -151,6 +151,7 @@ TEST_F(FarmTool, MistakesAreOneLine) {
         EXPECT_NE(r.err.find(c.says), std::string::npos) << r.err;
         EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
     }
+    EXPECT_FALSE(fs::exists(out)) << "a refused job leaves no folder behind";
 }
 
 } // namespace

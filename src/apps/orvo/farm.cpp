@@ -319,10 +319,24 @@ int submit(const TrenderJob& job, const SubmitOptions& options) {
 
     // The scheduler writes the logs but does not make their folder.
     const fs::path logs = fs::path(options.output) / "farm_logs";
+    // Folders made here go again when the job is not submitted.
+    std::vector<fs::path> made;
+    for (fs::path p = logs; !p.empty() && !fs::exists(p, ec); p = p.parent_path())
+        made.push_back(p);
     fs::create_directories(logs, ec);
     if (!fs::is_directory(logs))
         throw UserError(fmt::format("orvo render: {}: cannot make the folder for the farm's logs",
                                     logs.string()));
+    struct Unmake {
+        std::vector<fs::path>& folders;
+        bool keep = false;
+        ~Unmake() {
+            std::error_code ignored;
+            if (!keep)
+                for (const fs::path& p : folders)
+                    fs::remove(p, ignored); // only while empty
+        }
+    } unmake{made};
     const ProcessResult sbatch = runProcess({"sbatch", "--parsable"}, script);
     if (!sbatch.started)
         throw UserError("orvo render: --farm slurm: cannot run sbatch; is Slurm's client "
@@ -353,6 +367,7 @@ int submit(const TrenderJob& job, const SubmitOptions& options) {
                 images.emplace_back(image.frame, image.path);
         record.images.push_back(std::move(images));
     }
+    unmake.keep = true;
     writeRecord(record);
     std::printf("%s\n", jobId.c_str());
     std::fprintf(stderr,
