@@ -55,11 +55,12 @@ void appendWords(const py::handle& value, std::string& out) {
 }
 
 // A word of a plug's value as a Python value: the way `orvo eval --json`
-// reads words, with integers kept as int.
-py::object fromWord(const std::string& w) {
+// reads words. Numbers of a floating-point plug are floats even when
+// whole; those of the others are ints.
+py::object fromWord(const std::string& w, bool floating) {
     if (w == "true" || w == "false")
         return py::bool_(w == "true");
-    if (const auto n = OrvoParseInteger(w))
+    if (const auto n = OrvoParseInteger(w); n && !floating)
         return py::int_(*n);
     if (const auto d = OrvoParseDouble(w))
         return py::float_(*d);
@@ -76,6 +77,17 @@ py::object fromWord(const std::string& w) {
         return py::str(text);
     }
     return py::str(w);
+}
+
+// Whether the attribute holds floating-point numbers (floats, doubles,
+// angles, times, matrices, number arrays) rather than integers, booleans,
+// enums or strings.
+bool isFloatingPoint(const Tattribute& attribute) {
+    const std::string name = attribute.className();
+    for (const char* part : {"Float", "Flt", "Double", "Time", "NumberArray"})
+        if (name.find(part) != std::string::npos)
+            return true;
+    return false;
 }
 
 std::string plugText(const Node& node, const std::string& attribute) {
@@ -223,17 +235,19 @@ void bindScene(py::module_& m) {
             "__getitem__",
             [](const Node& n, const std::string& attribute) -> py::object {
                 std::vector<std::string> words;
+                bool floating = false;
                 {
                     Scene::Use use(n.owner());
                     findNode(use.graph(), n.owner(), n.name);
                     const Tplug plug = use.graph().findPlug(plugText(n, attribute));
                     words = use.graph().evaluateToWords(plug);
+                    floating = isFloatingPoint(*plug.attribute());
                 }
                 if (words.size() == 1)
-                    return fromWord(words[0]);
+                    return fromWord(words[0], floating);
                 py::tuple values(words.size());
                 for (size_t i = 0; i < words.size(); ++i)
-                    values[i] = fromWord(words[i]);
+                    values[i] = fromWord(words[i], floating);
                 py::object out = values;
                 return out;
             },

@@ -78,6 +78,7 @@ class ScenesAndPlugs(unittest.TestCase):
         self.assertEqual(clay.type, "lambert")
         clay["color"] = (0.25, 0.5, 1)
         self.assertEqual(clay["color"], (0.25, 0.5, 1.0))
+        self.assertIsInstance(clay["color"][2], float)
         clay["colorR"] = 0.75
         self.assertEqual(clay["color"], (0.75, 0.5, 1.0))
         # 1 - input, through a connection: (0.25, 0.5, 0) from (0.75, 0.5, 1).
@@ -91,8 +92,10 @@ class ScenesAndPlugs(unittest.TestCase):
         globals_ = scene.node("defaultRenderGlobals")
         globals_["animation"] = True
         self.assertIs(globals_["animation"], True)
-        globals_["startFrame"] = 3
-        self.assertEqual(globals_["startFrame"], 3)
+        resolution = scene.node("defaultResolution")
+        resolution["width"] = 320
+        self.assertEqual(resolution["width"], 320)
+        self.assertIsInstance(resolution["width"], int)
         globals_["imageFilePrefix"] = 'a "quoted" name'
         self.assertEqual(globals_["imageFilePrefix"], 'a "quoted" name')
 
