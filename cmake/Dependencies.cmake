@@ -7,7 +7,8 @@
 #   embree 3       - ray intersection in the reference renderer
 #   tinyobjloader  - Wavefront OBJ meshes
 #   pybind11, Python 3 - the embedded interpreter that runs the scripted
-#                    services (the file texture's name resolver)
+#                    services (the file texture's name resolver), and the
+#                    `import orvo` extension module
 #   Threads        - render threads
 #   GTest          - unit tests
 #   benchmark      - Google Benchmark programs in bench/
@@ -48,7 +49,7 @@ if(NOT DEFINED Python3_ROOT_DIR AND EXISTS /usr/bin/python3)
     set(Python3_ROOT_DIR /usr)
 endif()
 set(Python3_FIND_STRATEGY LOCATION)
-find_package(Python3 REQUIRED COMPONENTS Interpreter Development.Embed)
+find_package(Python3 REQUIRED COMPONENTS Interpreter Development.Embed Development.Module)
 find_package(pybind11 CONFIG REQUIRED)
 
 if(ORVO_TESTS)

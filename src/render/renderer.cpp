@@ -251,15 +251,22 @@ bool Trenderer::renderPass(TdependGraph& graph, TrenderScene& scene, const std::
         }
     }
     {
+        // Progress as tiles finish, and always a last call with the final
+        // count, even for a frame whose workers were done before the first
+        // look.
         std::unique_lock guard(lock);
-        while (running > 0) {
-            changed.wait_for(guard, std::chrono::milliseconds(100));
-            if (progress) {
-                const unsigned done = tilesDone;
+        unsigned reported = ~0u;
+        for (;;) {
+            const bool finished = running == 0;
+            if (progress && (!finished || tilesDone != reported)) {
+                reported = tilesDone;
                 guard.unlock();
-                progress(done, unsigned(tiles.size()));
+                progress(reported, unsigned(tiles.size()));
                 guard.lock();
             }
+            if (finished)
+                break;
+            changed.wait_for(guard, std::chrono::milliseconds(100));
         }
     }
     for (std::thread& t : workers.threads)

@@ -441,55 +441,39 @@ bool TDNshadingEngine::computePlug(const Tplug& plug, TdataBlock& block) {
     return TDNdispatchCompute::computePlug(plug, block);
 }
 
-void TDNshadingEngine::compileReport(std::ostream& out, TSEoption option, bool dumps) const {
+TDNshadingEngine::CompileSummary TDNshadingEngine::compileSummary(TSEoption option) const {
     const OptionSlot& slot = fOptions[option];
     const TshadingOpus* opus = slot.opus.load();
-    out << "shading group " << name() << ", option " << option << '\n';
-    if (!opus) {
-        out << "  nothing to shade: no requested field is served\n";
-        return;
-    }
+    CompileSummary summary;
+    summary.group = name();
+    summary.option = option;
+    if (!opus)
+        return summary;
+    summary.compiled = true;
     const char* const* names = Tsample::fieldNames();
-    std::string served, needed;
     for (unsigned i = 0; i < 64; ++i) {
         if (slot.provided.test(i))
-            served += std::string(served.empty() ? "" : " ") + names[i];
+            summary.provides.push_back(names[i]);
         if (slot.needed.test(i))
-            needed += std::string(needed.empty() ? "" : " ") + names[i];
+            summary.needs.push_back(names[i]);
     }
-    out << "  provides: " << (served.empty() ? "-" : served) << '\n';
-    out << "  needs from the sample: " << (needed.empty() ? "-" : needed) << '\n';
-    out << "  surface is opaque: " << (fSurfaceIsOpaque ? "yes" : "no") << '\n';
-    if (opus->numberOfLights()) {
-        std::string names;
-        for (unsigned i = 0; i < opus->numberOfLights(); ++i) {
-            const TshadingOpus* light = opus->illuminatingLight(i);
-            names += fmt::format(
-                "{}{}{}", i ? ", " : "", light ? light->node()->name() : std::string("?"),
-                light ? fmt::format(" ({} instructions)", light->instructions().size())
-                      : std::string());
-        }
-        out << "  lights: " << opus->numberOfLights() << ": " << names << '\n';
+    summary.surfaceIsOpaque = fSurfaceIsOpaque;
+    for (unsigned i = 0; i < opus->numberOfLights(); ++i) {
+        const TshadingOpus* light = opus->illuminatingLight(i);
+        summary.lights.push_back({light ? light->node()->name() : std::string("?"),
+                                  light ? light->instructions().size() : 0});
     }
-    out << fmt::format("  sample size {} bytes (the full layout is {}), frame {} bytes, "
-                       "{} variable bytes per sample\n",
-                       slot.sampleSize, Tsample::kStaticSize, opus->frameSize(),
-                       opus->perSampleSize());
-    out << '\n';
-    for (const std::string& line : slot.report)
-        out << line << '\n';
-    out << "\nsegments\n";
+    summary.sampleSize = slot.sampleSize;
+    summary.fullSampleSize = Tsample::kStaticSize;
+    summary.frameSize = opus->frameSize();
+    summary.perSampleSize = opus->perSampleSize();
+    summary.analysis = slot.report;
     const auto& table = opus->segmentTable();
     for (size_t s = 1; s < table.size(); ++s) {
         const auto& o = opus->layout().segmentOutputs[s];
-        out << fmt::format("  {} instructions {}..{}{}\n", s, table[s - 1], table[s],
-                           s == 1
-                               ? "  (root)"
-                               : fmt::format("  computes {} of block {}",
-                                             o.attribute ? o.attribute->longName() : "?", o.block));
+        summary.segments.push_back({size_t(table[s - 1]), size_t(table[s]), s == 1,
+                                    o.attribute ? o.attribute->longName() : "?", o.block});
     }
-    out << "\ninstructions\n";
-    const auto& list = opus->instructions();
     auto half = [&](const TSEdescriptorHalf& h) -> std::string {
         switch (h.mode) {
         case kDataInBlock:
@@ -505,8 +489,7 @@ void TDNshadingEngine::compileReport(std::ostream& out, TSEoption option, bool d
             return "frame constant";
         }
     };
-    for (size_t i = 0; i < list.size(); ++i) {
-        const TSEinstruction& in = list[i];
+    for (const TSEinstruction& in : opus->instructions()) {
         std::string text;
         switch (in.opcode) {
         case kOpCompute:
@@ -529,8 +512,56 @@ void TDNshadingEngine::compileReport(std::ostream& out, TSEoption option, bool d
         default:
             text = fmt::format("opcode {}", in.opcode);
         }
-        out << fmt::format("  {:>4}  {}\n", i, text);
+        summary.instructions.push_back(std::move(text));
     }
+    return summary;
+}
+
+void TDNshadingEngine::compileReport(std::ostream& out, TSEoption option, bool dumps) const {
+    const CompileSummary summary = compileSummary(option);
+    out << "shading group " << summary.group << ", option " << option << '\n';
+    if (!summary.compiled) {
+        out << "  nothing to shade: no requested field is served\n";
+        return;
+    }
+    auto joined = [](const std::vector<std::string>& words) {
+        std::string text;
+        for (const std::string& w : words)
+            text += (text.empty() ? "" : " ") + w;
+        return text.empty() ? std::string("-") : text;
+    };
+    out << "  provides: " << joined(summary.provides) << '\n';
+    out << "  needs from the sample: " << joined(summary.needs) << '\n';
+    out << "  surface is opaque: " << (summary.surfaceIsOpaque ? "yes" : "no") << '\n';
+    if (!summary.lights.empty()) {
+        std::string names;
+        for (size_t i = 0; i < summary.lights.size(); ++i) {
+            const CompileSummary::Light& light = summary.lights[i];
+            names += fmt::format("{}{}{}", i ? ", " : "", light.name,
+                                 light.name != "?"
+                                     ? fmt::format(" ({} instructions)", light.instructions)
+                                     : std::string());
+        }
+        out << "  lights: " << summary.lights.size() << ": " << names << '\n';
+    }
+    out << fmt::format("  sample size {} bytes (the full layout is {}), frame {} bytes, "
+                       "{} variable bytes per sample\n",
+                       summary.sampleSize, summary.fullSampleSize, summary.frameSize,
+                       summary.perSampleSize);
+    out << '\n';
+    for (const std::string& line : summary.analysis)
+        out << line << '\n';
+    out << "\nsegments\n";
+    for (size_t s = 0; s < summary.segments.size(); ++s) {
+        const CompileSummary::Segment& g = summary.segments[s];
+        out << fmt::format("  {} instructions {}..{}{}\n", s + 1, g.first, g.last,
+                           g.root ? "  (root)"
+                                  : fmt::format("  computes {} of block {}", g.attribute, g.block));
+    }
+    out << "\ninstructions\n";
+    for (size_t i = 0; i < summary.instructions.size(); ++i)
+        out << fmt::format("  {:>4}  {}\n", i, summary.instructions[i]);
+    const TshadingOpus* opus = fOptions[option].opus.load();
     if (!dumps)
         return;
     out << "\ndata block tables\n";

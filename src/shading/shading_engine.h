@@ -238,6 +238,33 @@ public:
     // shadows, kLightsTraceShadows when one traces shadow rays.
     void mapLights(unsigned& flags, const TdependNode* shape = nullptr) const;
 
+    // What compiling an option made, as data: the text report prints it and
+    // scripts read it field by field.
+    struct CompileSummary {
+        struct Light {
+            std::string name; // "?" for a light whose opus is gone
+            size_t instructions = 0;
+        };
+        struct Segment {
+            size_t first = 0, last = 0; // instructions [first, last)
+            bool root = false;
+            std::string attribute; // what the segment computes ("?": unknown)
+            unsigned block = 0;
+        };
+        std::string group;
+        unsigned option = 0;
+        bool compiled = false; // false: no requested field is served
+        std::vector<std::string> provides, needs;
+        bool surfaceIsOpaque = false;
+        std::vector<Light> lights;
+        unsigned sampleSize = 0, fullSampleSize = 0;
+        size_t frameSize = 0, perSampleSize = 0;
+        std::vector<std::string> analysis; // per node, the attribute states
+        std::vector<Segment> segments;
+        std::vector<std::string> instructions;
+    };
+    CompileSummary compileSummary(TSEoption option) const;
+
     // The compile report of an option: nodes and attribute states, segments,
     // instructions, sizes; with `dumps`, the data block tables too.
     void compileReport(std::ostream& out, TSEoption option, bool dumps) const;

@@ -6,6 +6,7 @@
 
 #include "apps/orvo/cli.h"
 #include "apps/orvo/scene.h"
+#include "apps/orvo/shade_grid.h"
 #include "host/graph.h"
 #include "shading/shading_engine.h"
 
@@ -22,15 +23,8 @@ struct CompileOptions {
 
 int runCompile(const CompileOptions& options) {
     auto graph = loadScene(options.scene);
-    TdependNode* node = graph->findNode(options.group);
-    if (!node)
-        throw UserError(
-            fmt::format("orvo compile: {}: no node named '{}'", options.scene, options.group));
-    auto* engine = static_cast<TDNshadingEngine*>(node->cast(TDNshadingEngine::sTypeof()));
-    if (!engine)
-        throw UserError(fmt::format("orvo compile: {}: '{}' is a {}, not a shading group "
-                                    "(shadingEngine)",
-                                    options.scene, options.group, node->typeName()));
+    TDNshadingEngine* engine =
+        &findShadingGroup(*graph, options.group, options.scene, "orvo compile");
     engine->analyse(options.option, nullptr);
     std::ostringstream report;
     engine->compileReport(report, options.option, options.dumps);

@@ -273,45 +273,28 @@ int runRender(const RenderOptions& options) {
         throw UserError("orvo render: --chunk and --farm-cpus take a count of at least 1");
 
     InterruptGuard interrupts;
-    TrenderOverrides overrides;
-    parseFramesAndFormat(options.frames, options.format, overrides, "render");
+    RenderChoices choices;
+    choices.frames = options.frames;
+    choices.format = options.format;
+    choices.resolution = options.resolution;
+    choices.spp = options.spp;
+    choices.threads = options.threads;
+    choices.floatExr = options.floatExr;
+    choices.postEffects = !options.noPost;
+    TrenderOverrides overrides = renderOverrides(choices, "render");
     if (!options.onlyFrames.empty())
         overrides.onlyFrames = parseFrameList(options.onlyFrames);
     overrides.skipExisting = options.skipExisting;
-    if (options.spp == 0 || options.spp > 1024)
-        throw UserError("orvo render: --spp takes a count from 1 to 1024");
-    if (!options.resolution.empty()) {
-        if (options.resolution.size() != 2 || options.resolution[0] == 0 ||
-            options.resolution[1] == 0 || options.resolution[0] > 16384 ||
-            options.resolution[1] > 16384)
-            throw UserError("orvo render: --res takes a width and a height from 1 to 16384");
-        overrides.width = options.resolution[0];
-        overrides.height = options.resolution[1];
-    }
-    overrides.floatExr = options.floatExr;
-    if (options.floatExr && overrides.imageFormat && *overrides.imageFormat != 40)
-        throw UserError("orvo render: --float applies to EXR images (--format exr)");
 
     const bool builtIn = options.scene.empty();
     const std::string sceneName = builtIn ? OrvoDefaultSceneName() : options.scene;
     auto graph = builtIn ? loadDefaultScene() : loadScene(options.scene);
-    std::unique_ptr<TrenderJob> job;
-    try {
-        Trenderer::checkSceneRenderer(*graph, sceneName);
-        // A farm's machines find the scene and the images by absolute paths.
-        const std::string output =
-            onFarm ? std::filesystem::absolute(options.output).lexically_normal().string()
-                   : options.output;
-        job = std::make_unique<TrenderJob>(*graph, sceneName, output, overrides);
-    } catch (const TrenderError& e) {
-        throw UserError(e.what());
-    }
-    if (options.floatExr &&
-        std::none_of(job->layers().begin(), job->layers().end(),
-                     [](const TrenderJob::Layer& l) { return l.format.linear(); }))
-        throw UserError(fmt::format("orvo render: --float applies to EXR images, and {} renders "
-                                    "none (--format exr)",
-                                    sceneName));
+    // A farm's machines find the scene and the images by absolute paths.
+    const std::string output =
+        onFarm ? std::filesystem::absolute(options.output).lexically_normal().string()
+               : options.output;
+    std::unique_ptr<TrenderJob> job =
+        planRender(*graph, sceneName, output, choices, overrides, "render");
 
     if (options.plan) {
         printPlan(*job);
@@ -329,17 +312,7 @@ int runRender(const RenderOptions& options) {
         return farm::submit(*job, submit);
     }
 
-    std::error_code ec;
-    std::filesystem::create_directories(options.output, ec);
-    if (!std::filesystem::is_directory(options.output))
-        throw UserError(fmt::format("orvo render: {}: cannot make the output folder{}",
-                                    options.output, ec ? ": " + ec.message() : ""));
-
-    TrenderOptions settings;
-    settings.samplesPerPixel = options.spp;
-    settings.postEffects = !options.noPost;
-    settings.threads = options.threads ? options.threads : job->threads();
-    settings.depthMapDirectory = (std::filesystem::path(options.output) / "depth").string();
+    const TrenderOptions settings = renderSettings(*job, options.output, choices, "render");
     const unsigned threads = Trenderer(settings).threadCount();
 
     const bool terminal = ::isatty(STDERR_FILENO) == 1;

@@ -10,16 +10,13 @@
 #include <limits>
 #include <memory>
 #include <new>
-#include <unordered_map>
 
 #include "apps/orvo/cli.h"
 #include "apps/orvo/scene.h"
-#include "host/arena.h"
+#include "apps/orvo/shade_grid.h"
 #include "host/env.h"
 #include "host/file_replace.h"
 #include "host/graph.h"
-#include "shading/ray_sampler.h"
-#include "shading/sample_manager.h"
 #include "shading/shading_engine.h"
 
 namespace orvo::cli {
@@ -38,68 +35,12 @@ struct ShadeOptions {
     std::string image;
 };
 
-unsigned floatsOf(Tsample::FieldKind kind) {
-    using K = Tsample::FieldKind;
-    switch (kind) {
-    case K::Float3:
-        return 3;
-    case K::Float2:
-        return 2;
-    case K::Matrix:
-        return 16;
-    case K::Other:
-        return 0;
-    default:
-        return 1;
-    }
-}
-
-// The field's value as numbers.
-std::vector<double> readField(const Tsample& sample, unsigned field) {
-    using K = Tsample::FieldKind;
-    const void* p = sample.field(field);
-    switch (Tsample::fieldKind(field)) {
-    case K::Float3:
-    case K::Float2:
-    case K::Float:
-    case K::Matrix: {
-        const auto* f = static_cast<const float*>(p);
-        return std::vector<double>(f, f + floatsOf(Tsample::fieldKind(field)));
-    }
-    case K::Int32:
-        return {double(*static_cast<const int32_t*>(p))};
-    case K::UInt32:
-        return {double(*static_cast<const uint32_t*>(p))};
-    case K::Int16:
-        return {double(*static_cast<const int16_t*>(p))};
-    case K::Char:
-        return {double(*static_cast<const char*>(p))};
-    case K::Bool:
-        return {*static_cast<const bool*>(p) ? 1.0 : 0.0};
-    default:
-        return {};
-    }
-}
-
-// A field given as NAME=v,v,v: the number and the bytes to write.
-struct FieldValue {
-    unsigned field;
-    std::vector<std::byte> bytes;
-};
-
-FieldValue parseField(const std::string& text) {
+// A field given as NAME=v,v,v.
+GridField parseField(const std::string& text) {
     const size_t eq = text.find('=');
     if (eq == std::string::npos || eq == 0)
         throw UserError(fmt::format("orvo shade: --field '{}' is not NAME=v,v,v", text));
     const std::string name = text.substr(0, eq);
-    const int field = Tsample::fieldNumber(name.c_str());
-    if (field < 0)
-        throw UserError(fmt::format("orvo shade: --field: no sample field named '{}'", name));
-    const Tsample::FieldKind kind = Tsample::fieldKind(unsigned(field));
-    const unsigned expected = floatsOf(kind);
-    if (expected == 0)
-        throw UserError(
-            fmt::format("orvo shade: --field: '{}' cannot be given on the command line", name));
     std::vector<double> values;
     std::string rest = text.substr(eq + 1);
     size_t start = 0;
@@ -116,59 +57,16 @@ FieldValue parseField(const std::string& text) {
             break;
         start = comma + 1;
     }
-    if (values.size() != expected)
-        throw UserError(fmt::format("orvo shade: --field {} takes {} value{}, got {}", name,
-                                    expected, expected == 1 ? "" : "s", values.size()));
-    FieldValue out{unsigned(field), std::vector<std::byte>(Tsample::fieldSizes()[field])};
-    using K = Tsample::FieldKind;
-    auto* at = out.bytes.data();
-    for (size_t i = 0; i < values.size(); ++i) {
-        switch (kind) {
-        case K::Int32:
-            *reinterpret_cast<int32_t*>(at) = int32_t(values[i]);
-            break;
-        case K::UInt32:
-            *reinterpret_cast<uint32_t*>(at) = uint32_t(values[i]);
-            break;
-        case K::Int16:
-            *reinterpret_cast<int16_t*>(at) = int16_t(values[i]);
-            break;
-        case K::Char:
-            *reinterpret_cast<char*>(at) = char(values[i]);
-            break;
-        case K::Bool:
-            *reinterpret_cast<bool*>(at) = values[i] != 0.0;
-            break;
-        default:
-            reinterpret_cast<float*>(at)[i] = float(values[i]);
-        }
-    }
-    return out;
+    return makeGridField(name, values, "orvo shade: --field");
 }
 
-// The group every sample of the grid belongs to: it keeps the results.
-class GridGroup : public TrenderGroupBase {
-public:
-    std::unordered_map<const Tsample*, unsigned> cellOf;
+// What the grid's samples gave back, per cell and printed field.
+struct GridValues {
     std::vector<unsigned> printed;
     std::vector<std::vector<std::vector<double>>> values; // cell, printed field, numbers
-
-    Completion completion() const override { return &GridGroup::done; }
-    void* completionData() const override { return const_cast<GridGroup*>(this); }
-
-private:
-    static void done(unsigned, TrenderGroupBase*, Tsample** samples, unsigned count, void* user) {
-        auto* self = static_cast<GridGroup*>(user);
-        for (unsigned s = 0; s < count; ++s) {
-            auto& cell = self->values[self->cellOf.at(samples[s])];
-            cell.clear();
-            for (unsigned field : self->printed)
-                cell.push_back(readField(*samples[s], field));
-        }
-    }
 };
 
-void writeImage(const std::string& path, unsigned width, unsigned height, const GridGroup& grid) {
+void writeImage(const std::string& path, unsigned width, unsigned height, const GridValues& grid) {
     // outColor and the opacity of outTransparency, RGBA.
     int color = -1, transparency = -1;
     for (size_t f = 0; f < grid.printed.size(); ++f) {
@@ -231,94 +129,53 @@ void checkGridFits(unsigned width, unsigned height, size_t printedFloats, size_t
                                     double(memory) / double(1ull << 30)));
 }
 
-int shadeGrid(const ShadeOptions& options);
+int shadeGridCommand(const ShadeOptions& options);
 
 int runShade(const ShadeOptions& options) {
     try {
-        return shadeGrid(options);
+        return shadeGridCommand(options);
     } catch (const std::bad_alloc&) {
         throw UserError(fmt::format("orvo shade: --res {} {}: not enough memory for the grid",
                                     options.resolution.at(0), options.resolution.at(1)));
     }
 }
 
-int shadeGrid(const ShadeOptions& options) {
+int shadeGridCommand(const ShadeOptions& options) {
     if (options.resolution.size() != 2 || options.resolution[0] == 0 || options.resolution[1] == 0)
         throw UserError("orvo shade: --res takes a width and a height above 0");
     const unsigned width = options.resolution[0], height = options.resolution[1];
     checkGridFits(width, height, 0, 0, 0);
-    std::vector<FieldValue> given;
+    GridRequest request;
     for (const std::string& f : options.fields)
-        given.push_back(parseField(f));
+        request.fields.push_back(parseField(f));
 
     auto graph = loadScene(options.scene);
-    TdependNode* node = graph->findNode(options.group);
-    if (!node)
-        throw UserError(
-            fmt::format("orvo shade: {}: no node named '{}'", options.scene, options.group));
-    auto* engine = static_cast<TDNshadingEngine*>(node->cast(TDNshadingEngine::sTypeof()));
-    if (!engine)
-        throw UserError(fmt::format("orvo shade: {}: '{}' is a {}, not a shading group "
-                                    "(shadingEngine)",
-                                    options.scene, options.group, node->typeName()));
-
-    // Drive the library as a renderer does: the pass is the frame's.
-    TstackArena frameArena(theMallocAllocator(), 4096, "orvo shade frame");
-    TframeConstants frame(frameArena);
-    frame.setRenderPass(options.pass);
-    TrenderThreadBase thread(frame);
-    GridGroup grid;
-    thread.initShadingGroup(engine);
-    const TbitField64 provided = thread.startSampling(engine, options.option, &grid);
-    if (!provided.any()) {
-        TrenderThreadBase::resetShadingGroups();
-        throw UserError(fmt::format("orvo shade: '{}' serves none of the fields option {} asks for",
-                                    options.group, options.option));
-    }
-    if (options.print.empty()) {
-        for (unsigned f = 0; f < 64; ++f)
-            if (provided.test(f) && Tsample::fieldKind(f) != Tsample::FieldKind::Other)
-                grid.printed.push_back(f);
-    } else {
-        for (const std::string& name : options.print) {
-            const int f = Tsample::fieldNumber(name.c_str());
-            if (f < 0)
-                throw UserError(
-                    fmt::format("orvo shade: --print: no sample field named '{}'", name));
-            grid.printed.push_back(unsigned(f));
-        }
-    }
-    size_t printedFloats = 0;
-    for (unsigned f : grid.printed)
-        printedFloats += floatsOf(Tsample::fieldKind(f));
-    checkGridFits(width, height, printedFloats, grid.printed.size(),
-                  engine->sampleSize(options.option));
-    grid.values.resize(size_t(width) * height);
-
-    TsampleManager& manager = *thread.sampleManager();
-    std::vector<Tsample*> all;
+    request.group = options.group;
+    request.sceneName = options.scene;
+    request.command = "orvo shade";
+    request.option = options.option;
+    request.pass = options.pass;
+    request.width = width;
+    request.height = height;
+    request.outputs = options.print;
+    GridValues grid;
+    shadeGrid(
+        *graph, request,
+        [&](const std::vector<unsigned>& printed, unsigned sampleSize) {
+            grid.printed = printed;
+            size_t printedFloats = 0;
+            for (unsigned f : printed)
+                printedFloats += floatsOf(Tsample::fieldKind(f));
+            checkGridFits(width, height, printedFloats, printed.size(), sampleSize);
+            grid.values.resize(size_t(width) * height);
+        },
+        [&](unsigned cell, const Tsample& sample) {
+            auto& values = grid.values[cell];
+            values.clear();
+            for (unsigned field : grid.printed)
+                values.push_back(readField(sample, field));
+        });
     const unsigned cells = width * height;
-    for (unsigned start = 0; start < cells; start += manager.batchSize()) {
-        const unsigned count = std::min(manager.batchSize(), cells - start);
-        std::vector<Tsample*> samples(count, nullptr);
-        if (manager.allocateSamples(engine, options.option, &grid, count, samples.data()) != count)
-            throw std::runtime_error("cannot allocate samples");
-        for (unsigned s = 0; s < count; ++s) {
-            const unsigned cell = start + s;
-            const unsigned i = cell % width, j = cell / width;
-            Tsample& sample = *samples[s];
-            sample.setUvCoord((float(i) + 0.5f) / float(width), (float(j) + 0.5f) / float(height));
-            for (const FieldValue& v : given)
-                sample.setField(v.field, v.bytes.data(), v.bytes.size());
-            grid.cellOf[&sample] = cell;
-        }
-        manager.dispatchSamples(count, samples.data());
-        all.insert(all.end(), samples.begin(), samples.end());
-    }
-    manager.flushDispatchedSamples();
-    manager.releaseSamples(unsigned(all.size()), all.data());
-    thread.endSampling(engine, options.option, &grid);
-    TrenderThreadBase::resetShadingGroups();
 
     const char* const* names = Tsample::fieldNames();
     std::string out;

@@ -3,10 +3,14 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
+#include <filesystem>
 
 #include "apps/orvo/cli.h"
 #include "render/image_io.h"
+#include "render/render_error.h"
+#include "render/renderer.h"
 
 namespace orvo::cli {
 
@@ -48,6 +52,61 @@ void parseFramesAndFormat(const std::vector<double>& frames, const std::string& 
                                         OrvoWritableFormatKeywords()));
         overrides.imageFormat = value;
     }
+}
+
+TrenderOverrides renderOverrides(const RenderChoices& choices, const char* command) {
+    TrenderOverrides overrides;
+    parseFramesAndFormat(choices.frames, choices.format, overrides, command);
+    if (choices.spp == 0 || choices.spp > 1024)
+        throw UserError(fmt::format("orvo {}: --spp takes a count from 1 to 1024", command));
+    if (!choices.resolution.empty()) {
+        if (choices.resolution.size() != 2 || choices.resolution[0] == 0 ||
+            choices.resolution[1] == 0 || choices.resolution[0] > 16384 ||
+            choices.resolution[1] > 16384)
+            throw UserError(
+                fmt::format("orvo {}: --res takes a width and a height from 1 to 16384", command));
+        overrides.width = choices.resolution[0];
+        overrides.height = choices.resolution[1];
+    }
+    overrides.floatExr = choices.floatExr;
+    if (choices.floatExr && overrides.imageFormat && *overrides.imageFormat != 40)
+        throw UserError(
+            fmt::format("orvo {}: --float applies to EXR images (--format exr)", command));
+    return overrides;
+}
+
+std::unique_ptr<TrenderJob> planRender(TdependGraph& graph, const std::string& sceneName,
+                                       const std::string& output, const RenderChoices& choices,
+                                       const TrenderOverrides& overrides, const char* command) {
+    std::unique_ptr<TrenderJob> job;
+    try {
+        Trenderer::checkSceneRenderer(graph, sceneName);
+        job = std::make_unique<TrenderJob>(graph, sceneName, output, overrides);
+    } catch (const TrenderError& e) {
+        throw UserError(e.what());
+    }
+    if (choices.floatExr &&
+        std::none_of(job->layers().begin(), job->layers().end(),
+                     [](const TrenderJob::Layer& l) { return l.format.linear(); }))
+        throw UserError(fmt::format("orvo {}: --float applies to EXR images, and {} renders "
+                                    "none (--format exr)",
+                                    command, sceneName));
+    return job;
+}
+
+TrenderOptions renderSettings(const TrenderJob& job, const std::string& output,
+                              const RenderChoices& choices, const char* command) {
+    std::error_code ec;
+    std::filesystem::create_directories(output, ec);
+    if (!std::filesystem::is_directory(output))
+        throw UserError(fmt::format("orvo {}: {}: cannot make the output folder{}", command, output,
+                                    ec ? ": " + ec.message() : ""));
+    TrenderOptions settings;
+    settings.samplesPerPixel = choices.spp;
+    settings.postEffects = choices.postEffects;
+    settings.threads = choices.threads ? choices.threads : job.threads();
+    settings.depthMapDirectory = (std::filesystem::path(output) / "depth").string();
+    return settings;
 }
 
 } // namespace orvo::cli

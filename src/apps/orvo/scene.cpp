@@ -11,18 +11,22 @@
 
 namespace orvo::cli {
 
-std::unique_ptr<TdependGraph> loadScene(const std::string& path) {
+std::unique_ptr<TdependGraph> readScene(const std::string& path) {
     std::error_code ec;
     if (!std::filesystem::is_regular_file(path, ec))
-        throw UserError(fmt::format("{}: error: no such scene file", path));
+        throw qsl::ParseError({path, 0, 0}, "no such scene file", path);
     auto graph = std::make_unique<TdependGraph>();
     TdependGraph::fsCurrentGraph = graph.get();
+    qsl::Interpreter(*graph).runFile(path);
+    return graph;
+}
+
+std::unique_ptr<TdependGraph> loadScene(const std::string& path) {
     try {
-        qsl::Interpreter(*graph).runFile(path);
+        return readScene(path);
     } catch (const qsl::ParseError& e) {
         throw UserError(e.what());
     }
-    return graph;
 }
 
 std::string jsonString(const std::string& text) {
