@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "apps/orvo/cli.h"
+#include "apps/orvo/colour_report.h"
 #include "apps/orvo/scene.h"
 #include "host/graph.h"
 #include "shading/shading_engine.h"
@@ -34,7 +35,7 @@ int runCompile(const CompileOptions& options) {
     engine->analyse(options.option, nullptr);
     std::ostringstream report;
     engine->compileReport(report, options.option, options.dumps);
-    std::cout << report.str();
+    std::cout << report.str() << colourReport(*graph);
     TrenderThreadBase::deleteAllOpuses();
     return kExitSuccess;
 }
