@@ -53,20 +53,6 @@ const Tstring& ocioVariable() {
     return path;
 }
 
-void sceneInitializer(TdependGraph& graph) {
-    TdnColorMgtGlobals::ensure(graph);
-}
-
-void removeSceneHook() {
-    TdependGraph::removeSceneInitializer(&sceneInitializer);
-}
-
-const bool sSceneHook = [] {
-    TdependGraph::addSceneInitializer(&sceneInitializer);
-    std::atexit(&removeSceneHook);
-    return true;
-}();
-
 } // namespace
 
 // ---------------------------------------------------------------- finding
@@ -119,7 +105,9 @@ void TdnColorMgtGlobals::writeFlag(const Tattribute& attribute, bool on) {
     orvo::settings::setNumber(*this, attribute, on ? 1.0 : 0.0);
 }
 void TdnColorMgtGlobals::writeText(const Tattribute& attribute, const Tstring& value) {
-    orvo::settings::setText(*this, attribute, value);
+    // An unset text stays unset, so that a saved scene holds only what was set.
+    if (text(attribute) != value)
+        orvo::settings::setText(*this, attribute, value);
 }
 void TdnColorMgtGlobals::fire(Trigger t) {
     if (fTriggers[t])

@@ -6,7 +6,8 @@
 // chosen transforms valid as configurations change, reacts to scene loads,
 // and applies policy files.
 //
-// Every scene has one, "defaultColorMgtGlobals", made with the scene.
+// Every scene has one, "defaultColorMgtGlobals", among the defaults its
+// render info makes.
 
 #include <array>
 #include <memory>
@@ -19,13 +20,18 @@ class TdependGraph;
 #define ORVO_CMG_BOOL(A, Name, Long, Short, Default)                                               \
     A(TattributeBoolean, Name, Long, Short, .input().setNativeDefaultData(Default))
 #define ORVO_CMG_STRING(A, Name, Long, Short) A(TattributeTyped, Name, Long, Short, .input())
+// The transform names start as the built-in configuration's defaults, the
+// names a new scene's reset writes, so that a new scene saves as empty.
+#define ORVO_CMG_NAME(A, Name, Long, Short, Default)                                               \
+    A(TattributeTyped, Name, Long, Short,                                                          \
+      .input().setNativeDefaultData(OrvoMakeStringData(Default)))
 
 #define ORVO_SCHEMA_TdnColorMgtGlobals(A, C2, C3)                                                  \
     ORVO_CMG_BOOL(A, CmEnabled, "cmEnabled", "cme", true)                                          \
     ORVO_CMG_BOOL(A, ConfigFileEnabled, "configFileEnabled", "cfe", false)                         \
     ORVO_CMG_STRING(A, ConfigFilePath, "configFilePath", "cfp")                                    \
-    ORVO_CMG_STRING(A, ViewTransformName, "viewTransformName", "vtn")                              \
-    ORVO_CMG_STRING(A, WorkingSpaceName, "workingSpaceName", "wsn")                                \
+    ORVO_CMG_NAME(A, ViewTransformName, "viewTransformName", "vtn", "Standard (sRGB)")             \
+    ORVO_CMG_NAME(A, WorkingSpaceName, "workingSpaceName", "wsn", "scene-linear Rec.709-sRGB")     \
     ORVO_CMG_STRING(A, DefaultInputSpaceName, "defaultInputSpaceName", "din")                      \
     ORVO_CMG_BOOL(A, OutputTransformEnabled, "outputTransformEnabled", "ote", false)               \
     ORVO_CMG_BOOL(A, OutputTransformUseColorConversion, "outputTransformUseColorConversion",       \
@@ -35,8 +41,9 @@ class TdependGraph;
                   "playblastOutputTransformUseColorConversion", "potc", false)                     \
     ORVO_CMG_BOOL(A, OutputUseViewTransform, "outputUseViewTransform", "ovt", true)                \
     ORVO_CMG_BOOL(A, PlaybOutputUseViewTransform, "playblastOutputUseViewTransform", "povt", true) \
-    ORVO_CMG_STRING(A, OutputTransformName, "outputTransformName", "otn")                          \
-    ORVO_CMG_STRING(A, PlaybOutputTransformName, "playblastOutputTransformName", "potn")
+    ORVO_CMG_NAME(A, OutputTransformName, "outputTransformName", "otn", "Standard (sRGB)")         \
+    ORVO_CMG_NAME(A, PlaybOutputTransformName, "playblastOutputTransformName", "potn",             \
+                  "Standard (sRGB)")
 
 ORVO_NODE(TdnColorMgtGlobals, TdependNode, "colorManagementGlobals", "CMGB", 1096,
           "kColorMgtGlobals", "colorManagement", "n_colorManagementGlobals")

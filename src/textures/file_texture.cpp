@@ -25,10 +25,11 @@ ORVO_DEPENDENCIES(TdnFileTexture) {
         &FileTextureName,   &FileTextureNamePattern, &DisableFileLoad,
         &UseFrameExtension, &FrameExtension,         &FrameOffset,
         &UvTilingMode,      &ExplicitUvTiles,        &BaseExplicitUvTilePosition};
-    Tattribute* reading[] = {&FilterType, &FilterWidth,   &PreFilter,      &PreFilterRadius,
-                             &UseCache,   &UseMaximumRes, &BlurPixelation, &WrapU,
-                             &WrapV,      &Exposure,      &HdrMapping,     &HdrExposure,
-                             &RepeatUV,   &Coverage};
+    Tattribute* reading[] = {&FilterType, &FilterWidth, &PreFilter, &PreFilterRadius, &UseCache,
+                             &UseMaximumRes, &BlurPixelation, &WrapU, &WrapV, &Exposure,
+                             &HdrMapping, &HdrExposure, &RepeatUV, &Coverage,
+                             // the colour space the file is read in
+                             &ColorSpace, &IgnoreColorSpaceFileRules, &ColorManagementEnabled};
     Tattribute* colours[] = {&TdnTx2D::aOutColor, &TdnTx2D::aOutAlpha, &OutTransparency};
     for (Tattribute* f : files) {
         for (Tattribute* out : colours)
@@ -387,8 +388,8 @@ Tpyramid* TdnFileTexture::loadTile(Tile& tile) {
 }
 
 TcolourInputChoice TdnFileTexture::chooseColour(const Tstring& file, bool floatFile) {
-    return OrvoChooseInputColour(fColourSettings, file, floatFile, fColorSpace,
-                                 fIgnoreColourRules, fColourManaged);
+    return OrvoChooseInputColour(fColourSettings, file, floatFile, fColorSpace, fIgnoreColourRules,
+                                 fColourManaged);
 }
 
 std::vector<TcolourInputChoice> TdnFileTexture::colourProvenance() {
