@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <set>
+
 #include "host/app_mode.h"
 #include "host/colour/file_rules.h"
 #include "host/colour/policy.h"
@@ -53,6 +55,14 @@ const Tstring& ocioVariable() {
     return path;
 }
 
+// A configuration that cannot be used is reported once per process, however
+// many scenes or reloads meet it.
+void reportConfigError(const Tstring& why) {
+    static std::set<Tstring> reported;
+    if (reported.insert(why).second)
+        TcommandEngine::displayError(why);
+}
+
 } // namespace
 
 // ---------------------------------------------------------------- finding
@@ -88,7 +98,7 @@ void TdnColorMgtGlobals::SetPrefsInstance() {
     try {
         Reset();
     } catch (const Tstring& why) {
-        TcommandEngine::displayError(why);
+        reportConfigError(why);
         writeFlag(aCmEnabled, false);
     }
 }
@@ -198,7 +208,7 @@ std::vector<Tstring> TdnColorMgtGlobals::namesOf(int which) const {
     }
 }
 
-Tstring TdnColorMgtGlobals::defaultName(int which) const {
+Tstring TdnColorMgtGlobals::transformDefault(int which) const {
     if (GetMode() == 1) {
         const std::vector<Tstring> names = namesOf(which);
         return names.empty() ? Tstring() : names.front();
@@ -217,7 +227,7 @@ Tstring TdnColorMgtGlobals::defaultName(int which) const {
     }
 }
 
-void TdnColorMgtGlobals::setName(int which, const Tstring& name) {
+void TdnColorMgtGlobals::setTransformName(int which, const Tstring& name) {
     static const char* unknown[] = {"rUnknownPrefsViewTransformError", "rUnknownWorkingSpaceError",
                                     "rUnknownOutputTransformError", "rUnknownOutputTransformError"};
     static const char* failed[] = {"rPrefsViewTransformError", "rWorkingSpaceError",
@@ -257,15 +267,15 @@ void TdnColorMgtGlobals::setName(int which, const Tstring& name) {
 }
 
 void TdnColorMgtGlobals::SetViewTransformName(const Tstring& name) {
-    setName(0, name);
+    setTransformName(0, name);
     if (OutputUseViewTransform() && GetOutputTransformName() != name)
-        setName(2, name);
+        setTransformName(2, name);
     if (PlayblastOutputUseViewTransform() && GetPlayblastOutputTransformName() != name)
-        setName(3, name);
+        setTransformName(3, name);
 }
 
 void TdnColorMgtGlobals::SetWorkingSpaceName(const Tstring& name) {
-    setName(1, name);
+    setTransformName(1, name);
 }
 
 void TdnColorMgtGlobals::SetOutputTransformName(const Tstring& name) {
@@ -276,7 +286,7 @@ void TdnColorMgtGlobals::SetOutputTransformName(const Tstring& name) {
         throw msgf("rOutputUseViewTransformFailedError", e.what());
     }
     const Tstring old = GetOutputTransformName();
-    setName(2, name);
+    setTransformName(2, name);
     // Same name, new meaning: it no longer follows the view transform.
     if (wasOn && old == name) {
         sendMessage(TcolorMgtMsg::kOutputChanged);
@@ -292,7 +302,7 @@ void TdnColorMgtGlobals::SetPlayblastOutputTransformName(const Tstring& name) {
         throw msgf("rOutputUseViewTransformFailedError", e.what());
     }
     const Tstring old = GetPlayblastOutputTransformName();
-    setName(3, name);
+    setTransformName(3, name);
     if (wasOn && old == name) {
         sendMessage(TcolorMgtMsg::kOutputChanged);
         fire(kPlayblastOutputChanged);
@@ -322,7 +332,7 @@ void TdnColorMgtGlobals::SetOutputTransformUseColorConversion(bool on) {
     sendMessage(TcolorMgtMsg::kOutputChanged);
     fire(kOutputChanged);
     const Tstring name =
-        !flag(aOutputUseViewTransform) || on ? defaultName(2) : GetViewTransformName();
+        !flag(aOutputUseViewTransform) || on ? transformDefault(2) : GetViewTransformName();
     if (!name.empty() && name != GetOutputTransformName()) {
         InhibitEvents quiet(*this);
         writeText(aOutputTransformName, name);
@@ -334,7 +344,7 @@ void TdnColorMgtGlobals::SetPlayblastOutputTransformUseColorConversion(bool on) 
     sendMessage(TcolorMgtMsg::kOutputChanged);
     fire(kPlayblastOutputChanged);
     const Tstring name =
-        !flag(aPlaybOutputUseViewTransform) || on ? defaultName(3) : GetViewTransformName();
+        !flag(aPlaybOutputUseViewTransform) || on ? transformDefault(3) : GetViewTransformName();
     if (!name.empty() && name != GetPlayblastOutputTransformName()) {
         InhibitEvents quiet(*this);
         writeText(aPlaybOutputTransformName, name);
@@ -464,10 +474,10 @@ void TdnColorMgtGlobals::NotifyConfigChangedAndSetDefaults() {
 }
 
 void TdnColorMgtGlobals::SetTransformDefaults() {
-    writeText(aViewTransformName, defaultName(0));
-    writeText(aWorkingSpaceName, defaultName(1));
-    writeText(aOutputTransformName, defaultName(2));
-    writeText(aPlaybOutputTransformName, defaultName(3));
+    writeText(aViewTransformName, transformDefault(0));
+    writeText(aWorkingSpaceName, transformDefault(1));
+    writeText(aOutputTransformName, transformDefault(2));
+    writeText(aPlaybOutputTransformName, transformDefault(3));
 }
 
 void TdnColorMgtGlobals::Reset() {
@@ -544,7 +554,7 @@ void TdnColorMgtGlobals::LoadPolicy(const Tstring& file) {
                 detail = loadWhy;
             }
             const auto nameOr = [&](const Tstring& name, int which) {
-                return name.empty() ? defaultName(which) : name;
+                return name.empty() ? transformDefault(which) : name;
             };
             writeText(aWorkingSpaceName, nameOr(p.workingSpace, 1));
             writeText(aViewTransformName, nameOr(p.viewTransform, 0));
@@ -671,7 +681,9 @@ void TdnColorMgtGlobals::NotifyPrefsReloaded() {
             InhibitEvents quiet(*this);
             std::string why;
             if (!RefreshColorSpaces(why)) {
-                TcommandEngine::displayError(why);
+                reportConfigError(ocioVariable() == GetConfigFilePath()
+                                      ? fmt::format("the OCIO variable: {}", why)
+                                      : why);
                 writeFlag(aCmEnabled, false);
                 writeFlag(aConfigFileEnabled, false);
             }
@@ -684,7 +696,7 @@ void TdnColorMgtGlobals::NotifyPrefsReloaded() {
                 const Tstring current = text(*attributes[which]);
                 if (contains(namesOf(which), current))
                     continue;
-                const Tstring replacement = defaultName(which);
+                const Tstring replacement = transformDefault(which);
                 writeText(*attributes[which], replacement);
                 TcommandEngine::displayConsole(msgf(missing[which], current, replacement) + "\n");
             }

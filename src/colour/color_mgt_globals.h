@@ -153,10 +153,10 @@ private:
     void fire(Trigger t);
     // The default of one of the four transforms: 0 view, 1 working space,
     // 2 output, 3 playblast output.
-    Tstring defaultName(int which) const;
+    Tstring transformDefault(int which) const;
     std::vector<Tstring> namesOf(int which) const;
     // The shared body of the four name setters.
-    void setName(int which, const Tstring& name);
+    void setTransformName(int which, const Tstring& name);
 
     std::array<std::unique_ptr<TcolorMgtTrigger>, kTriggerCount> fTriggers;
     Tstring fLoadedWorkingSpace, fLoadedViewTransform, fLoadedOutputTransform,

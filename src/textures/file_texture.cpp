@@ -396,7 +396,7 @@ std::vector<TcolourInputChoice> TdnFileTexture::colourProvenance() {
     ensureLoaded();
     std::vector<TcolourInputChoice> out;
     for (const auto& tile : fTiles) {
-        const Tpyramid* p = fTiled ? tile->pyramid.load() : loadTile(*tile);
+        const Tpyramid* p = loadTile(*tile);
         if (p && tile->colour)
             out.push_back(*tile->colour);
     }

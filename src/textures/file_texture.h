@@ -317,8 +317,8 @@ public:
     bool fileHasAlpha();
     const Settings& settings() const { return fSettings; }
 
-    // The input colour of the current files, loading them if needed: the
-    // space each is read in and the rule that chose it.
+    // The input colour of the current files, loading them (every tile) if
+    // needed: the space each is read in and the rule that chose it.
     std::vector<TcolourInputChoice> colourProvenance();
     // Chooses the input colour of a loaded file (the file rules', or the
     // node's colorSpace when it ignores the rules).

@@ -20,7 +20,9 @@ TEST(OrvoColour, InfoListsEachFileTexturesSpaceAndRule) {
     EXPECT_EQ(r.err, "");
     for (const char* expected :
          {"\nColour\n", " (built-in)\n", "  rendering space scene-linear Rec.709-sRGB\n",
-          "  output view Standard (sRGB)\n", "crate.png: sRGB (rule Default)\n"})
+          "  output view Standard (sRGB)\n", "crate.png: sRGB (rule Default)\n",
+          // every tile of a tiled texture
+          "floor.1001.png: sRGB (rule Default)\n", "floor.1012.png: sRGB (rule Default)\n"})
         EXPECT_NE(r.out.find(expected), std::string::npos) << expected << "\nin:\n" << r.out;
 }
 

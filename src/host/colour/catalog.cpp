@@ -212,9 +212,12 @@ bool TcolorMgtCatalog::configFileRule(const std::string& path, std::string& spac
     try {
         size_t index = 0;
         const char* name = state->config->getColorSpaceFromFilepath(path.c_str(), index);
-        if (!name || !*name || !state->config->getColorSpace(name))
+        // A rule may name a role ("default"): the space it stands for.
+        OCIO::ConstColorSpaceRcPtr found =
+            name && *name ? state->config->getColorSpace(name) : nullptr;
+        if (!found)
             return false;
-        space = name;
+        space = found->getName();
         OCIO::ConstFileRulesRcPtr rules = state->config->getFileRules();
         rule = rules && index < rules->getNumEntries() ? rules->getName(index) : "";
         return true;
