@@ -630,6 +630,19 @@ void TdnColorMgtGlobals::sceneLoadStarted(bool /*opening*/) {
     ++fLoadDepth;
 }
 
+bool TdnColorMgtGlobals::applyPolicy() {
+    const Tstring file = ToptionVars::instance().get("colorManagementPolicyFileName").value_or("");
+    if (file.empty())
+        return false;
+    try {
+        LoadPolicy(file);
+        return true;
+    } catch (const Tstring& why) {
+        TcommandEngine::displayError(why);
+        return false;
+    }
+}
+
 void TdnColorMgtGlobals::sceneLoadEnded() {
     if (fLoadDepth > 1) {
         --fLoadDepth;
@@ -637,9 +650,9 @@ void TdnColorMgtGlobals::sceneLoadEnded() {
     }
     bool changed = false;
     try {
-        // A scene that names no configuration keeps the one in force, unless
-        // the OCIO variable asks for its own (outside batch runs).
-        if (!gBatchMode && !ocioVariable().empty()) {
+        // Outside batch runs the user's policy wins over the file; without
+        // one, the OCIO variable's configuration does.
+        if (!gBatchMode && !applyPolicy() && !ocioVariable().empty()) {
             InhibitEvents quiet(*this);
             writeFlag(aCmEnabled, true);
             if (GetConfigFilePath() != ocioVariable()) {

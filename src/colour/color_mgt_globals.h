@@ -119,6 +119,10 @@ public:
     // `opening` tells opening a file from making a new scene.
     void sceneLoadStarted(bool opening);
     void sceneLoadEnded();
+    // Loads the policy file the user's preference
+    // "colorManagementPolicyFileName" names; false without one or when it
+    // fails (the error is shown).
+    bool applyPolicy();
 
     enum Trigger {
         kEnabledChanged,

@@ -10,9 +10,11 @@
 
 #include <sstream>
 
+#include "host/app_mode.h"
 #include "host/colour/file_rules.h"
 #include "host/env.h"
 #include "host/graph.h"
+#include "host/option_vars.h"
 #include "host/qsl/interpreter.h"
 #include "settings/vpr_render_globals.h"
 #include "support/message_capture.h"
@@ -265,4 +267,22 @@ TEST_F(ColourGlobals, RenderUtilitiesNameTheConnectedTextures) {
     names.clear();
     TcolorMgtRenderUtilities::GetMissingColorSpaceNodeNames(graph, names);
     EXPECT_EQ(names, std::vector<Tstring>{"a"});
+}
+
+TEST_F(ColourGlobals, TheUsersPolicyWinsWhenASceneLoadEndsOutsideBatchRuns) {
+    TempFolder dir;
+    ToptionVars::instance().setFile(dir.file("options"));
+    ToptionVars::instance().set("colorManagementPolicyFileName",
+                                dir.write("p.policy", "workingSpace = ACEScg\n"));
+    const bool batch = gBatchMode;
+    gBatchMode = true;
+    cm->sceneLoadStarted(true);
+    cm->sceneLoadEnded();
+    EXPECT_EQ(cm->GetWorkingSpaceName(), kLinear) << "a batch run keeps the file's settings";
+    gBatchMode = false;
+    cm->sceneLoadStarted(true);
+    cm->sceneLoadEnded();
+    gBatchMode = batch;
+    ToptionVars::instance().setFile("");
+    EXPECT_EQ(cm->GetWorkingSpaceName(), "ACEScg");
 }
