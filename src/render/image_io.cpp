@@ -9,16 +9,12 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "host/colour/catalog.h"
 #include "host/file_replace.h"
 #include "render/render_error.h"
 
 const char* OrvoImageExtension(TimageFormat format) {
     return format == TimageFormat::Png ? "png" : "exr";
-}
-
-float OrvoSrgbEncode(float linear) {
-    const float x = std::clamp(linear, 0.0f, 1.0f);
-    return x <= 0.0031308f ? 12.92f * x : 1.055f * std::pow(x, 1.0f / 2.4f) - 0.055f;
 }
 
 uint8_t OrvoToByte(float encoded) {
@@ -66,24 +62,45 @@ const WritableFormat* writableByKeyword(const std::string& keyword) {
 
 constexpr const char* kExrCompressions[] = {"none", "rle", "zips", "zip", "piz", "pxr24", "b44"};
 
-// The colour as the file holds it: sRGB-encoded integers, rows from the top.
+// The processor from the rendering space through the output transform.
+TcolourProcessor outputProcessor(const TimageColour& colour) {
+    const std::string working =
+        colour.workingSpace.empty() ? TcolorMgtCatalog::kSceneLinear : colour.workingSpace;
+    const std::string output =
+        colour.outputTransform.empty() ? TcolorMgtCatalog::kStandardView : colour.outputTransform;
+    TcolourProcessor processor;
+    std::string why;
+    if (!TcolorMgtCatalog::instance().outputProcessor(working, output, colour.useColorConversion,
+                                                      processor, why))
+        throw TrenderError(fmt::format("error: the output transform '{}' from '{}' cannot be "
+                                       "used: {}",
+                                       output, working, why));
+    return processor;
+}
+
+// The colour as the file holds it: integers through the output transform,
+// rows from the top.
 template <class T>
-std::vector<T> encodeIntegers(const TrenderedImage& image, unsigned channels, float scale) {
-    std::vector<T> out(size_t(image.width) * image.height * channels);
-    for (size_t i = 0; i < size_t(image.width) * image.height; ++i) {
-        const float* p = &image.pixels[i * TrenderedImage::kChannels];
-        for (unsigned c = 0; c < channels; ++c) {
-            const float v = c < 3 ? OrvoSrgbEncode(p[c]) : std::clamp(p[c], 0.0f, 1.0f);
-            out[i * channels + c] = T(std::lround(std::clamp(v, 0.0f, 1.0f) * scale));
-        }
+std::vector<T> encodeIntegers(const TrenderedImage& image, unsigned channels, float scale,
+                              const TimageColour& colour) {
+    const size_t count = size_t(image.width) * image.height;
+    std::vector<float> rgba(image.pixels.begin(),
+                            image.pixels.begin() +
+                                std::ptrdiff_t(count * TrenderedImage::kChannels));
+    outputProcessor(colour).apply(rgba.data(), count, TrenderedImage::kChannels);
+    std::vector<T> out(count * channels);
+    for (size_t i = 0; i < count; ++i) {
+        const float* p = &rgba[i * TrenderedImage::kChannels];
+        for (unsigned c = 0; c < channels; ++c)
+            out[i * channels + c] = T(std::lround(std::clamp(p[c], 0.0f, 1.0f) * scale));
     }
     return out;
 }
 
 } // namespace
 
-std::vector<uint8_t> OrvoEncodeRgba8(const TrenderedImage& image) {
-    return encodeIntegers<uint8_t>(image, 4, 255.0f);
+std::vector<uint8_t> OrvoEncodeRgba8(const TrenderedImage& image, const TimageColour& colour) {
+    return encodeIntegers<uint8_t>(image, 4, 255.0f, colour);
 }
 
 int OrvoImageFormatFromKeyword(const std::string& keyword) {
@@ -172,11 +189,12 @@ void OrvoWriteImage(const std::string& path, const TrenderedImage& image,
         header.attribute("oiio:UnassociatedAlpha", 1);
         if (spec.bits == 16) {
             const std::vector<uint16_t> values =
-                encodeIntegers<uint16_t>(image, channels, 65535.0f);
+                encodeIntegers<uint16_t>(image, channels, 65535.0f, spec.colour);
             written = out->open(temporary.string(), header) &&
                       out->write_image(OIIO::TypeDesc::UINT16, values.data());
         } else {
-            const std::vector<uint8_t> values = encodeIntegers<uint8_t>(image, channels, 255.0f);
+            const std::vector<uint8_t> values =
+                encodeIntegers<uint8_t>(image, channels, 255.0f, spec.colour);
             written = out->open(temporary.string(), header) &&
                       out->write_image(OIIO::TypeDesc::UINT8, values.data());
         }

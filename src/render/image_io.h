@@ -11,9 +11,20 @@
 
 #include "render/pixel_filter.h"
 
+// How colour goes into an integer image file: from the rendering space
+// through an output transform (a view transform "View (Display)", or with
+// the colour conversion a colour space). Empty names stand for the native
+// defaults: scene-linear Rec.709 through the standard sRGB view.
+struct TimageColour {
+    std::string workingSpace;
+    std::string outputTransform;
+    bool useColorConversion = false;
+};
+
 enum class TimageFormat {
-    // 8 bits a channel, RGBA, colour encoded for display (sRGB). The colour
-    // is written as rendered, background included, beside the alpha.
+    // 8 bits a channel, RGBA, colour through the output transform (the sRGB
+    // view by default). The colour is written as rendered, background
+    // included, beside the alpha.
     Png,
     ExrHalf,  // 16-bit float, linear: R, G, B, A and matteOpacity
     ExrFloat, // the same in 32-bit float
@@ -23,14 +34,16 @@ enum class TimageFormat {
 const char* OrvoImageExtension(TimageFormat format);
 
 // How an image goes into a file of one of the output formats a scene names.
-// Integer formats hold colour encoded for display (sRGB) with alpha where
-// the format has it; OpenEXR holds linear R, G, B, A and matteOpacity.
+// Integer formats hold colour through the output transform with alpha where
+// the format has it; OpenEXR holds R, G, B, A and matteOpacity in the
+// rendering space.
 struct TimageWriteSpec {
     std::string format;      // the image library's format name ("png", "openexr", "tiff"...)
     std::string label;       // the scene's name of the format, for messages
     int bits = 8;            // 8 or 16 for integer formats; 16 (half) or 32 for OpenEXR
     bool alpha = true;       // the format keeps an alpha channel
     std::string compression; // OpenEXR: "none", "zip", "piz"...
+    TimageColour colour;     // integer formats only
     bool linear() const { return format == "openexr"; }
 };
 
@@ -51,12 +64,14 @@ void OrvoWriteImage(const std::string& path, const TrenderedImage& image, Timage
 void OrvoWriteImage(const std::string& path, const TrenderedImage& image,
                     const TimageWriteSpec& spec);
 
-// The sRGB encoding of a linear value in [0, 1], and its 8-bit form.
-float OrvoSrgbEncode(float linear);
+// An encoded value in [0, 1] as a byte.
 uint8_t OrvoToByte(float encoded);
 
-// The image as a PNG file holds it: RGBA bytes, rows from the top.
-std::vector<uint8_t> OrvoEncodeRgba8(const TrenderedImage& image);
+// The image as a PNG file holds it: RGBA bytes, rows from the top. Throws
+// TrenderError when the output transform is not in the colour
+// configuration.
+std::vector<uint8_t> OrvoEncodeRgba8(const TrenderedImage& image,
+                                     const TimageColour& colour = TimageColour());
 
 // Reads an 8-bit RGBA image (as the PNG writer makes them). Throws
 // TrenderError naming the file when it cannot be read or is not RGBA.

@@ -11,6 +11,7 @@
 #include <mutex>
 #include <set>
 
+#include "colour/colour_choice.h"
 #include "framework/render_info.h"
 #include "host/graph.h"
 #include "host/messages.h"
@@ -189,6 +190,10 @@ TrenderJob::TrenderJob(TdependGraph& graph, const std::string& scenePath,
                                                      formatLabel(g.outFormat) + ")"));
         if (overrides.floatExr && plan.format.linear())
             plan.format.bits = 32;
+        // Integer files go through the scene's output transform.
+        const TcolourRenderSettings colour = OrvoColourRenderSettings(&graph);
+        plan.format.colour = {colour.workingSpace, colour.outputTransform,
+                              colour.outputUseColorConversion};
         if (g.width < 1 || g.height < 1 || g.width > 16384 || g.height > 16384)
             throw TrenderError(fmt::format("{}: error: the image size {}x{} is outside 1 to 16384 "
                                            "(defaultResolution width, height)",

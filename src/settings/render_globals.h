@@ -83,6 +83,43 @@ struct TdnKernel<TdnRenderGlobals> {
     A(TattributeFloat, Name, Long, Short, .input().setNativeDefaultData(Default))
 #define ORVO_RG_STRING(A, Name, Long, Short) A(TattributeTyped, Name, Long, Short, .input())
 
+// The image formats, shared by the settings nodes that name one; the
+// enumerators are TdnKernel<TdnRenderGlobals>'s.
+#define ORVO_IMAGE_FORMAT_FIELDS                                                                   \
+    .ORVO_FIELD(kGIF, "GIF")                                                                       \
+        .ORVO_FIELD(kSI, "SoftImage")                                                              \
+        .ORVO_FIELD(kRLA, "RLA")                                                                   \
+        .ORVO_FIELD(kTIFF, "Tiff")                                                                 \
+        .ORVO_FIELD(kTIFF16, "Tiff16")                                                             \
+        .ORVO_FIELD(kSGI, "SGI")                                                                   \
+        .ORVO_FIELD(kVELD, "Veld PIX")                                                             \
+        .ORVO_FIELD(kIFF, "Orvo IFF")                                                              \
+        .ORVO_FIELD(kJPEG, "JPEG")                                                                 \
+        .ORVO_FIELD(kEPS, "EPS")                                                                   \
+        .ORVO_FIELD(kIFF16, "Orvo16 IFF")                                                          \
+        .ORVO_FIELD(kCINEON, "Cineon")                                                             \
+        .ORVO_FIELD(kQUANTEL, "Quantel")                                                           \
+        .ORVO_FIELD(kSGI16, "SGI16")                                                               \
+        .ORVO_FIELD(kTARGA, "Targa")                                                               \
+        .ORVO_FIELD(kBMP, "Windows Bitmap")                                                        \
+        .ORVO_FIELD(kSGIMV, "SGI Movie")                                                           \
+        .ORVO_FIELD(kQT, "Quicktime")                                                              \
+        .ORVO_FIELD(kAVI, "AVI")                                                                   \
+        .ORVO_FIELD(kMACPAINT, "MacPaint")                                                         \
+        .ORVO_FIELD(kPHOTOSHOP, "PSD")                                                             \
+        .ORVO_FIELD(kPNG, "PNG")                                                                   \
+        .ORVO_FIELD(kQUICKDRAW, "QuickDraw")                                                       \
+        .ORVO_FIELD(kQTIMAGE, "QuickTime Image")                                                   \
+        .ORVO_FIELD(kDDS, "DDS")                                                                   \
+        .ORVO_FIELD(kPHOTOSHOPLAYERED, "PSD Layered")                                              \
+        .ORVO_FIELD(kEXR, "EXR(exr)")                                                              \
+        .ORVO_FIELD(kIMF, "IMF plugin")                                                            \
+        .ORVO_FIELD(kCustom, "Custom Image Format")                                                \
+        .ORVO_FIELD(kSWF, "Macromedia SWF (swf)")                                                  \
+        .ORVO_FIELD(kAI, "Adobe Illustrator (ai)")                                                 \
+        .ORVO_FIELD(kSVG, "SVG (svg)")                                                             \
+        .ORVO_FIELD(kSWFT, "Swift3DImporter (swft)")
+
 #define ORVO_SCHEMA_TdnRenderGlobals(A, C2, C3)                                                    \
     ORVO_RG_INT(A, MacCodec, "macCodec", "macc", 0x726C6520)                                       \
     ORVO_RG_INT(A, MacDepth, "macDepth", "macd", 32)                                               \
@@ -101,41 +138,7 @@ struct TdnKernel<TdnRenderGlobals> {
     ORVO_RG_BOOL(A, OnlyRenderStrokes, "onlyRenderStrokes", "ors", false)                          \
     ORVO_RG_BOOL(A, StrokesDepthFile, "strokesDepthFile", "sdf", false)                            \
     A(TattributeEnum, ImageFormat, "imageFormat", "outf",                                          \
-      .input()                                                                                     \
-          .ORVO_FIELD(kGIF, "GIF")                                                                 \
-          .ORVO_FIELD(kSI, "SoftImage")                                                            \
-          .ORVO_FIELD(kRLA, "RLA")                                                                 \
-          .ORVO_FIELD(kTIFF, "Tiff")                                                               \
-          .ORVO_FIELD(kTIFF16, "Tiff16")                                                           \
-          .ORVO_FIELD(kSGI, "SGI")                                                                 \
-          .ORVO_FIELD(kVELD, "Veld PIX")                                                           \
-          .ORVO_FIELD(kIFF, "Orvo IFF")                                                            \
-          .ORVO_FIELD(kJPEG, "JPEG")                                                               \
-          .ORVO_FIELD(kEPS, "EPS")                                                                 \
-          .ORVO_FIELD(kIFF16, "Orvo16 IFF")                                                        \
-          .ORVO_FIELD(kCINEON, "Cineon")                                                           \
-          .ORVO_FIELD(kQUANTEL, "Quantel")                                                         \
-          .ORVO_FIELD(kSGI16, "SGI16")                                                             \
-          .ORVO_FIELD(kTARGA, "Targa")                                                             \
-          .ORVO_FIELD(kBMP, "Windows Bitmap")                                                      \
-          .ORVO_FIELD(kSGIMV, "SGI Movie")                                                         \
-          .ORVO_FIELD(kQT, "Quicktime")                                                            \
-          .ORVO_FIELD(kAVI, "AVI")                                                                 \
-          .ORVO_FIELD(kMACPAINT, "MacPaint")                                                       \
-          .ORVO_FIELD(kPHOTOSHOP, "PSD")                                                           \
-          .ORVO_FIELD(kPNG, "PNG")                                                                 \
-          .ORVO_FIELD(kQUICKDRAW, "QuickDraw")                                                     \
-          .ORVO_FIELD(kQTIMAGE, "QuickTime Image")                                                 \
-          .ORVO_FIELD(kDDS, "DDS")                                                                 \
-          .ORVO_FIELD(kPHOTOSHOPLAYERED, "PSD Layered")                                            \
-          .ORVO_FIELD(kEXR, "EXR(exr)")                                                            \
-          .ORVO_FIELD(kIMF, "IMF plugin")                                                          \
-          .ORVO_FIELD(kCustom, "Custom Image Format")                                              \
-          .ORVO_FIELD(kSWF, "Macromedia SWF (swf)")                                                \
-          .ORVO_FIELD(kAI, "Adobe Illustrator (ai)")                                               \
-          .ORVO_FIELD(kSVG, "SVG (svg)")                                                           \
-          .ORVO_FIELD(kSWFT, "Swift3DImporter (swft)")                                             \
-          .setNativeDefaultData(kIFF))                                                             \
+      .input() ORVO_IMAGE_FORMAT_FIELDS.setNativeDefaultData(kIFF))                                \
     ORVO_RG_STRING(A, ImfPluginKey, "imfPluginKey", "imfkey")                                      \
     ORVO_RG_FLOAT(A, GammaCorrection, "gammaCorrection", "gama", 1.0f)                             \
     A(TattributeEnum, ExrCompression, "exrCompression", "exrc",                                    \

@@ -6,15 +6,19 @@
 
 #include <fmt/format.h>
 
+#include "colour/color_mgt_globals.h"
+#include "colour/view_color_manager.h"
 #include "framework/render_info.h"
 #include "host/env.h"
 #include "host/graph.h"
 #include "host/scene/render_layer.h"
 #include "settings/common_render_globals.h"
+#include "settings/hardware_render_globals.h"
 #include "settings/render_globals.h"
 #include "settings/render_globals_list.h"
 #include "settings/render_quality.h"
 #include "settings/resolution.h"
+#include "settings/vpr_render_globals.h"
 
 namespace {
 
@@ -111,6 +115,11 @@ void TrenderInfo::makeSettingsDefaults(TdependGraph& graph) {
     fDefaultQuality =
         settingsDefault<TdnRenderQuality>(graph, "renderQuality", "defaultRenderQuality");
     fDefaultResolution = settingsDefault<TdnResolution>(graph, "resolution", "defaultResolution");
+    settingsDefault<TdnViewColorManager>(graph, "viewColorManager", "defaultViewColorManager");
+    if (!TdnColorMgtGlobals::find(graph))
+        settingsDefault<TdnColorMgtGlobals>(graph, "colorManagementGlobals",
+                                            TdnColorMgtGlobals::kDefaultName)
+            ->SetPrefsInstance();
     const std::optional<std::string> longNames = OrvoGetEnv("ORVO_EXR_LONGNAME");
     fMaxExrBufferNameLength = longNames && *longNames == "1" ? 252 : 28;
 
@@ -123,10 +132,20 @@ void TrenderInfo::makeSettingsDefaults(TdependGraph& graph) {
         setCurrentQuality(fDefaultQuality, command);
     if (Tplug(fDefaultGlobals, &TdnRenderGlobals::aResolution).source().isNull())
         setCurrentResolution(fDefaultResolution, command);
+    // The hardware settings come last.
+    TdnHwRenderGlobals::createCurrentGlobals(graph);
+    TdnVPRRenderGlobals::createCurrentGlobals(graph);
 }
 
 std::vector<TdependNode*> TrenderInfo::settingsMembers() const {
-    return {fRenderGlobalsList, fDefaultGlobals, fDefaultQuality, fDefaultResolution};
+    std::vector<TdependNode*> members = {fRenderGlobalsList, fDefaultGlobals, fDefaultQuality,
+                                         fDefaultResolution};
+    if (const TdependGraph* g = graph())
+        for (const char* name : {"defaultViewColorManager", TdnColorMgtGlobals::kDefaultName,
+                                 "hardwareRenderGlobals", "hardwareRenderingGlobals"})
+            if (TdependNode* node = g->findNode(name); node && node->isDefaultNode())
+                members.push_back(node);
+    return members;
 }
 
 void TrenderInfo::addRenderGlobals(TdependNode* node, TDGcommand& command) {

@@ -25,10 +25,11 @@ ORVO_DEPENDENCIES(TdnFileTexture) {
         &FileTextureName,   &FileTextureNamePattern, &DisableFileLoad,
         &UseFrameExtension, &FrameExtension,         &FrameOffset,
         &UvTilingMode,      &ExplicitUvTiles,        &BaseExplicitUvTilePosition};
-    Tattribute* reading[] = {&FilterType, &FilterWidth,   &PreFilter,      &PreFilterRadius,
-                             &UseCache,   &UseMaximumRes, &BlurPixelation, &WrapU,
-                             &WrapV,      &Exposure,      &HdrMapping,     &HdrExposure,
-                             &RepeatUV,   &Coverage};
+    Tattribute* reading[] = {&FilterType, &FilterWidth, &PreFilter, &PreFilterRadius, &UseCache,
+                             &UseMaximumRes, &BlurPixelation, &WrapU, &WrapV, &Exposure,
+                             &HdrMapping, &HdrExposure, &RepeatUV, &Coverage,
+                             // the colour space the file is read in
+                             &ColorSpace, &IgnoreColorSpaceFileRules, &ColorManagementEnabled};
     Tattribute* colours[] = {&TdnTx2D::aOutColor, &TdnTx2D::aOutAlpha, &OutTransparency};
     for (Tattribute* f : files) {
         for (Tattribute* out : colours)
@@ -305,6 +306,10 @@ void TdnFileTexture::loadLocked() {
     s.exposure = plugValue(aExposure).asFloat();
     s.hdrMapping = plugValue(aHdrMapping).asShort();
     s.hdrExposure = plugValue(aHdrExposure).asFloat();
+    fColourSettings = OrvoColourRenderSettings(graph());
+    fColorSpace = stringValue(aColorSpace);
+    fIgnoreColourRules = plugValue(aIgnoreColorSpaceFileRules).asBool();
+    fColourManaged = plugValue(aColorManagementEnabled).asBool();
 
     if (gLoadDisabled.load())
         return;
@@ -364,6 +369,15 @@ Tpyramid* TdnFileTexture::loadTile(Tile& tile) {
     int expected = 0;
     if (tile.state.compare_exchange_strong(expected, 1)) {
         Tpyramid* p = initTexture(tile.name, true);
+        if (p) {
+            auto colour = std::make_shared<const TcolourInputChoice>(
+                chooseColour(tile.name, p->pixelType() == kPixelTypeFloat));
+            if (!colour->problem.empty())
+                warnOnce("colour:" + colour->colorSpace,
+                         TstringId("s_TfileTextureStrings.rUnknownColorSpace")
+                             .format(name(), colour->colorSpace, tile.name));
+            tile.colour = std::move(colour);
+        }
         tile.pyramid.store(p, std::memory_order_release);
         tile.state.store(2, std::memory_order_release);
         return p;
@@ -371,6 +385,22 @@ Tpyramid* TdnFileTexture::loadTile(Tile& tile) {
     while (tile.state.load(std::memory_order_acquire) == 1)
         std::this_thread::yield();
     return tile.pyramid.load(std::memory_order_acquire);
+}
+
+TcolourInputChoice TdnFileTexture::chooseColour(const Tstring& file, bool floatFile) {
+    return OrvoChooseInputColour(fColourSettings, file, floatFile, fColorSpace, fIgnoreColourRules,
+                                 fColourManaged);
+}
+
+std::vector<TcolourInputChoice> TdnFileTexture::colourProvenance() {
+    ensureLoaded();
+    std::vector<TcolourInputChoice> out;
+    for (const auto& tile : fTiles) {
+        const Tpyramid* p = loadTile(*tile);
+        if (p && tile->colour)
+            out.push_back(*tile->colour);
+    }
+    return out;
 }
 
 Tpyramid* TdnFileTexture::initTexture(const Tstring& file, bool reportMissingFile) {
@@ -519,7 +549,12 @@ const Tpyramid* TdnFileTexture::sampleAt(float u, float v, float size, T3Float& 
     a = 1.0f;
     samplePyramid(*p, fSettings, u, v, size, c, a);
     const bool isFloat = p->pixelType() == kPixelTypeFloat;
-    toLinear(c, isFloat);
+    // The filtered value in the file's space into the rendering space.
+    if (const TcolourInputChoice* colour = tile->colour.get(); colour) {
+        float rgb[3] = {c.x, c.y, c.z};
+        colour->processor.apply(rgb);
+        c = {rgb[0], rgb[1], rgb[2]};
+    }
     if (isFloat)
         applyHdr(fSettings, c);
     return p;

@@ -24,6 +24,7 @@
 #include <mutex>
 #include <vector>
 
+#include "colour/colour_choice.h"
 #include "host/types.h"
 #include "textures/pyramid.h"
 #include "textures/tx2d.h"
@@ -236,6 +237,8 @@ public:
         int v = 0;
         std::atomic<Tpyramid*> pyramid{nullptr};
         std::atomic<int> state{0}; // 0 not loaded, 1 loading, 2 done
+        // The file's input colour, chosen as it loads.
+        std::shared_ptr<const TcolourInputChoice> colour;
     };
 
     // What a name resolves to for one frame: the exact names and, with
@@ -314,9 +317,12 @@ public:
     bool fileHasAlpha();
     const Settings& settings() const { return fSettings; }
 
-    // The single place a file's samples become linear colour: 8-bit files
-    // are sRGB-encoded, float files linear already.
-    static void toLinear(T3Float& c, bool floatFile);
+    // The input colour of the current files, loading them (every tile) if
+    // needed: the space each is read in and the rule that chose it.
+    std::vector<TcolourInputChoice> colourProvenance();
+    // Chooses the input colour of a loaded file (the file rules', or the
+    // node's colorSpace when it ignores the rules).
+    TcolourInputChoice chooseColour(const Tstring& file, bool floatFile);
     // Exposure and HDR mapping of a float file's colour.
     static void applyHdr(const Settings& s, T3Float& c);
     // The colour of a pyramid at (u, v) with a footprint of `size` in UV,
@@ -373,6 +379,12 @@ private:
     std::vector<int> fGrid;
     std::vector<std::vector<std::unique_ptr<Tile>>> fRetiredTiles;
     std::vector<std::vector<int>> fRetiredGrids;
+    // What chooses the files' input colour, read as the files load (tiles
+    // load later, on render threads, and must not evaluate plugs).
+    TcolourRenderSettings fColourSettings;
+    Tstring fColorSpace;
+    bool fIgnoreColourRules = false;
+    bool fColourManaged = true;
     // Cached resolutions by frame; dropped when a name attribute changes.
     std::map<int, FileData> fFileData;
     std::mutex fWarnMutex;

@@ -1,5 +1,5 @@
-// Reading a file texture's pyramid at a sample: the filter by filterType,
-// the decoding to linear colour, and the HDR mapping of float files.
+// Reading a file texture's pyramid at a sample: the filter by filterType
+// and the HDR mapping of float files.
 //
 // The smooth filters (Box, Quadratic, Quartic, Gaussian) weigh the texels
 // of one level around the sample, separably in u and v. The footprint is the
@@ -22,11 +22,6 @@ constexpr float kMaxSpan = 4.0f;
 // The most texels one axis of a kernel reads (its span plus the partly
 // covered texels at both ends, with room).
 constexpr unsigned kMaxTaps = 16;
-
-// sRGB's decoding curve.
-inline float srgbToLinear(float c) {
-    return c <= 0.04045f ? c * (1.0f / 12.92f) : std::pow((c + 0.055f) * (1.0f / 1.055f), 2.4f);
-}
 
 // One axis of a kernel: the first texel and the weights from there on.
 struct Taps {
@@ -66,14 +61,6 @@ void kernelTaps(int16_t type, float centre, float radius, Taps& t) {
 }
 
 } // namespace
-
-void TdnFileTexture::toLinear(T3Float& c, bool floatFile) {
-    if (floatFile)
-        return;
-    c.x = srgbToLinear(c.x);
-    c.y = srgbToLinear(c.y);
-    c.z = srgbToLinear(c.z);
-}
 
 void TdnFileTexture::applyHdr(const Settings& s, T3Float& c) {
     const float scale = std::exp2(s.exposure);

@@ -197,10 +197,7 @@ const std::map<std::string, std::set<std::string>> kInputsOfNoOutput = {
       "ptexFilterSharpness",
       "ptexFilterInterpolateLevels",
       "colorProfile",
-      "colorSpace",
-      "ignoreColorSpaceFileRules",
       "workingSpace",
-      "colorManagementEnabled",
       "colorManagementConfigFileEnabled",
       "colorManagementConfigFilePath"}},
     // Sample values handed on as they are: a network reads them directly.

@@ -95,6 +95,10 @@ TEST_F(RenderInfo, ASceneStartsWithItsDefaultNodes) {
         {"defaultRenderGlobals", "renderGlobals"},
         {"defaultRenderQuality", "renderQuality"},
         {"defaultResolution", "resolution"},
+        {"defaultViewColorManager", "viewColorManager"},
+        {"defaultColorMgtGlobals", "colorManagementGlobals"},
+        {"hardwareRenderGlobals", "hardwareRenderGlobals"},
+        {"hardwareRenderingGlobals", "hardwareRenderingGlobals"},
         {"lightLinker1", "lightLinker"}};
     ASSERT_EQ(graph.nodes().size(), defaults.size());
     for (const auto& [name, type] : defaults) {

@@ -110,14 +110,37 @@ TEST(GoldenComparison, CountsPixelsBeyondTheTolerance) {
     EXPECT_DOUBLE_EQ(d.percentOver, 20.0);
 }
 
-// PNG bytes are the sRGB encoding: 0.5 linear is 0.7354 encoded, 188 of
-// 255; 0.002 is on the straight part, 12.92 * 0.002 = 0.0258, 7 of 255.
-TEST(GoldenComparison, PngBytesAreSrgbEncoded) {
-    EXPECT_EQ(OrvoToByte(OrvoSrgbEncode(0.5f)), 188);
-    EXPECT_EQ(OrvoToByte(OrvoSrgbEncode(0.002f)), 7);
-    EXPECT_EQ(OrvoToByte(OrvoSrgbEncode(1.0f)), 255);
-    EXPECT_EQ(OrvoToByte(OrvoSrgbEncode(-1.0f)), 0);
-    EXPECT_EQ(OrvoToByte(OrvoSrgbEncode(4.0f)), 255);
+// PNG bytes go through the standard sRGB view: 0.5 linear is
+// 1.055 * 0.5^(1/2.4) - 0.055 = 0.73536 encoded, 187.5 of 255, so 188;
+// 0.002 is on the straight part, 12.92 * 0.002 = 0.0258, 7 of 255; values
+// outside 0 to 1 clip. Alpha goes out as it is.
+TEST(GoldenComparison, PngBytesGoThroughTheSrgbView) {
+    TrenderedImage image;
+    image.width = 5;
+    image.height = 1;
+    const float red[5] = {0.5f, 0.002f, 1.0f, -1.0f, 4.0f};
+    for (float r : red)
+        image.pixels.insert(image.pixels.end(), {r, 0.0f, 0.18f, 0.25f, 0.0f});
+    const std::vector<uint8_t> bytes = OrvoEncodeRgba8(image);
+    ASSERT_EQ(bytes.size(), 20u);
+    const int expected[5] = {188, 7, 255, 0, 255};
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(bytes[size_t(i) * 4], expected[i]) << i;
+        EXPECT_EQ(bytes[size_t(i) * 4 + 1], 0) << i;
+        // 0.18 linear: 1.055 * 0.18^(1/2.4) - 0.055 = 0.46137, 117.65 of 255.
+        EXPECT_EQ(bytes[size_t(i) * 4 + 2], 118) << i;
+        EXPECT_EQ(bytes[size_t(i) * 4 + 3], 64) << i; // 0.25 * 255 = 63.75
+    }
+    // The raw view leaves values alone: 0.5 is 127.5, so 128.
+    const std::vector<uint8_t> raw = OrvoEncodeRgba8(image, {"", "Raw (sRGB)", false});
+    EXPECT_EQ(raw[0], 128);
+    // An output transform the configuration lacks is an error that names it.
+    try {
+        OrvoEncodeRgba8(image, {"", "Filmic (sRGB)", false});
+        FAIL() << "no error";
+    } catch (const std::exception& e) {
+        EXPECT_NE(std::string(e.what()).find("Filmic (sRGB)"), std::string::npos) << e.what();
+    }
 }
 
 // An image goes out under a temporary name and comes back as written.

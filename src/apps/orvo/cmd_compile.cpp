@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "apps/orvo/cli.h"
+#include "apps/orvo/colour_report.h"
 #include "apps/orvo/scene.h"
 #include "apps/orvo/shade_grid.h"
 #include "host/graph.h"
@@ -28,7 +29,7 @@ int runCompile(const CompileOptions& options) {
     engine->analyse(options.option, nullptr);
     std::ostringstream report;
     engine->compileReport(report, options.option, options.dumps);
-    std::cout << report.str();
+    std::cout << report.str() << colourReport(*graph);
     TrenderThreadBase::deleteAllOpuses();
     return kExitSuccess;
 }

@@ -8,6 +8,7 @@
 #include <numbers>
 
 #include "apps/orvo/cli.h"
+#include "apps/orvo/colour_report.h"
 #include "apps/orvo/scene.h"
 #include "host/graph.h"
 #include "host/iff/iff_image_file.h"
@@ -149,6 +150,7 @@ int describeScene(const std::string& file) {
                                    valueText(TdnRenderLayer::readValue(plug, nullptr)));
         }
     }
+    out += colourReport(*graph);
     fmt::print("{}", out);
     return kExitSuccess;
 }

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "apps/orvo/cli.h"
+#include "colour/color_mgt_globals.h"
 #include "host/env.h"
 #include "host/graph.h"
 #include "host/qsl/interpreter.h"
@@ -17,7 +18,15 @@ std::unique_ptr<TdependGraph> readScene(const std::string& path) {
         throw qsl::ParseError({path, 0, 0}, "no such scene file", path);
     auto graph = std::make_unique<TdependGraph>();
     TdependGraph::fsCurrentGraph = graph.get();
+    // The scene's colour settings hear of the load, so that the names the
+    // file sets are checked against the configuration when it ends.
+    graph->initializeScene();
+    TdnColorMgtGlobals* colour = TdnColorMgtGlobals::find(*graph);
+    if (colour)
+        colour->sceneLoadStarted(true);
     qsl::Interpreter(*graph).runFile(path);
+    if (colour)
+        colour->sceneLoadEnded();
     return graph;
 }
 
