@@ -212,7 +212,9 @@ TdependNode* TdependGraph::adoptNode(std::unique_ptr<TdependNode> node, std::str
 void TdependGraph::deleteNode(TdependNode* node) {
     if (!node || node->graph() != this)
         return;
-    for (const auto& [source, destination] : connections())
+    // A copy: disconnecting changes the list.
+    const std::vector<std::pair<Tplug, Tplug>> all = connections();
+    for (const auto& [source, destination] : all)
         if (source.node() == node || destination.node() == node)
             disconnect(source, destination);
     // What went with the node is no change to keep.
@@ -452,10 +454,6 @@ void TdependGraph::destinationsOf(const Tplug& source, TplugArray& out) const {
     auto [lo, hi] = it->second.destinations.equal_range(keyOf(source));
     for (auto d = lo; d != hi; ++d)
         out.push_back(d->second);
-}
-
-std::vector<std::pair<Tplug, Tplug>> TdependGraph::connections() const {
-    return fConnectionOrder;
 }
 
 // ---------------------------------------------------------------- dirty

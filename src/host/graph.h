@@ -69,7 +69,7 @@ public:
     Tplug sourceOf(const Tplug& destination) const;
     void destinationsOf(const Tplug& source, TplugArray& out) const;
     // Every connection (source, destination), in the order they were made.
-    std::vector<std::pair<Tplug, Tplug>> connections() const;
+    const std::vector<std::pair<Tplug, Tplug>>& connections() const { return fConnectionOrder; }
 
     // ---- values
     // Writes a value at a plug (array elements are made as needed) and

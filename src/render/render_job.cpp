@@ -45,11 +45,6 @@ std::string joinFolder(const std::string& folder, const std::string& name) {
     return folder.back() == '/' ? folder + name : folder + "/" + name;
 }
 
-// Frames compare with a little slack: 0.1 + 0.2 steps are still frame 0.3.
-bool sameFrame(double a, double b) {
-    return std::fabs(a - b) <= 1e-6 * std::max(1.0, std::fabs(a));
-}
-
 std::string frameWords(double frame) {
     return fmt::format("{}", frame);
 }
@@ -109,6 +104,10 @@ struct CallbackSession {
 };
 
 } // namespace
+
+bool TrenderJob::sameFrame(double a, double b) {
+    return std::fabs(a - b) <= 1e-6 * std::max(1.0, std::fabs(a));
+}
 
 std::vector<double> TrenderJob::frameRange(double first, double last, double step) {
     std::vector<double> frames;
@@ -318,11 +317,10 @@ public:
         return node;
     }
     void connect(TdependNode* from, TdependNode* to, const Tattribute& attribute, int index = -1) {
-        const Tattribute* message = from->findAttribute("message");
         Tplug destination(to, &attribute);
         if (index >= 0)
             destination.setMultiIndex(&attribute, unsigned(index));
-        fGraph.connect(Tplug(from, message), destination);
+        fGraph.connect(Tplug(from, &TdependNode::aMessage), destination);
     }
 
 private:

@@ -123,6 +123,8 @@ public:
     // Frames of a range: first, first + step, ... up to last; one frame
     // when they are equal. Empty when the step is 0 or leads away from last.
     static std::vector<double> frameRange(double first, double last, double step);
+    // Frames compare with a little slack: 0.1 + 0.2 steps are still frame 0.3.
+    static bool sameFrame(double a, double b);
 
 private:
     void planTasks(const TrenderSettingsOverrides& settings,

@@ -32,20 +32,5 @@ bool TdnHwRenderGlobals::graphicsHardwareGeometryCaching(int index) const {
 }
 
 void TdnHwRenderGlobals::setShadowLinkMode(int mode) {
-    switch (mode) {
-    case kShadowsIgnoreLinks:
-        setShadowsObeyShadowLinking(false);
-        setShadowsObeyLightLinking(false);
-        break;
-    case kShadowsObeyShadowLinking:
-        setShadowsObeyShadowLinking(true);
-        setShadowsObeyLightLinking(false);
-        break;
-    case kShadowsObeyLightLinking:
-        setShadowsObeyShadowLinking(false);
-        setShadowsObeyLightLinking(true);
-        break;
-    default:
-        break;
-    }
+    OrvoSetShadowLinkMode(*this, mode);
 }

@@ -13,25 +13,14 @@ ORVO_DEPENDENCIES(TdnRenderedImageSource) {}
 
 // ---------------------------------------------------------------- the node
 
-namespace {
-
-const TdependNode* connectedTo(const TdependNode* node, const Tattribute& attribute) {
-    const TdependGraph* graph = node->graph();
-    if (!graph)
-        return nullptr;
-    return graph->sourceOf(Tplug(const_cast<TdependNode*>(node), &attribute)).node();
-}
-
-} // namespace
-
 const TdnRenderLayer*
 TdnRenderedImageSource::getImageSourceRenderLayer(const TdnRenderLayer* fallback) const {
-    const auto* layer = dynamic_cast<const TdnRenderLayer*>(connectedTo(this, aRenderLayer));
+    const auto* layer = dynamic_cast<const TdnRenderLayer*>(connectedTo(aRenderLayer));
     return layer ? layer : fallback;
 }
 
 const TdnImageSource* TdnRenderedImageSource::connectedImageSource() const {
-    return dynamic_cast<const TdnImageSource*>(connectedTo(this, aImageSource));
+    return dynamic_cast<const TdnImageSource*>(connectedTo(aImageSource));
 }
 
 Tstring TdnRenderedImageSource::getImageSourceTokens() const {

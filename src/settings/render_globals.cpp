@@ -140,22 +140,7 @@ TshadowLinkMode TdnRenderGlobals::shadowLinkMode() const {
 }
 
 void TdnRenderGlobals::setShadowLinkMode(int mode) {
-    switch (mode) {
-    case kShadowsIgnoreLinks:
-        setShadowsObeyShadowLinking(false);
-        setShadowsObeyLightLinking(false);
-        break;
-    case kShadowsObeyShadowLinking:
-        setShadowsObeyShadowLinking(true);
-        setShadowsObeyLightLinking(false);
-        break;
-    case kShadowsObeyLightLinking:
-        setShadowsObeyShadowLinking(false);
-        setShadowsObeyLightLinking(true);
-        break;
-    default:
-        break;
-    }
+    OrvoSetShadowLinkMode(*this, mode);
 }
 
 Tstring TdnRenderGlobals::defaultTraversalSet() const {

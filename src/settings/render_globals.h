@@ -309,6 +309,17 @@ enum TshadowLinkMode : int {
     kShadowsObeyLightLinking = 2
 };
 
+// Sets the two linking flags of a settings node (render globals and the
+// hardware renderer's) for a shadowLinkMode; another mode changes nothing.
+template <class Settings>
+void OrvoSetShadowLinkMode(Settings& settings, int mode) {
+    if (mode != kShadowsIgnoreLinks && mode != kShadowsObeyShadowLinking &&
+        mode != kShadowsObeyLightLinking)
+        return;
+    settings.setShadowsObeyShadowLinking(mode == kShadowsObeyShadowLinking);
+    settings.setShadowsObeyLightLinking(mode == kShadowsObeyLightLinking);
+}
+
 class TdnRenderGlobals : public TdnPattern<TdnRenderGlobals, TdependNode> {
 public:
     using OutFormat = TdnKernel<TdnRenderGlobals>::eOutFormat;

@@ -8,6 +8,7 @@
 
 #include "support/run_tool.h"
 #include "support/temp_folder.h"
+#include "support/tiny_ocio.h"
 
 namespace {
 
@@ -40,16 +41,7 @@ TEST(OrvoColour, ABadOcioVariableIsOneErrorAndTheBuiltInConfigurationServes) {
     EXPECT_NE(r.out.find("crate.png: sRGB (rule Default)"), std::string::npos) << r.out;
 
     // A good one replaces the built-in configuration.
-    const std::string good = dir.write("good.ocio", R"(ocio_profile_version: 2
-roles:
-  default: lin
-  scene_linear: lin
-displays:
-  Screen:
-    - !<View> {name: Plain, colorspace: lin}
-colorspaces:
-  - !<ColorSpace> {name: lin, encoding: scene-linear}
-)");
+    const std::string good = dir.write("good.ocio", kTinyOcioConfig);
     ::setenv("OCIO", good.c_str(), 1);
     const ToolResult g = runTool({"info", kScene});
     ::unsetenv("OCIO");

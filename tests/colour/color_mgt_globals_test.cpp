@@ -19,6 +19,7 @@
 #include "settings/vpr_render_globals.h"
 #include "support/message_capture.h"
 #include "support/temp_folder.h"
+#include "support/tiny_ocio.h"
 
 namespace {
 
@@ -138,17 +139,9 @@ TEST_F(ColourGlobals, TheOutputFollowsTheViewUntilItIsGivenOneOfItsOwn) {
 
 TEST_F(ColourGlobals, ConfigFileSettersThrowAndRestore) {
     TempFolder dir;
-    const std::string own = dir.write("own.ocio", R"(ocio_profile_version: 2
-roles:
-  default: lin
-  scene_linear: lin
-displays:
-  Screen:
-    - !<View> {name: Plain, colorspace: lin}
-colorspaces:
-  - !<ColorSpace> {name: lin, encoding: scene-linear}
-  - !<ColorSpace> {name: film, encoding: scene-linear}
-)");
+    const std::string own =
+        dir.write("own.ocio", std::string(kTinyOcioConfig) +
+                                  "  - !<ColorSpace> {name: film, encoding: scene-linear}\n");
     // On with no path: refused, nothing changes.
     EXPECT_NE(thrown([&] { cm->SetCMConfigFileEnable(true); }).find("configFilePath is empty"),
               std::string::npos);

@@ -21,10 +21,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-bool sameFrame(double a, double b) {
-    return std::fabs(a - b) <= 1e-6 * std::max(1.0, std::fabs(a));
-}
-
 std::string frameWord(double frame) {
     return fmt::format("{}", frame);
 }
@@ -259,7 +255,7 @@ std::vector<double> framesToRender(const TrenderJob& job) {
         if (fs::exists(image.path, ec))
             continue;
         if (std::none_of(frames.begin(), frames.end(),
-                         [&](double f) { return sameFrame(f, image.frame); }))
+                         [&](double f) { return TrenderJob::sameFrame(f, image.frame); }))
             frames.push_back(image.frame);
     }
     return frames;
@@ -363,7 +359,7 @@ int submit(const TrenderJob& job, const SubmitOptions& options) {
         std::vector<std::pair<double, std::string>> images;
         for (const TrenderJob::Image& image : job.images())
             if (std::any_of(chunk.begin(), chunk.end(),
-                            [&](double f) { return sameFrame(f, image.frame); }))
+                            [&](double f) { return TrenderJob::sameFrame(f, image.frame); }))
                 images.emplace_back(image.frame, image.path);
         record.images.push_back(std::move(images));
     }
@@ -403,7 +399,7 @@ int status(const std::string& jobId) {
             bool complete = true;
             for (const auto& [f, path] : record.images[c]) {
                 std::error_code ec;
-                if (sameFrame(f, frame) && !fs::exists(path, ec))
+                if (TrenderJob::sameFrame(f, frame) && !fs::exists(path, ec))
                     complete = false;
             }
             if (!complete)

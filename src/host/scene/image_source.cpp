@@ -10,12 +10,14 @@ ORVO_DEPENDENCIES(TdnRenderPass) {}
 ORVO_REGISTER_NODE(TdnRenderTarget)
 ORVO_DEPENDENCIES(TdnRenderTarget) {}
 
-const TdependNode* TdnImageSource::getImageSourceCamera(const TdependNode* fallback) const {
+const TdependNode* TdnImageSource::connectedTo(const Tattribute& attribute) const {
     const TdependGraph* graph = this->graph();
-    if (!graph)
-        return fallback;
-    const Tplug source = graph->sourceOf(Tplug(const_cast<TdnImageSource*>(this), &aCamera));
-    return source.node() ? source.node() : fallback;
+    return graph ? graph->sourceOf(Tplug(this, &attribute)).node() : nullptr;
+}
+
+const TdependNode* TdnImageSource::getImageSourceCamera(const TdependNode* fallback) const {
+    const TdependNode* camera = connectedTo(aCamera);
+    return camera ? camera : fallback;
 }
 
 const TdnRenderLayer*

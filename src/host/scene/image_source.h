@@ -35,6 +35,10 @@ public:
     // Reached through a connection that does not count, a walk for render
     // dependencies stops here (what is upstream of this source belongs to it).
     virtual bool stopsDependencyWalk() const { return true; }
+
+protected:
+    // The node connected to this source's `attribute`, or null.
+    const TdependNode* connectedTo(const Tattribute& attribute) const;
 };
 
 #define ORVO_SCHEMA_TdnRenderPass(A, C2, C3) A(TattributeTyped, PassId, "passID", "pid", .input())

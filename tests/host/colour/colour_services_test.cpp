@@ -10,6 +10,7 @@
 #include "host/colour/file_rules.h"
 #include "host/colour/policy.h"
 #include "support/temp_folder.h"
+#include "support/tiny_ocio.h"
 
 namespace {
 
@@ -103,16 +104,7 @@ TEST(ColourCatalog, ListsAndABadFileFallBackToTheBuiltInOne) {
     EXPECT_NE(why.find("missing.ocio"), std::string::npos) << why;
 
     // A configuration of the user's own replaces the built-in one.
-    const std::string own = dir.write("own.ocio", R"(ocio_profile_version: 2
-roles:
-  default: lin
-  scene_linear: lin
-displays:
-  Screen:
-    - !<View> {name: Plain, colorspace: lin}
-colorspaces:
-  - !<ColorSpace> {name: lin, encoding: scene-linear}
-)");
+    const std::string own = dir.write("own.ocio", kTinyOcioConfig);
     ASSERT_TRUE(c.load(own, why)) << why;
     EXPECT_FALSE(c.usesBuiltin());
     EXPECT_EQ(c.configPath(), own);
