@@ -22,6 +22,9 @@
 // alone (a footprint of 1/1024, level 10 with no blend), trilinear must
 // agree within 1/255 as well.
 //
+// `bench_texture_lookup PASSES [random|coherent [closest|bilinear|trilinear]]`
+// runs one set, or one cell, only.
+//
 // `bench_texture_lookup --image PATH` writes the picture to an image file
 // instead, the source for timing `orvo maketx` against `maketx`.
 //
@@ -290,8 +293,14 @@ int main(int argc, char** argv) {
     const Coords sets[2] = {randomCoords(), coherentCoords()};
     const char* setNames[2] = {"random", "coherent"};
     int failures = 0;
+    // `bench_texture_lookup PASSES [SET [FILTER]]` runs one set or one cell.
+    const std::string onlySet = argc > 2 ? argv[2] : "";
+    const std::string onlyFilter = argc > 3 ? argv[3] : "";
     for (int s = 0; s < 2; ++s)
         for (Filter filter : {Filter::Closest, Filter::Bilinear, Filter::Trilinear}) {
+            if ((!onlySet.empty() && onlySet != setNames[s]) ||
+                (!onlyFilter.empty() && onlyFilter != filterName(filter)))
+                continue;
             const Coords& c = sets[s];
             // Agreement, against OpenImageIO one point at a time.
             std::vector<float> reference(3 * kCheckPoints), got(3 * kCheckPoints);

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -112,7 +113,7 @@ unsigned TfileTextureCache::defaultCapacity() {
 }
 
 size_t TfileTextureCache::bytesFor(unsigned slots) {
-    return (size_t(slots) + 1) * kSlotBytes + size_t(slots) * sizeof(Slot) +
+    return (size_t(slots) + 1) * kSlotBytes + size_t(slots) * (sizeof(Entry) + sizeof(Link)) +
            size_t(hashListsFor(slots)) * sizeof(int32_t) + kCodedBytes + Tpyramid::kBlockBytes;
 }
 
@@ -134,15 +135,48 @@ TfileTextureCache::~TfileTextureCache() {
     giveThreadIndex(fThreadIndex);
 }
 
+void TfileTextureCache::PixelBuffer::allocate(size_t bytes) {
+    free();
+    // A buffer of a huge page or more is mapped on its own, aligned to the
+    // huge page and advised to use them; mmap gives zeroed pages.
+    constexpr size_t kHugePage = size_t(2) << 20;
+    if (bytes >= kHugePage && bytes % kHugePage == 0) {
+        void* raw = ::mmap(nullptr, bytes + kHugePage, PROT_READ | PROT_WRITE,
+                           MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (raw != MAP_FAILED) {
+            const uintptr_t start = reinterpret_cast<uintptr_t>(raw);
+            const uintptr_t aligned = (start + kHugePage - 1) & ~(kHugePage - 1);
+            if (aligned > start)
+                ::munmap(raw, aligned - start);
+            if (const size_t tail = start + kHugePage - aligned; tail > 0)
+                ::munmap(reinterpret_cast<void*>(aligned + bytes), tail);
+            data = reinterpret_cast<uint8_t*>(aligned);
+            mappedBytes = bytes;
+            ::madvise(data, bytes, MADV_HUGEPAGE);
+            return;
+        }
+    }
+    // One slot more than needed, so that the buffer can start on a slot
+    // boundary; zeroed, so that a slot whose load failed reads black.
+    heap.reset(new uint8_t[bytes + kSlotBytes]());
+    const uintptr_t raw = reinterpret_cast<uintptr_t>(heap.get());
+    data = heap.get() + ((kSlotBytes - (raw & (kSlotBytes - 1))) & (kSlotBytes - 1));
+}
+
+void TfileTextureCache::PixelBuffer::free() {
+    if (mappedBytes)
+        ::munmap(data, mappedBytes);
+    heap.reset();
+    data = nullptr;
+    mappedBytes = 0;
+}
+
 void TfileTextureCache::allocateSlots(unsigned capacity) {
     fCapacity = floorPowerOfTwo(capacity);
     fCapacityLog2 = unsigned(std::countr_zero(fCapacity));
-    fSlots.reset(new Slot[fCapacity]);
-    // One slot more than needed, so that the buffer can start on a 4,096
-    // byte boundary; zeroed, so that a slot whose load failed reads black.
-    fRawBuffer.reset(new uint8_t[(size_t(fCapacity) + 1) * kSlotBytes]());
-    const uintptr_t raw = reinterpret_cast<uintptr_t>(fRawBuffer.get());
-    fBuffer = fRawBuffer.get() + ((kSlotBytes - (raw & (kSlotBytes - 1))) & (kSlotBytes - 1));
+    fEntries.reset(new Entry[fCapacity]);
+    fLinks.reset(new Link[fCapacity]);
+    fBuffer.allocate(size_t(fCapacity) * kSlotBytes);
     const unsigned lists = hashListsFor(fCapacity);
     fHashHeads.reset(lists ? new int32_t[lists] : nullptr);
     fHashMask = lists ? lists - 1 : 0;
@@ -155,8 +189,10 @@ void TfileTextureCache::allocateSlots(unsigned capacity) {
 void TfileTextureCache::clear() {
     for (unsigned k = 0; k < fCount; ++k)
         release(int(k));
-    for (unsigned k = 0; k < fCapacity; ++k)
-        fSlots[k] = Slot{};
+    for (unsigned k = 0; k < fCapacity; ++k) {
+        fEntries[k] = Entry{};
+        fLinks[k] = Link{};
+    }
     for (unsigned i = 0; fHashHeads && i <= fHashMask; ++i)
         fHashHeads[i] = -1;
     fLruHead = fLruTail = -1;
@@ -182,24 +218,18 @@ void TfileTextureCache::forgetPyramid(const Tpyramid& pyramid) {
 
 // ---- lookups
 
-unsigned TfileTextureCache::bucketOf(uint64_t serial, unsigned level, uint32_t block) const {
-    uint64_t h = (serial << 36) ^ (uint64_t(level) << 32) ^ block;
+unsigned TfileTextureCache::bucketOf(uint64_t key) const {
+    uint64_t h = key;
     h ^= h >> 33;
     h *= 0xff51afd7ed558ccdULL;
     h ^= h >> 33;
     return unsigned(h) & fHashMask;
 }
 
-int TfileTextureCache::find(const Tpyramid& pyramid, unsigned level, uint32_t block) const {
-    const uint64_t serial = pyramid.fSerial;
-    auto holds = [&](int k) {
-        const Slot& s = fSlots[size_t(k)];
-        return s.block == block && s.serial == serial && s.level == level;
-    };
+int TfileTextureCache::find(const Tpyramid& pyramid, uint64_t key, unsigned level) const {
     if (fHashHeads) {
-        for (int k = fHashHeads[bucketOf(serial, level, block)]; k >= 0;
-             k = fSlots[size_t(k)].hashNext)
-            if (holds(k))
+        for (int k = fHashHeads[bucketOf(key)]; k >= 0; k = fEntries[size_t(k)].hashNext)
+            if (fEntries[size_t(k)].key == key)
                 return k;
         return -1;
     }
@@ -208,7 +238,7 @@ int TfileTextureCache::find(const Tpyramid& pyramid, unsigned level, uint32_t bl
         uint32_t word = pyramid.fCacheFlags[size_t(fThreadIndex) * Tpyramid::kMaxLevels + level];
         while (word) {
             const int k = std::countr_zero(word);
-            if (holds(k))
+            if (fEntries[size_t(k)].key == key)
                 return k;
             word &= word - 1;
         }
@@ -216,7 +246,7 @@ int TfileTextureCache::find(const Tpyramid& pyramid, unsigned level, uint32_t bl
     }
     // A thread beyond the count the flags were sized for looks at every slot.
     for (unsigned k = 0; k < fCount; ++k)
-        if (holds(int(k)))
+        if (fEntries[k].key == key)
             return int(k);
     return -1;
 }
@@ -224,42 +254,42 @@ int TfileTextureCache::find(const Tpyramid& pyramid, unsigned level, uint32_t bl
 void TfileTextureCache::moveToHead(int k) {
     if (k == fLruHead)
         return;
-    Slot& s = fSlots[size_t(k)];
+    Link& s = fLinks[size_t(k)];
     // Unlink; k is not the head, so it has a previous slot.
-    fSlots[size_t(s.previous)].next = s.next;
+    fLinks[size_t(s.previous)].next = s.next;
     if (s.next >= 0)
-        fSlots[size_t(s.next)].previous = s.previous;
+        fLinks[size_t(s.next)].previous = s.previous;
     else
         fLruTail = s.previous;
     s.previous = -1;
     s.next = fLruHead;
-    fSlots[size_t(fLruHead)].previous = k;
+    fLinks[size_t(fLruHead)].previous = k;
     fLruHead = k;
 }
 
 // Forgets what slot k holds: its bit in its pyramid's flags or its place on
 // a hash list.
 void TfileTextureCache::release(int k) {
-    Slot& s = fSlots[size_t(k)];
-    if (s.serial == 0)
+    Entry& e = fEntries[size_t(k)];
+    if (e.key == 0)
         return;
     if (fHashHeads) {
-        int32_t* link = &fHashHeads[bucketOf(s.serial, s.level, s.block)];
+        int32_t* link = &fHashHeads[bucketOf(e.key)];
         while (*link >= 0 && *link != k)
-            link = &fSlots[size_t(*link)].hashNext;
+            link = &fEntries[size_t(*link)].hashNext;
         if (*link == k)
-            *link = s.hashNext;
-        s.hashNext = -1;
+            *link = e.hashNext;
+        e.hashNext = -1;
     } else {
         LivePyramids& live = livePyramids();
         std::lock_guard lock(live.mutex);
-        const auto owner = live.bySerial.find(s.serial);
+        const auto owner = live.bySerial.find(serialOf(e.key));
         if (owner != live.bySerial.end() && fThreadIndex < owner->second->fThreadCount)
-            owner->second->fCacheFlags[size_t(fThreadIndex) * Tpyramid::kMaxLevels + s.level] &=
+            owner->second
+                ->fCacheFlags[size_t(fThreadIndex) * Tpyramid::kMaxLevels + levelOf(e.key)] &=
                 ~(1u << k);
     }
-    s.serial = 0;
-    s.pyramid = nullptr;
+    e.key = 0;
 }
 
 int TfileTextureCache::take(const Tpyramid& pyramid, unsigned level, uint32_t block,
@@ -267,39 +297,36 @@ int TfileTextureCache::take(const Tpyramid& pyramid, unsigned level, uint32_t bl
     int k;
     if (fCount < fCapacity) {
         k = int(fCount++);
-        Slot& s = fSlots[size_t(k)];
+        Link& s = fLinks[size_t(k)];
         s.previous = -1;
         s.next = fLruHead;
         if (fLruHead >= 0)
-            fSlots[size_t(fLruHead)].previous = k;
+            fLinks[size_t(fLruHead)].previous = k;
         fLruHead = k;
         if (fLruTail < 0)
             fLruTail = k;
     } else {
         k = fLruTail;
-        Slot& old = fSlots[size_t(k)];
-        if (old.serial == pyramid.fSerial && !fHashHeads) {
+        Entry& old = fEntries[size_t(k)];
+        if (!fHashHeads && old.key != 0 && serialOf(old.key) == pyramid.fSerial) {
             // The common case, a block of the same pyramid: no need to look
             // the owner up.
             if (fThreadIndex < pyramid.fThreadCount)
-                pyramid.fCacheFlags[size_t(fThreadIndex) * Tpyramid::kMaxLevels + old.level] &=
+                pyramid
+                    .fCacheFlags[size_t(fThreadIndex) * Tpyramid::kMaxLevels + levelOf(old.key)] &=
                     ~(1u << k);
-            old.serial = 0;
+            old.key = 0;
         } else {
             release(k);
         }
         moveToHead(k);
     }
-    Slot& s = fSlots[size_t(k)];
-    s.serial = pyramid.fSerial;
-    s.pyramid = &pyramid;
-    s.block = block;
-    s.level = uint16_t(level);
-    s.blockWidth = uint16_t(blockWidth);
-    s.pixelSize = pyramid.fPixelSize;
+    Entry& e = fEntries[size_t(k)];
+    e.key = keyOf(pyramid.fSerial, level, block);
+    e.rowBytes = blockWidth * pyramid.fPixelSize;
     if (fHashHeads) {
-        int32_t& head = fHashHeads[bucketOf(s.serial, level, block)];
-        s.hashNext = head;
+        int32_t& head = fHashHeads[bucketOf(e.key)];
+        e.hashNext = head;
         head = k;
     } else if (fThreadIndex < pyramid.fThreadCount) {
         pyramid.fCacheFlags[size_t(fThreadIndex) * Tpyramid::kMaxLevels + level] |= 1u << k;
@@ -307,34 +334,22 @@ int TfileTextureCache::take(const Tpyramid& pyramid, unsigned level, uint32_t bl
     return k;
 }
 
-const uint8_t* TfileTextureCache::fetch(const Tpyramid& pyramid, unsigned level, unsigned x,
-                                        unsigned y) {
-    // Rows of a BOT level run from the top.
-    const unsigned levelWidth = pyramid.levelWidth(level);
-    const unsigned row = pyramid.levelHeight(level) - 1 - y;
-    const uint32_t block = pyramid.fBlocksPerRow[level] * (row >> Tpyramid::kBlockShift) +
-                           (x >> Tpyramid::kBlockShift);
-    int k = fLruHead;
-    if (k < 0 || fSlots[size_t(k)].block != block || fSlots[size_t(k)].serial != pyramid.fSerial ||
-        fSlots[size_t(k)].level != level) {
-        k = find(pyramid, level, block);
-        if (k >= 0) {
-            moveToHead(k);
-            ++fHits;
-        } else {
-            ++fMisses;
-            // Blocks in the rightmost column are cut to what is left.
-            const unsigned left = x & ~(Tpyramid::kBlockSide - 1);
-            k = take(pyramid, level, block, std::min(Tpyramid::kBlockSide, levelWidth - left));
-            loadBlock(pyramid, level, block, k);
-        }
-    } else {
-        ++fHits;
+int TfileTextureCache::slotForMiss(const Tpyramid& pyramid, unsigned level, uint32_t block,
+                                   unsigned x) {
+    const uint64_t key = keyOf(pyramid.fSerial, level, block);
+    int k = find(pyramid, key, level);
+    if (k >= 0) {
+        moveToHead(k);
+        return k;
     }
-    const Slot& s = fSlots[size_t(k)];
-    return pixels(k) +
-           ((row & (Tpyramid::kBlockSide - 1)) * s.blockWidth + (x & (Tpyramid::kBlockSide - 1))) *
-               s.pixelSize;
+    ++fMisses;
+    --fHits; // the caller counts every fetch a hit
+    // Blocks in the rightmost column are cut to what is left.
+    const unsigned left = x & ~(Tpyramid::kBlockSide - 1);
+    k = take(pyramid, level, block,
+             std::min(Tpyramid::kBlockSide, pyramid.levelWidth(level) - left));
+    loadBlock(pyramid, level, block, k);
+    return k;
 }
 
 // ---- reading a block

@@ -71,7 +71,11 @@ struct TpyramidSampling {
         // BOT texel lives in a slot that the next fetch may reuse.
         template <unsigned N>
         void read(unsigned level, unsigned x, unsigned y, float* out) const {
-            const uint8_t* t = texel(level, x, y);
+            convert<N>(texel(level, x, y), out);
+        }
+
+        template <unsigned N>
+        static void convert(const uint8_t* t, float* out) {
             for (unsigned c = 0; c < N; ++c) {
                 if constexpr (std::is_same_v<T, float>) {
                     float value;
@@ -100,34 +104,40 @@ struct TpyramidSampling {
             const Axis ax = axisAt(double(w) * double(u) - 0.5, w, wrapper.wrapU);
             const Axis ay = axisAt(double(h) * double(v) - 0.5, h, wrapper.wrapV);
             float a[N], b[N], c[N], d[N];
-            read<N>(level, ax.i0, ay.i0, a);
-            read<N>(level, ax.i0, ay.i1, b);
-            read<N>(level, ax.i1, ay.i0, c);
-            read<N>(level, ax.i1, ay.i1, d);
+            const uint8_t* quad[4];
+            if (kBot && cache->fetchQuad(p, level, ax.i0, ax.i1, ay.i0, ay.i1, quad)) {
+                // The four texels in one block, found with one lookup.
+                convert<N>(quad[0], a);
+                convert<N>(quad[1], b);
+                convert<N>(quad[2], c);
+                convert<N>(quad[3], d);
+            } else {
+                read<N>(level, ax.i0, ay.i0, a);
+                read<N>(level, ax.i0, ay.i1, b);
+                read<N>(level, ax.i1, ay.i0, c);
+                read<N>(level, ax.i1, ay.i1, d);
+            }
             const double w00 = ax.f * ay.f, w01 = ax.f * (1.0 - ay.f);
             const double w10 = (1.0 - ax.f) * ay.f, w11 = (1.0 - ax.f) * (1.0 - ay.f);
             for (unsigned k = 0; k < N; ++k)
                 out[k] = float(w00 * a[k] + w01 * b[k] + w10 * c[k] + w11 * d[k]);
         }
 
-        // getMapColor: the level or the two levels for a footprint of
-        // `filter` in UV.
-        void mapColor(const TfileTextureWrapper& wrapper, float u, float v, float filter,
-                      bool forceTop, float* out) const {
+        // The level or the two levels getMapColor reads for a footprint of
+        // `filter` in UV, and the weight of the second.
+        struct Levels {
+            unsigned first;
+            unsigned count;
+            float t;
+        };
+        Levels levelsFor(const TfileTextureWrapper& wrapper, float filter, bool forceTop) const {
             const unsigned top = p.fMaxLevel;
-            if (filter >= 1.0f) {
-                fetch<C>(wrapper, forceTop || wrapper.noFilter ? top : 0, u, v, true, out);
-                return;
-            }
-            if (forceTop || wrapper.noFilter) {
-                fetch<C>(wrapper, top, u, v, true, out);
-                return;
-            }
-            // Below one texel of the top image (a NaN filter lands here too).
-            if (!(p.fAspect < float(p.fShortSide) * filter)) {
-                fetch<C>(wrapper, top, u, v, true, out);
-                return;
-            }
+            if (filter >= 1.0f)
+                return {forceTop || wrapper.noFilter ? top : 0, 1, 0.0f};
+            // No filtering, or a footprint below one texel of the top image
+            // (a NaN filter lands here too).
+            if (forceTop || wrapper.noFilter || !(p.fAspect < float(p.fShortSide) * filter))
+                return {top, 1, 0.0f};
             // The footprint, in texels across: between level L's side and
             // the next one's, a blend of the two.
             const float desired = p.fAspect / filter;
@@ -135,12 +145,48 @@ struct TpyramidSampling {
             while (level > 0 && int(desired) < int(1u << level))
                 --level;
             const float low = float(1u << level);
-            const float t = (desired - low) / (2.0f * low - low);
+            return {level, 2, (desired - low) / (2.0f * low - low)};
+        }
+
+        // getMapColor: the level or the two levels for a footprint of
+        // `filter` in UV.
+        void mapColor(const TfileTextureWrapper& wrapper, float u, float v, float filter,
+                      bool forceTop, float* out) const {
+            const Levels levels = levelsFor(wrapper, filter, forceTop);
+            if (levels.count == 1) {
+                fetch<C>(wrapper, levels.first, u, v, true, out);
+                return;
+            }
             float a[C], b[C];
-            fetch<C>(wrapper, level, u, v, true, a);
-            fetch<C>(wrapper, level + 1, u, v, true, b);
+            fetch<C>(wrapper, levels.first, u, v, true, a);
+            fetch<C>(wrapper, levels.first + 1, u, v, true, b);
             for (unsigned k = 0; k < C; ++k)
-                out[k] = (1.0f - t) * a[k] + t * b[k];
+                out[k] = (1.0f - levels.t) * a[k] + levels.t * b[k];
+        }
+
+        // Starts loading what a fetch at (u, v) of `level` will read, for a
+        // BOT pyramid under a large cache, whose lookups wait on memory: a
+        // batch asks a few samples ahead, so that those waits overlap.
+        void prefetch(const TfileTextureWrapper& wrapper, unsigned level, float u, float v,
+                      bool nearest) const {
+            if constexpr (kBot) {
+                level = levelFor(level);
+                const unsigned w = p.levelWidth(level), h = p.levelHeight(level);
+                if (nearest && wrapper.noFilter) {
+                    const unsigned y = nearestAt(v, h, wrapper.wrapV);
+                    cache->prefetch(p, level, nearestAt(u, w, wrapper.wrapU), y, y);
+                    return;
+                }
+                const Axis ax = axisAt(double(w) * double(u) - 0.5, w, wrapper.wrapU);
+                const Axis ay = axisAt(double(h) * double(v) - 0.5, h, wrapper.wrapV);
+                cache->prefetch(p, level, ax.i0, ay.i0, ay.i1);
+            }
+        }
+
+        bool prefetching() const {
+            if constexpr (kBot)
+                return cache->capacity() > TfileTextureCache::kMaxFlaggedSlots;
+            return false;
         }
 
         static void store(const float* in, T3Float& color, float& alpha) {
@@ -157,6 +203,20 @@ struct TpyramidSampling {
                        const float* v, const float* filter, unsigned filterStride, bool forceTop,
                        T3Float* color, float* alpha) const {
             float out[C];
+            if (prefetching()) {
+                constexpr unsigned kAhead = 8;
+                for (unsigned i = 0; i < n; ++i) {
+                    if (const unsigned j = i + kAhead; j < n) {
+                        const Levels levels =
+                            levelsFor(wrapper, filter[size_t(j) * filterStride], forceTop);
+                        for (unsigned l = 0; l < levels.count; ++l)
+                            prefetch(wrapper, levels.first + l, u[j], v[j], true);
+                    }
+                    mapColor(wrapper, u[i], v[i], filter[size_t(i) * filterStride], forceTop, out);
+                    store(out, color[i], alpha[i]);
+                }
+                return;
+            }
             for (unsigned i = 0; i < n; ++i) {
                 mapColor(wrapper, u[i], v[i], filter[size_t(i) * filterStride], forceTop, out);
                 store(out, color[i], alpha[i]);
@@ -167,7 +227,10 @@ struct TpyramidSampling {
                        const float* u, const float* v, bool nearest, T3Float* color,
                        float* alpha) const {
             float out[C];
+            const bool ahead = prefetching();
             for (unsigned i = 0; i < n; ++i) {
+                if (ahead && i + 3 < n)
+                    prefetch(wrapper, level, u[i + 3], v[i + 3], nearest);
                 fetch<C>(wrapper, level, u[i], v[i], nearest, out);
                 store(out, color[i], alpha[i]);
             }

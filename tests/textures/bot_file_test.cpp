@@ -125,6 +125,57 @@ TEST(BotFile, ReadsBackEqualToTheMemoryPyramid) {
     }
 }
 
+// A batch reads a BOT through whatever cache the thread has: one slot (a
+// bilinear fetch across blocks evicts its own texels), the bit words of a
+// small cache, the hash lists of a large one (which also reads ahead), and
+// one mapped on huge pages. Every way must give the memory pyramid's values
+// exactly, at wrapped and clamped edges too.
+TEST(BotFile, BatchesUnderEveryCacheEqualTheMemoryPyramid) {
+    TempFolder dir;
+    TpyramidNonSwatch memory;
+    ASSERT_TRUE(memory.buildPyramidFromPixelMap(colourMap(
+        100, 70, 4, [](unsigned x, unsigned y, unsigned c) { return noiseByte(x, y, c); })));
+    const std::string path = dir.file("b.bot");
+    ASSERT_TRUE(memory.writeBOT(path, true));
+    auto bot = open(path);
+    ASSERT_TRUE(bot);
+
+    constexpr unsigned kN = 64;
+    std::mt19937 random(11);
+    std::uniform_real_distribution<float> unit(-0.25f, 1.25f);
+    float u[kN], v[kN], filter[kN];
+    for (unsigned slots : {1u, 32u, 64u, 1024u}) {
+        SCOPED_TRACE(testing::Message() << slots << " slots");
+        auto saved =
+            TfileTextureCache::exchangeForThisThread(std::make_unique<TfileTextureCache>(slots));
+        for (int round = 0; round < 40; ++round) {
+            for (unsigned i = 0; i < kN; ++i) {
+                u[i] = unit(random);
+                v[i] = unit(random);
+                filter[i] = std::abs(unit(random)) * 0.3f;
+            }
+            const TfileTextureWrapper wrapper{round % 2 == 0, round % 3 == 0, round % 5 == 0};
+            T3Float a[kN], b[kN];
+            float aa[kN] = {}, ba[kN] = {};
+            memory.getMapColors(wrapper, kN, u, v, filter, 1, false, a, aa);
+            bot->getMapColors(wrapper, kN, u, v, filter, 1, false, b, ba);
+            for (unsigned i = 0; i < kN; ++i) {
+                ASSERT_EQ(a[i].x, b[i].x) << "round " << round << " sample " << i;
+                ASSERT_EQ(a[i].z, b[i].z);
+                ASSERT_EQ(aa[i], ba[i]);
+            }
+            const unsigned level = unsigned(round) % (memory.maxLevel() + 1);
+            memory.levelCols(wrapper, level, kN, u, v, a, aa, round % 4 == 0);
+            bot->levelCols(wrapper, level, kN, u, v, b, ba, round % 4 == 0);
+            for (unsigned i = 0; i < kN; ++i) {
+                ASSERT_EQ(a[i].y, b[i].y) << "level " << level << " sample " << i;
+                ASSERT_EQ(aa[i], ba[i]);
+            }
+        }
+        TfileTextureCache::exchangeForThisThread(std::move(saved));
+    }
+}
+
 TEST(BotFile, RemapMovesThePyramidToATemporaryFile) {
     auto p = std::make_unique<TpyramidNonSwatch>();
     p->setFileName("/textures/wood.v2.png");

@@ -72,6 +72,19 @@ TEST(FileTextureCache, LargeCachesUseHashListsAndKeepToTheirBudget) {
     // No bit words with hash lists.
     EXPECT_EQ(bot->cacheFlags()[cache.threadIndex() * 14 + 6], 0u);
 
+    // A bilinear fetch inside one block is one lookup but counts its four
+    // texels: at (8.5, 8.5) texels of level 4 (one 16 by 16 block) the
+    // texels are 8 and 9 across and down, all in that block, which is new.
+    auto saved = TfileTextureCache::exchangeForThisThread(std::make_unique<TfileTextureCache>(64));
+    TfileTextureCache& mine = TfileTextureCache::forThisThread();
+    T3Float colour;
+    float alpha = 0.0f;
+    bot->levelCol({false, false, false}, 4, 9.0f / 16.0f, 9.0f / 16.0f, colour, alpha, false);
+    EXPECT_EQ(mine.misses(), 1u);
+    EXPECT_EQ(mine.hits(), 3u);
+    EXPECT_FLOAT_EQ(colour.x, 7.0f / 255.0f);
+    TfileTextureCache::exchangeForThisThread(std::move(saved));
+
     // Slots of 4 KiB plus one for the alignment: a budget of 1 MiB takes
     // fewer than 255 slots, the largest power of two being 128.
     const unsigned slots = TfileTextureCache::capacityForBudget(1 << 20);
