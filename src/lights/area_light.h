@@ -22,6 +22,8 @@ ORVO_NODE(TareaLightShape, TnonExtendedLightShape, "areaLight", "ARLT", 305, "kA
 
 class TareaLightShape : public TdnPattern<TareaLightShape, TnonExtendedLightShape> {
 public:
+    // The square's integral is no cosine.
+    TareaLightShape() { setCosineOnly(false); }
     // The square's corners in the light's space, in the order the shadow
     // rays' bilinear targets weigh them.
     static constexpr T3Float kCorners[4] = {

@@ -50,6 +50,10 @@ public:
     // Both bases answer sTypeof; the node's is the one of the pattern.
     using TdnPattern<TrenderLightShape, TlightShape>::sTypeof;
 
+    // A light lights from one point or one direction unless a subclass
+    // integrates over an extent (and says so).
+    TrenderLightShape() { setCosineOnly(true); }
+
     // Bits of the node's shading flag set.
     static constexpr unsigned kRebuildGlLightFlag = 55; // the viewport's light is stale
     static constexpr unsigned kInputNetworkFlag = 56;   // some input has a connection

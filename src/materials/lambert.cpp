@@ -192,6 +192,8 @@ void TdnLambert::computeLambertChunk(TdataBlock& block, unsigned first, unsigned
                 float a = record.ambient ? 1.0f : 0.0f;
                 if (record.diffuse) {
                     auto* blind = static_cast<TlightBlindData*>(record.blindData);
+                    if (blind && blind->cosineOnly())
+                        blind = nullptr; // the same cosine, without the call
                     const T3Float direction = toT3(record.direction);
                     const float d = blind ? blind->integrateLambertianReflectance(
                                                 direction, at, surfaceNormal, true)

@@ -90,6 +90,10 @@ public:
     void segment();
     // Lays out blocks, fills constants and emits the instruction list.
     void distribute(TshadingOpus& opus);
+    // The earlier segment whose run also computes the output of `p` (see
+    // TSEopusLayout::SegmentOutput::family), or 0.
+    uint16_t familyOf(const TSEpending& p,
+                      const std::vector<TSEopusLayout::SegmentOutput>& earlier) const;
 
     TbitField64 needed() const { return fNeeded; }
     const std::vector<unsigned>& offsets() const { return fOffsets; }

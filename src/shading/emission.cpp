@@ -373,6 +373,30 @@ MultiInfo* TSEanalysis::recordOf(TSEnodeDescription& d, const Tattribute& array,
     return record;
 }
 
+uint16_t TSEanalysis::familyOf(const TSEpending& p,
+                               const std::vector<TSEopusLayout::SegmentOutput>& earlier) const {
+    auto* shading = static_cast<TshadingNode*>(p.description->node->cast(TshadingNode::sTypeof()));
+    if (!shading)
+        return 0;
+    // Both ways: each output's compute writes the other.
+    auto within = [shading](const Tattribute& of, const Tattribute& a) {
+        TattributeArray grouped;
+        shading->groupedAttrs(&of, grouped);
+        for (const Tattribute* g : grouped)
+            if (&a == g || a.isDescendentOf(*g))
+                return true;
+        return false;
+    };
+    const Tattribute& mine = *p.plug.attribute();
+    const auto block = uint32_t(p.description->block);
+    for (size_t s = 2; s < earlier.size(); ++s) {
+        const TSEopusLayout::SegmentOutput& o = earlier[s];
+        if (o.block == block && within(mine, *o.attribute) && within(*o.attribute, mine))
+            return o.family ? o.family : uint16_t(s);
+    }
+    return 0;
+}
+
 void TSEanalysis::distribute(TshadingOpus& opus) {
     TSEopusLayout layout;
     for (TSEnodeDescription* d : fOrder)
@@ -427,7 +451,8 @@ void TSEanalysis::distribute(TshadingOpus& opus) {
         fSegmentOf[{p.description, p.plug.attribute()}] = number;
         emit(*p.description, *p.plug.attribute(), number, true, layout);
         layout.segments.push_back(uint32_t(layout.instructions.size()));
-        layout.segmentOutputs.push_back({uint32_t(p.description->block), p.plug.attribute()});
+        layout.segmentOutputs.push_back({uint32_t(p.description->block), p.plug.attribute(),
+                                         familyOf(p, layout.segmentOutputs)});
     }
     for (TSEnodeDescription* d : fOrder)
         if (d->live)

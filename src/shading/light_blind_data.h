@@ -39,7 +39,17 @@ public:
     virtual float hemisphereCoverage(const T3Float& lightDirection, const T3Float& point,
                                      const T3Float& direction, bool clampToHemisphere) = 0;
 
+    // True when integrateLambertianReflectance and hemisphereCoverage are
+    // the plain cosine, dot(lightDirection, v), clamped or not as the caller
+    // does it: a material's light loop may then take the dot product itself
+    // and spare a call a light.
+    bool cosineOnly() const { return fCosineOnly; }
+
 protected:
     // Lights are owned by the graph, never deleted through this interface.
     ~TlightBlindData() = default;
+    void setCosineOnly(bool on) { fCosineOnly = on; }
+
+private:
+    bool fCosineOnly = false;
 };

@@ -37,6 +37,9 @@ public:
         fMade = reinterpret_cast<uint8_t*>(at);
         at += OrvoAlignUp(opus.fLayout.blockCount + 1, 16);
         std::memset(fMade, 0, opus.fLayout.blockCount + 1);
+        fRuns = reinterpret_cast<Run*>(at);
+        at += OrvoAlignUp(sizeof(Run) * opus.fLayout.segments.size(), 16);
+        std::memset(static_cast<void*>(fRuns), 0, sizeof(Run) * opus.fLayout.segments.size());
         fStacks = at;
         at += OrvoAlignUp(opus.fLayout.fieldStackBytes, 16);
         fVariable = at;
@@ -49,8 +52,9 @@ public:
     static size_t fixedBytes(const TSEopusLayout& layout) {
         return sizeof(TdataBlockRendering) * layout.blockCount +
                OrvoAlignUp(layout.segments.size() + 1, 16) +
-               OrvoAlignUp(layout.blockCount + 1, 16) + OrvoAlignUp(layout.fieldStackBytes, 16) +
-               16;
+               OrvoAlignUp(layout.blockCount + 1, 16) +
+               OrvoAlignUp(sizeof(Run) * layout.segments.size(), 16) +
+               OrvoAlignUp(layout.fieldStackBytes, 16) + 16;
     }
     // Bytes of scratch a frame needs for `count` samples.
     static size_t bytesFor(const TshadingOpus& opus, unsigned count) {
@@ -75,7 +79,22 @@ public:
     void sampleLights(unsigned first, unsigned count, unsigned flags, T3Float* points,
                       TlightData** table) override;
 
+    // Where a light's record goes instead of the sample's lightData field:
+    // element e's record at base + e * stride (a slot's array of records).
+    void sendRecordsTo(std::byte* base, size_t stride) {
+        fRecords = base;
+        fRecordStride = stride;
+    }
+
 private:
+    // The range a segment family last ran over, and the field stacks' state
+    // then: a read inside that range, with the stacks unchanged, finds the
+    // values in place and needn't run the segment again.
+    struct Run {
+        uint32_t first;
+        uint32_t count; // 0: not run in this frame
+        uint32_t stacks;
+    };
     void run(uint32_t begin, uint32_t end, unsigned first, unsigned count);
     void setUpBlock(const TSEinstruction& in);
     void computeNode(const TSEinstruction& in, unsigned first, unsigned count, bool locked);
@@ -114,6 +133,8 @@ private:
     unsigned fCount;
     TmultiHeader* fLights; // the light records of each illumination slot
     const uint16_t* fSlotOf;
+    std::byte* fRecords = nullptr; // see sendRecordsTo
+    size_t fRecordStride = 0;
     TdataBlockRendering* fBlocks;
     uint8_t* fSegmentFlags;
     std::byte* fStacks;
@@ -122,6 +143,10 @@ private:
     uint16_t fSegment = 0;
     unsigned fBlocksMade = 0;
     uint8_t* fMade; // which blocks have been set up, for the tear-down
+    Run* fRuns;     // by segment family
+    // Counts the changes to the field stacks: a segment that reads a stack
+    // may give another value after a push or a pop.
+    uint32_t fStackChanges = 0;
 };
 
 void TshadingOpus::Frame::run(uint32_t begin, uint32_t end, unsigned first, unsigned count) {
@@ -343,7 +368,10 @@ void TshadingOpus::Frame::copy(const TSEinstruction& in, unsigned first, unsigne
     const unsigned last = first + count;
     switch (to.mode) {
     case kDataSampleField:
-        copyTo(SampleWrite{fSamples, to.block}, in, first, last);
+        if (fRecords && to.block == TsampleFields::lightData)
+            copyTo(Strided{fRecords, fRecordStride}, in, first, last);
+        else
+            copyTo(SampleWrite{fSamples, to.block}, in, first, last);
         break;
     case kDataLightBuilder:
         copyTo(LightRecords{fLights, fSlotOf}, in, first, last);
@@ -355,6 +383,7 @@ void TshadingOpus::Frame::copy(const TSEinstruction& in, unsigned first, unsigne
 }
 
 void TshadingOpus::Frame::resetStack(const TSEinstruction& in) {
+    ++fStackChanges;
     uint32_t* header = stackHeader(in.stack.stack);
     header[0] = 8;
     header[1] = in.stack.capacity;
@@ -367,6 +396,7 @@ void TshadingOpus::Frame::resetStack(const TSEinstruction& in) {
 void TshadingOpus::Frame::pushField(const TSEinstruction& in) {
     if (reentered())
         return; // a segment run on demand keeps the stack its caller has
+    ++fStackChanges;
     uint32_t* header = stackHeader(in.stack.stack);
     StackEntry* top = stackTop(in.stack.stack);
     if (std::memcmp(top->key, in.stack.key, sizeof top->key) == 0 &&
@@ -388,6 +418,7 @@ void TshadingOpus::Frame::pushField(const TSEinstruction& in) {
 void TshadingOpus::Frame::popField(const TSEinstruction& in) {
     if (reentered())
         return;
+    ++fStackChanges;
     uint32_t* header = stackHeader(in.stack.stack);
     StackEntry* top = stackTop(in.stack.stack);
     if (top->repeat)
@@ -416,12 +447,20 @@ void TshadingOpus::Frame::computeValue(uint16_t segment, const Tattribute& attri
     const auto& outputs = fOpus.fLayout.segmentOutputs;
     if (segment == 0 || segment >= outputs.size())
         return;
-    const uint8_t reentered = fSegmentFlags[segment];
-    fSegmentFlags[segment] = 1;
-    runSegment(segment, first, count);
-    fSegmentFlags[segment] = reentered;
-
     const auto& output = outputs[segment];
+    // A node read by several consumers, or through several outputs that it
+    // computes together, runs once for the range.
+    Run& done = fRuns[output.family ? output.family : segment];
+    const bool inPlace = done.count && first >= done.first &&
+                         first + count <= done.first + done.count && done.stacks == fStackChanges;
+    if (!inPlace) {
+        const uint8_t reentered = fSegmentFlags[segment];
+        fSegmentFlags[segment] = 1;
+        runSegment(segment, first, count);
+        fSegmentFlags[segment] = reentered;
+        done = {first, count, fStackChanges};
+    }
+
     TdataBlockRendering& producer = fBlocks[output.block];
     const AttrInfo& info = producer.attrInfos()[output.attribute->index()];
     const bool varying = info.type & 1u;
@@ -640,21 +679,22 @@ void TshadingOpus::runLights(unsigned count, Tsample** samples, unsigned slots,
         const TshadingOpus* light = fLightOpuses[i];
         if (!light || (row && !row->test(i)))
             continue;
+        // The light writes its records straight into element `done` of each
+        // slot's array; the samples' own lightData fields stay untouched.
+        std::byte* first = storage + size_t(done) * stride;
         {
             Frame frame(*light, reps, slots, memory);
+            frame.sendRecordsTo(first + valueAt, fLightBuilderSize);
             frame.runSegment(1, 0, slots);
         } // the light's blocks are torn down before the next light runs
+        const uint32_t logical = done;
         for (unsigned k = 0; k < slots; ++k) {
-            std::byte* element = storage + size_t(k) * fLightBuilderSize + size_t(done) * stride;
-            const uint32_t logical = done;
+            std::byte* element = first + size_t(k) * fLightBuilderSize;
             std::memcpy(element, &logical, 4);
-            const auto* data =
-                static_cast<const TlightData*>(reps[k]->field(TsampleFields::lightData));
-            std::memcpy(element + valueAt, data, sizeof(TlightData));
             if (auto* const* table =
                     static_cast<TlightData* const*>(reps[k]->slot(TsampleFields::lightTable)))
                 if (*table)
-                    (*table)[done] = *data;
+                    std::memcpy(&(*table)[done], element + valueAt, sizeof(TlightData));
         }
         ++done;
     }

@@ -53,6 +53,10 @@ struct TSEopusLayout {
     struct SegmentOutput {
         uint32_t block = 0;
         const Tattribute* attribute = nullptr;
+        // Segments that compute the same node for outputs its one compute
+        // writes together share a family (the first such segment's number):
+        // a run of any of them serves them all.
+        uint16_t family = 0;
     };
     std::vector<SegmentOutput> segmentOutputs;
     unsigned fieldStackBytes = 0;

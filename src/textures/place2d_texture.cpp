@@ -201,6 +201,14 @@ bool TdnPlace2dTx::computePlug(const Tplug& plug, TdataBlock& block) {
     return vectorComputePlug(plug, block, 0, std::max(1u, count));
 }
 
+void TdnPlace2dTx::groupedAttrs(const Tattribute* attribute, TattributeArray& out) {
+    out.clear();
+    if (attribute &&
+        (attribute == &aOutUV || attribute->isDescendentOf(aOutUV) ||
+         attribute == &aOutUvFilterSize || attribute->isDescendentOf(aOutUvFilterSize)))
+        out = {&aOutUV, &aOutUvFilterSize};
+}
+
 namespace {
 // A constant handle holds one angle for the batch: its cosine and sine are
 // made once. A varying one gets a record per sample, made before the sample

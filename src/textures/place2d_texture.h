@@ -125,6 +125,9 @@ public:
     // Runs the transform test on the block's values, before a render's
     // samples arrive.
     void shadingNodeOnDemand(Tplug& plug, TdataBlock& block) override;
+    // outUV and outUvFilterSize come out of one compute: a texture that
+    // reads both costs one placement.
+    void groupedAttrs(const Tattribute* attribute, TattributeArray& out) override;
 
     // The same placement for baking: every (uIn[i], vIn[i]) through the
     // pipeline with the node's current values, and the placed filter size.

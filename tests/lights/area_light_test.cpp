@@ -32,6 +32,11 @@ TEST(AreaLight, ASurfaceSeesTheSquareEdgeByEdge) {
     EXPECT_NEAR(light->lightAttenuation({0, 0, -1}, {0, 0, -1}, true), 3.481679, 1e-4);
     // Behind the square, nothing.
     EXPECT_EQ(light->integrateLambertianReflectance({0, 0, 1}, {0, 0, 1}, {0, 0, -1}, true), 0.0f);
+    // So a material must ask the square, not take the cosine itself; a
+    // light from one direction lets it.
+    EXPECT_FALSE(light->cosineOnly());
+    LightRig directional("directionalLight");
+    EXPECT_TRUE(directional.light->cosineOnly());
 }
 
 TEST(AreaLight, HighlightsAimWithinTheSquare) {

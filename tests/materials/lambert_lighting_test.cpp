@@ -168,6 +168,19 @@ TEST(LambertLighting, BlindDataLightsAnswerForThemselves) {
     EXPECT_EQ(light.coverageDirection.z, -1.0f);
 }
 
+TEST(LambertLighting, ALightWhoseAnswerIsTheCosineIsNotAsked) {
+    Lambert l("set l.color 1 1 1\nset l.normalCamera 0 0 1\nset l.pointCamera 1 2 3\n"
+              "set l.lightDataArray[0].lightAmbient false\n"
+              "set l.lightDataArray[0].lightDirection 0 0.6 0.8\n");
+    FakeLight light;
+    light.lambertian = 0.25f; // what a call would give
+    light.setCosineOnly(true);
+    l.setPointer("lightDataArray[0].lightBlindData", static_cast<TlightBlindData*>(&light));
+    // The cosine 0.8 times diffuse 0.8, and the light never asked.
+    expect3(l.compute(TdnLambert::aOutColor), {0.64f, 0.64f, 0.64f}, "diffuse");
+    EXPECT_EQ(light.point.y, 0.0f);
+}
+
 // The black hole walk stops at the first sample that isn't one: the rest of
 // the batch keeps its colour, even a black hole further on.
 TEST(LambertLighting, BlackHoleWalkStopsAtTheFirstOtherMode) {

@@ -63,6 +63,7 @@ struct Lambert {
 
 class FakeLight : public TlightBlindData {
 public:
+    using TlightBlindData::setCosineOnly;
     float lambertian = 0.0f, coverage = 0.0f;
     T3Float point, normal, coverageDirection;
 

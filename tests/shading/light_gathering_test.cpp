@@ -63,7 +63,8 @@ protected:
     // illumination indices; returns outColor and outTransparency per sample.
     struct Result {
         float colour[3];
-        float info[3]; // light count, sum of preShadowIntensity, sum of direction x
+        float info[3];      // light count, sum of preShadowIntensity, sum of direction x
+        bool lightFieldSet; // the sample's own lightData field was written
     };
     std::vector<Result> shade(unsigned count, const std::vector<int16_t>& illumination) {
         TrenderThreadBase thread;
@@ -80,7 +81,8 @@ protected:
         for (unsigned i = 0; i < count; ++i) {
             const T3Float c = *samples[i]->outColor();
             const T3Float t = *samples[i]->outTransparency();
-            results[i] = {{c.x, c.y, c.z}, {t.x, t.y, t.z}};
+            results[i] = {
+                {c.x, c.y, c.z}, {t.x, t.y, t.z}, samples[i]->isSet(TsampleFields::lightData)};
         }
         return results;
     }
@@ -135,6 +137,8 @@ TEST_F(LightGathering, ASlotSharedByTheBatchRunsEachLightOnce) {
         // Both lights ran at the first sample's point, x = 10.
         EXPECT_FLOAT_EQ(s.info[1], 20.0f);
         EXPECT_FLOAT_EQ(s.info[2], 0.0f);
+        // The records went straight into the slot's array.
+        EXPECT_FALSE(s.lightFieldSet);
     }
 }
 

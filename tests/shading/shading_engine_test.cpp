@@ -122,13 +122,55 @@ TEST_F(ShadingEngine, ANodeReadByTwoConsumersRunsOnDemand) {
     EXPECT_EQ(engine->controlBlock(0)->numberOfSegments(), 2u) << report.str();
 
     TdnTestUvColor::sComputes = 0;
+    TdnTestUvColor::sElements = 0;
     Batch batch(*engine, 0, 8);
     engine->controlBlock(0)->shade(8, batch.samples());
-    // shared runs once for each consumer that reads it; out once.
-    EXPECT_EQ(TdnTestUvColor::sComputes.load(), 3);
+    // shared runs once for the batch, however many consumers read it; out
+    // once: 2 computes of 8 elements.
+    EXPECT_EQ(TdnTestUvColor::sComputes.load(), 2);
+    EXPECT_EQ(TdnTestUvColor::sElements.load(), 16);
     const float u = 0.5f / 8.0f;
     EXPECT_EQ(batch[0].outColor()->z, 1.0f - u);        // gain = 1 - shared.u
     EXPECT_EQ(batch[0].outTransparency()->x, 1.0f - u); // 1 - shared.outColor
+    // The next batch is shaded anew: its values, not the last batch's.
+    Batch next(*engine, 0, 4);
+    engine->controlBlock(0)->shade(4, next.samples());
+    EXPECT_EQ(TdnTestUvColor::sComputes.load(), 4);
+    EXPECT_EQ(next[3].outTransparency()->x, 1.0f - 3.5f / 4.0f);
+}
+
+TEST_F(ShadingEngine, ANodeReadThroughTwoOutputsItWritesTogetherRunsOnce) {
+    // shared's outColor and outTransparency come out of one compute: each
+    // output read is a segment of its own, and either run serves both.
+    // src feeds shared's transparency, so that it varies.
+    load("node testUvColor src\nnode testUvColor shared\nnode reverse a\n"
+         "node testUvColor out\nnode shadingEngine sg\n"
+         "set shared.gain 0.5\nconnect src.outColor shared.transparency\n"
+         "connect shared.outColor a.input\nconnect shared.outTransparency out.transparency\n"
+         "connect a.outputZ out.gain\nconnect out.outColor sg.surfaceShader\n");
+    ASSERT_TRUE(engine->analyse(0, nullptr));
+    std::ostringstream report;
+    engine->compileReport(report, 0, false);
+    const std::string text = report.str();
+    const size_t line = text.find("node shared (testUvColor)");
+    ASSERT_NE(line, std::string::npos) << text;
+    EXPECT_NE(text.substr(line, text.find('\n', line) - line).find("on demand"), std::string::npos)
+        << text;
+    EXPECT_EQ(engine->controlBlock(0)->numberOfSegments(), 3u) << text;
+
+    TdnTestUvColor::sComputes = 0;
+    Batch batch(*engine, 0, 8);
+    engine->controlBlock(0)->shade(8, batch.samples());
+    // src, shared and out once each: the second read finds shared's values
+    // (and src's) in place.
+    EXPECT_EQ(TdnTestUvColor::sComputes.load(), 3);
+    // Sample 5: uv (5.5 / 8, 1 - 5 / 8). out.gain = 1 - shared.outColor.z
+    // = 1 - 0.5; out.outTransparency is src's colour (u, v, 0) handed on.
+    EXPECT_EQ(batch[5].outColor()->x, 0.6875f);
+    EXPECT_EQ(batch[5].outColor()->z, 0.5f);
+    EXPECT_EQ(batch[5].outTransparency()->x, 0.6875f);
+    EXPECT_EQ(batch[5].outTransparency()->y, 0.375f);
+    EXPECT_EQ(batch[5].outTransparency()->z, 0.0f);
 }
 
 TEST_F(ShadingEngine, AFeedbackLoopCompilesWithoutRecursingForever) {
