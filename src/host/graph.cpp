@@ -11,6 +11,31 @@
 // ---------------------------------------------------------------- registry
 
 namespace {
+// Calls f on each client of `node` listening for `kind`. A copy of the list
+// is walked, and each client is looked up again before its call, since a
+// client may remove itself or others (and be deleted) on the way.
+template <class F>
+void forClients(
+    std::unordered_map<const TdependNode*, std::vector<std::pair<Tclient*, unsigned>>>& all,
+    const TdependNode* node, unsigned kind, F f) {
+    const auto it = all.find(node);
+    if (it == all.end())
+        return;
+    const auto copy = it->second;
+    for (const auto& [client, kinds] : copy) {
+        if (!(kinds & kind))
+            continue;
+        const auto now = all.find(node);
+        if (now == all.end())
+            return;
+        const bool still = std::any_of(now->second.begin(), now->second.end(), [&](const auto& e) {
+            return e.first == client && (e.second & kind);
+        });
+        if (still)
+            f(*client);
+    }
+}
+
 struct Registry {
     std::vector<TdependNodeClass*> order;
     std::unordered_map<std::string, TdependNodeClass*> byName;
@@ -212,10 +237,14 @@ TdependNode* TdependGraph::adoptNode(std::unique_ptr<TdependNode> node, std::str
 void TdependGraph::deleteNode(TdependNode* node) {
     if (!node || node->graph() != this)
         return;
+    forClients(fClients, node, kNodeDeletedMessage, [&](Tclient& c) { c.nodeDeleted(*node); });
+    fClients.erase(node);
     // A copy: disconnecting changes the list.
     const std::vector<std::pair<Tplug, Tplug>> all = connections();
     for (const auto& [source, destination] : all)
-        if (source.node() == node || destination.node() == node)
+        // A node told of one break may break another of these itself.
+        if ((source.node() == node || destination.node() == node) &&
+            sourceOf(destination) == source)
             disconnect(source, destination);
     // What went with the node is no change to keep.
     fBrokenImplicit.erase(std::remove_if(fBrokenImplicit.begin(), fBrokenImplicit.end(),
@@ -405,6 +434,10 @@ void TdependGraph::connect(const Tplug& source, const Tplug& destination) {
         fBrokenImplicit.erase(broken);
     source.node()->connectionMade(source, destination, true);
     destination.node()->connectionMade(destination, source, false);
+    const unsigned made =
+        TattributeChangedMsg::kConnectionChange | TattributeChangedMsg::kConnectionMade;
+    notifyChanged(source, &destination, made);
+    notifyChanged(destination, &source, made);
     dirtyPlug(destination.node(), *destination.attribute());
 }
 
@@ -429,6 +462,10 @@ void TdependGraph::disconnect(const Tplug& source, const Tplug& destination) {
                            fConnectionOrder.end());
     source.node()->connectionBroken(source, destination, true);
     destination.node()->connectionBroken(destination, source, false);
+    const unsigned broken =
+        TattributeChangedMsg::kConnectionChange | TattributeChangedMsg::kConnectionBroken;
+    notifyChanged(source, &destination, broken);
+    notifyChanged(destination, &source, broken);
     // The destination keeps the value it last pulled; what it feeds must
     // recompute from it.
     propagateFrom(destination.node(), *destination.attribute());
@@ -492,6 +529,7 @@ void TdependGraph::dirtyPlug(TdependNode* node, const Tattribute& attribute) {
     Tplug plug(node, &attribute);
     TmsgDirty msg{&plug};
     node->setDirty(msg);
+    notifyDirty(plug);
     propagateFrom(node, attribute);
 }
 
@@ -670,8 +708,67 @@ void TdependGraph::setPlugValue(const Tplug& plug, const void* value) {
     }
     a.copyValue(at, value);
     block.valueChanged(a);
+    // The set plug itself is clean (it holds the new value), so its own
+    // clients hear of it here rather than from the dirty walk.
+    notifyChanged(plug, nullptr, TattributeChangedMsg::kAttributeSet);
+    notifyDirty(plug);
     propagateFrom(plug.node(), a);
     plug.node()->setCachedValue(plug, TdataHandle(&block, &a, at));
+}
+
+// ---------------------------------------------------------------- clients
+
+void Tclient::attributeChanged(TdependNode&, const TattributeChangedMsg&) {}
+void Tclient::nodeDirty(TdependNode&, const TnodeDirtyMsg&) {}
+void Tclient::nodeDeleted(TdependNode&) {}
+
+void TdependGraph::addClient(const TdependNode* node, Tclient* client, unsigned kinds) {
+    auto& list = fClients[node];
+    for (auto& [c, k] : list)
+        if (c == client) {
+            k |= kinds;
+            return;
+        }
+    list.emplace_back(client, kinds);
+}
+
+void TdependGraph::removeClient(const TdependNode* node, Tclient* client) {
+    const auto it = fClients.find(node);
+    if (it == fClients.end())
+        return;
+    auto& list = it->second;
+    list.erase(std::remove_if(list.begin(), list.end(),
+                              [client](const auto& e) { return e.first == client; }),
+               list.end());
+    if (list.empty())
+        fClients.erase(it);
+}
+
+void TdependGraph::removeClient(Tclient* client) {
+    for (auto it = fClients.begin(); it != fClients.end();) {
+        auto& list = it->second;
+        list.erase(std::remove_if(list.begin(), list.end(),
+                                  [client](const auto& e) { return e.first == client; }),
+                   list.end());
+        it = list.empty() ? fClients.erase(it) : std::next(it);
+    }
+}
+
+
+void TdependGraph::notifyChanged(const Tplug& plug, const Tplug* other, unsigned flags) {
+    if (fClients.empty())
+        return;
+    const TattributeChangedMsg msg{&plug, other, flags};
+    forClients(fClients, plug.node(), kAttributeChangedMessage,
+               [&](Tclient& c) { c.attributeChanged(*plug.node(), msg); });
+}
+
+void TdependGraph::notifyDirty(const Tplug& plug) {
+    if (fClients.empty())
+        return;
+    const TnodeDirtyMsg msg{&plug};
+    forClients(fClients, plug.node(), kNodeDirtyMessage,
+               [&](Tclient& c) { c.nodeDirty(*plug.node(), msg); });
 }
 
 void TdependGraph::setPlugValueFromWords(const Tplug& plug, const std::vector<std::string>& words) {
