@@ -45,10 +45,12 @@ std::shared_ptr<const TpixelMap> TfilePixelMapCache::pixelMap(const Tstring& fil
         c.maps.emplace(key, nullptr);
         return nullptr;
     }
-    if (!useAlpha)
+    if (!useAlpha && map->channels() == 4) {
         for (unsigned y = 0; y < map->height(); ++y)
             for (unsigned x = 0; x < map->width(); ++x)
                 map->pixel(x, y)[TpixelMap::kAlpha] = 255;
+        map->setChannels(3);
+    }
     std::shared_ptr<const TpixelMap> shared = std::move(map);
     c.maps.emplace(key, shared);
     return shared;
