@@ -93,7 +93,7 @@ T4dDblMatrix TshadowPassProcess::computeProjectionMatrix(const TlightInfoShadowP
 
 void TshadowPassProcess::setupGL_OffsetPolygons(const TlightInfoShadowPass& light) {
     glEnable(GL_POLYGON_OFFSET_FILL);
-    glPolygonOffset(1.0f, light.offsetUnits * kOffsetUnitsScale);
+    glPolygonOffset(kOffsetFactor, light.offsetUnits * kOffsetUnitsScale);
 }
 
 void TshadowPassProcess::updateDepthMap(T3dPort& port, TlightInfoShadowPass& light,

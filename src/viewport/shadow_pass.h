@@ -39,8 +39,11 @@ public:
         kSGIXshadows = 1,      // depth textures compared in the texture unit
         kTextureCombiners = 2, // depth read back through texture combiners
     };
-    // Polygon offset units per unit of a light's offset.
-    static constexpr float kOffsetUnitsScale = 4.0f;
+    // Polygon offset of the light's view: the slope factor, and the units
+    // per unit of a light's offset. Enough to keep lit surfaces from
+    // shadowing themselves at a texel's size.
+    static constexpr float kOffsetFactor = 2.0f;
+    static constexpr float kOffsetUnitsScale = 64.0f;
 
     TshadowPassProcess() = default;
     ~TshadowPassProcess();

@@ -88,6 +88,25 @@ TEST(ViewCli, ABakeEqualsShadingTheNetworkAtTheSameUvs) {
                     << "sample " << i << " " << j << " channel " << c;
 }
 
+TEST(ViewCli, DepthMapShadowsDarkenWhatTheLightCannotSee) {
+    TempFolder folder;
+    const std::string drawn = folder.file("shadow.png");
+    const ToolResult r =
+        runTool({"view", testScene("viewport/shadow.qsl"), "--res", "100", "100", "-o", drawn});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const TpixelMap map = readMap(drawn);
+    ASSERT_EQ(map.width(), 100u);
+    // 10 pixels a unit, image up along -Z, rows counted from the bottom.
+    // The floor where the box's shadow falls (z = -2, row 70): no ambient
+    // light, black.
+    EXPECT_LE(map.pixel(50, 70)[TpixelMap::kRed], 1);
+    // The floor in the sun (z = +2, row 30): 0.5 * cos 45 = 0.354, through
+    // the sRGB view 0.629, 160 of 255.
+    EXPECT_NEAR(map.pixel(50, 30)[TpixelMap::kRed], 160, 1);
+    // Beside the shadow, in the sun again.
+    EXPECT_NEAR(map.pixel(80, 70)[TpixelMap::kRed], 160, 1);
+}
+
 TEST(ViewCli, MistakesAreUserErrorsAndLeaveNoImage) {
     TempFolder folder;
     const std::string image = folder.file("out.png");

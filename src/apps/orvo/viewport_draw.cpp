@@ -16,6 +16,7 @@
 #include "shading/shading_engine.h"
 #include "viewport/material_info.h"
 #include "viewport/material_texture.h"
+#include "viewport/shadow_pass.h"
 
 namespace orvo::cli {
 
@@ -29,8 +30,11 @@ T plainValue(const TdependNode* node, const char* name, T fallback) {
 }
 
 // The scene's lights as fixed-function lights, in eye space. Ambient lights
-// add to the global ambient; the card takes eight of the others.
-void setUpLights(TdependGraph& graph, const T4dDblMatrix& worldToEye) {
+// add to the global ambient; the card takes eight of the others. Gives each
+// light's GL light, and the global ambient.
+std::vector<std::pair<const TlightShape*, GLenum>>
+setUpLights(TdependGraph& graph, const T4dDblMatrix& worldToEye, GLfloat ambientOut[4]) {
+    std::vector<std::pair<const TlightShape*, GLenum>> made;
     glMatrixMode(GL_MODELVIEW);
     glLoadIdentity();
     glEnable(GL_LIGHTING);
@@ -53,6 +57,7 @@ void setUpLights(TdependGraph& graph, const T4dDblMatrix& worldToEye) {
         if (next >= 8)
             continue;
         const GLenum gl = GLenum(GL_LIGHT0 + next++);
+        made.emplace_back(light, gl);
         glEnable(gl);
         glLightfv(gl, GL_DIFFUSE, c);
         glLightfv(gl, GL_SPECULAR, c);
@@ -85,7 +90,39 @@ void setUpLights(TdependGraph& graph, const T4dDblMatrix& worldToEye) {
         }
     }
     glLightModelfv(GL_LIGHT_MODEL_AMBIENT, ambient);
+    std::copy_n(ambient, 4, ambientOut);
+    return made;
 }
+
+// Texture coordinates from eye space into a light's depth map: s, t and r
+// from 0 to 1 across the light's box.
+void loadShadowTexgen(const T4dDblMatrix& clip) {
+    const GLenum coords[4] = {GL_S, GL_T, GL_R, GL_Q};
+    const GLenum enables[4] = {GL_TEXTURE_GEN_S, GL_TEXTURE_GEN_T, GL_TEXTURE_GEN_R,
+                               GL_TEXTURE_GEN_Q};
+    for (int k = 0; k < 4; ++k) {
+        // Column k of the row-vector matrix, then from [-1, 1] to [0, 1]
+        // (q stays as it is).
+        GLdouble plane[4];
+        for (int r = 0; r < 4; ++r)
+            plane[r] = k < 3 ? 0.5 * clip.m[r][k] + 0.5 * clip.m[r][3] : clip.m[r][3];
+        glTexGeni(coords[k], GL_TEXTURE_GEN_MODE, GL_EYE_LINEAR);
+        glTexGendv(coords[k], GL_EYE_PLANE, plane);
+        glEnable(enables[k]);
+    }
+}
+
+void disableShadowTexgen() {
+    glDisable(GL_TEXTURE_GEN_S);
+    glDisable(GL_TEXTURE_GEN_T);
+    glDisable(GL_TEXTURE_GEN_R);
+    glDisable(GL_TEXTURE_GEN_Q);
+}
+
+constexpr GLenum kDepthTextureMode = 0x884B;
+constexpr GLenum kTextureCompareMode = 0x884C;
+constexpr GLenum kTextureCompareFunc = 0x884D;
+constexpr GLenum kCompareRToTexture = 0x884E;
 
 // The texture matrix of a placement: the texture's UV range, then scale
 // and offset about the origin, the angles about the texture's centre.
@@ -174,7 +211,8 @@ TrenderedImage drawViewport(TdependGraph& graph, const ViewRequest& request) {
     else
         glFrustum(-camera.halfWidth() * n, camera.halfWidth() * n, -camera.halfHeight() * n,
                   camera.halfHeight() * n, n, f);
-    setUpLights(graph, scene.worldToEye());
+    GLfloat ambient[4];
+    const auto glLights = setUpLights(graph, scene.worldToEye(), ambient);
     glEnable(GL_NORMALIZE);
     glShadeModel(GL_SMOOTH);
     // Material ambient is the draw's business, not the card's default grey.
@@ -201,7 +239,8 @@ TrenderedImage drawViewport(TdependGraph& graph, const ViewRequest& request) {
     std::stable_sort(draws.begin(), draws.end(),
                      [](const Draw& a, const Draw& b) { return !a.transparent && b.transparent; });
 
-    for (const Draw& d : draws) {
+    const auto drawOne = [&](const Draw& d, bool lightOnly) {
+        glActiveTexture(GL_TEXTURE0);
         const TdagPath& path = d.object->path();
         bool textured = false;
         if (!d.info || !d.info->setMaterial(path, d.transparent)) {
@@ -221,14 +260,102 @@ TrenderedImage drawViewport(TdependGraph& graph, const ViewRequest& request) {
             if (textured)
                 loadTextureMatrix(*d.info->materialTexture(), path);
         }
-        if (d.info && d.info->disableLighting())
+        const bool unlit = d.info && d.info->disableLighting();
+        if (lightOnly) {
+            // One light's share, added where the light reaches.
+            if (unlit)
+                return;
+            port.setEmissionColor({0, 0, 0, 1});
+            port.setDepthWrite(false);
+            glEnable(GL_BLEND);
+            glBlendFunc(GL_ONE, GL_ONE);
+        }
+        if (unlit)
             glDisable(GL_LIGHTING);
         else
             glEnable(GL_LIGHTING);
         drawObject(*d.object, textured);
         if (textured)
             glDisable(GL_TEXTURE_2D);
+    };
+
+    // Depth map shadows: each shadowing light's view drawn into a depth
+    // texture first, where the card can compare depth textures.
+    TshadowPassProcess shadows;
+    TshadowPassProcess::setUseHighPrecisionShadows(true);
+    if (shadows.checkExtensions(port) == TshadowPassProcess::kSGIXshadows &&
+        !scene.objects().empty()) {
+        T3dDblVector lo{1e30, 1e30, 1e30}, hi{-1e30, -1e30, -1e30};
+        for (const auto& object : scene.objects())
+            for (const T3Float& p : object->positions()) {
+                lo = {std::min(lo.x, double(p.x)), std::min(lo.y, double(p.y)),
+                      std::min(lo.z, double(p.z))};
+                hi = {std::max(hi.x, double(p.x)), std::max(hi.y, double(p.y)),
+                      std::max(hi.z, double(p.z))};
+            }
+        const T3dDblVector centre{(lo.x + hi.x) / 2, (lo.y + hi.y) / 2, (lo.z + hi.z) / 2};
+        const double radius = (hi - lo).length() / 2;
+        shadows.getAllShadowingLights(graph, scene.eyeToWorld(), centre, radius);
+        for (TlightInfoShadowPass& light : shadows.lights())
+            shadows.updateDepthMap(port, light, [&] {
+                for (const Draw& d : draws)
+                    if (!d.transparent)
+                        drawObject(*d.object, false);
+            });
     }
+    const auto glLightOf = [&](const TlightShape* light) {
+        for (const auto& [l, gl] : glLights)
+            if (l == light)
+                return gl;
+        return GLenum(0);
+    };
+
+    // The opaque objects without the shadowing lights...
+    for (const TlightInfoShadowPass& light : shadows.lights())
+        if (const GLenum gl = glLightOf(light.light))
+            glDisable(gl);
+    for (const Draw& d : draws)
+        if (!d.transparent)
+            drawOne(d, false);
+    // ...then each shadowing light added where its map sees the surface.
+    const GLfloat none[4] = {0, 0, 0, 1};
+    for (const TlightInfoShadowPass& light : shadows.lights()) {
+        const GLenum gl = glLightOf(light.light);
+        if (!gl)
+            continue;
+        for (const auto& [l, other] : glLights)
+            glDisable(other);
+        glEnable(gl);
+        glLightModelfv(GL_LIGHT_MODEL_AMBIENT, none);
+        glActiveTexture(GL_TEXTURE1);
+        glBindTexture(GL_TEXTURE_2D, light.depthTexture);
+        glTexParameteri(GL_TEXTURE_2D, kTextureCompareMode, GLint(kCompareRToTexture));
+        glTexParameteri(GL_TEXTURE_2D, kTextureCompareFunc, GL_LEQUAL);
+        glTexParameteri(GL_TEXTURE_2D, kDepthTextureMode, GL_ALPHA);
+        glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE);
+        glEnable(GL_TEXTURE_2D);
+        loadShadowTexgen(TshadowPassProcess::computeProjectionMatrix(light));
+        glEnable(GL_ALPHA_TEST);
+        glAlphaFunc(GL_GREATER, 0.5f);
+        glDepthFunc(GL_EQUAL);
+        for (const Draw& d : draws)
+            if (!d.transparent)
+                drawOne(d, true);
+        glDepthFunc(GL_LESS);
+        glDisable(GL_ALPHA_TEST);
+        glActiveTexture(GL_TEXTURE1);
+        disableShadowTexgen();
+        glDisable(GL_TEXTURE_2D);
+        glActiveTexture(GL_TEXTURE0);
+        port.setAlphaBlend(false);
+    }
+    for (const auto& [l, gl] : glLights)
+        glEnable(gl);
+    glLightModelfv(GL_LIGHT_MODEL_AMBIENT, ambient);
+    // See-through objects last, under every light.
+    for (const Draw& d : draws)
+        if (d.transparent)
+            drawOne(d, false);
 
     const std::vector<uint8_t> rgba = port.readPixels();
     TrenderedImage image;
