@@ -22,8 +22,9 @@ void forClients(
     if (it == all.end())
         return;
     const auto copy = it->second;
-    for (const auto& [client, kinds] : copy) {
-        if (!(kinds & kind))
+    for (const auto& entry : copy) {
+        Tclient* client = entry.first;
+        if (!(entry.second & kind))
             continue;
         const auto now = all.find(node);
         if (now == all.end())
@@ -753,7 +754,6 @@ void TdependGraph::removeClient(Tclient* client) {
         it = list.empty() ? fClients.erase(it) : std::next(it);
     }
 }
-
 
 void TdependGraph::notifyChanged(const Tplug& plug, const Tplug* other, unsigned flags) {
     if (fClients.empty())

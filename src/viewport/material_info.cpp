@@ -291,12 +291,11 @@ void TmaterialInfo::setDirty(TmsgDirty& msg) {
         fMaterialTexture->dirty(*msg.plug);
 }
 
-void TmaterialInfo::materialChanged(const Tplug& plug) {
+void TmaterialInfo::materialChanged() {
     if (!hasState(kStale)) {
         transformsDirty();
         setState(kStale, true);
     }
-    (void)plug;
 }
 
 void TmaterialInfo::attributeChanged(TdependNode& node, const TattributeChangedMsg& msg) {
@@ -341,7 +340,7 @@ void TmaterialInfo::attributeChanged(TdependNode& node, const TattributeChangedM
     // outputs from it, which is what makes the colours stale.
     if ((msg.flags & TattributeChangedMsg::kAttributeSet) || connection)
         if (fFactory ? fFactory->attributeChangeMatters(plug) : true)
-            materialChanged(plug);
+            materialChanged();
 }
 
 void TmaterialInfo::nodeDirty(TdependNode& node, const TnodeDirtyMsg& msg) {
@@ -352,7 +351,7 @@ void TmaterialInfo::nodeDirty(TdependNode& node, const TnodeDirtyMsg& msg) {
                                   : drawsItself(fMaterial) || isColourAttribute(root.longName()) ||
                                         root.isComputed();
     if (matters)
-        materialChanged(*msg.plug);
+        materialChanged();
 }
 
 void TmaterialInfo::nodeDeleted(TdependNode&) {}

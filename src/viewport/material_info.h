@@ -152,7 +152,7 @@ private:
     void rebuildShadingNodes();
     void defaultMaterial();
     void transformsDirty() { ++fRefreshRequests; }
-    void materialChanged(const Tplug& plug);
+    void materialChanged();
     bool ready() const { return fPort && fMaterial && !hasState(kStale); }
     bool evaluatePart(T3dPort* port, const TdagPath& object, const TdagPath& camera);
 

@@ -45,10 +45,7 @@ constexpr double kDegreesPerRadian = 57.29577951308232;
 } // namespace
 
 TmaterialTexture::TmaterialTexture(TmaterialInfo* info, const Tplug& plug)
-    : TmaterialTexture(info, plug, nullptr) {}
-
-TmaterialTexture::TmaterialTexture(TmaterialInfo* info, const Tplug& plug, TmaterialTexture* parent)
-    : fInfo(info), fParent(parent), fPlug(plug) {
+    : fInfo(info), fPlug(plug) {
     chooseKind();
 }
 
@@ -153,10 +150,9 @@ void TmaterialTexture::buildSwitch() {
     // The default first, with no path.
     const Tplug defaultSource = Tplug(sw, &sw->defaultAttr()).source();
     fPaths.emplace_back();
-    fChildren.push_back(
-        defaultSource.isNull()
-            ? nullptr
-            : std::unique_ptr<TmaterialTexture>(new TmaterialTexture(fInfo, defaultSource, this)));
+    fChildren.push_back(defaultSource.isNull() ? nullptr
+                                               : std::unique_ptr<TmaterialTexture>(
+                                                     new TmaterialTexture(fInfo, defaultSource)));
     Tplug parent(sw, &sw->multiParent());
     TuInt32Array indices;
     sw->getExistingMultiAttributeIndices(parent, indices);
@@ -171,10 +167,9 @@ void TmaterialTexture::buildSwitch() {
         if (!dag || dag->typeName() == "reference")
             continue;
         fPaths.push_back(dag->firstPath());
-        fChildren.push_back(shadeSource.isNull()
-                                ? nullptr
-                                : std::unique_ptr<TmaterialTexture>(
-                                      new TmaterialTexture(fInfo, shadeSource, this)));
+        fChildren.push_back(shadeSource.isNull() ? nullptr
+                                                 : std::unique_ptr<TmaterialTexture>(
+                                                       new TmaterialTexture(fInfo, shadeSource)));
     }
 }
 

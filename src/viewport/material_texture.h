@@ -48,8 +48,8 @@ public:
         kFilterChanged = 0x400, // textureFilter changed
     };
 
-    // `info` owns this; `plug` is the output shown. A switch's children
-    // have a null info's view of a path (`parent`).
+    // `info` owns this (or the switch this is a child of, for `info`);
+    // `plug` is the output shown.
     TmaterialTexture(TmaterialInfo* info, const Tplug& plug);
     ~TmaterialTexture() override;
     TmaterialTexture(const TmaterialTexture&) = delete;
@@ -105,7 +105,6 @@ public:
     void nodeDeleted(TdependNode& node) override;
 
 private:
-    TmaterialTexture(TmaterialInfo* info, const Tplug& plug, TmaterialTexture* parent);
     void chooseKind();
     void listenTo(TdependNode* node, unsigned kinds);
     void listenUpstream();
@@ -123,7 +122,6 @@ private:
     void refresh();
 
     TmaterialInfo* fInfo;
-    TmaterialTexture* fParent = nullptr;
     Kind fKind = kConvertSolid;
     Tplug fPlug;
     uint32_t fState = 0;
