@@ -41,6 +41,7 @@ public:
     virtual ~Tclient() = default;
     virtual void attributeChanged(TdependNode& node, const TattributeChangedMsg& msg);
     virtual void nodeDirty(TdependNode& node, const TnodeDirtyMsg& msg);
-    // The node is about to go; the client is removed from it afterwards.
+    // The node is about to go: told before its connections break, and the
+    // client hears nothing more of it.
     virtual void nodeDeleted(TdependNode& node);
 };
