@@ -14,7 +14,6 @@
 #include <vector>
 
 #include "host/dependnode.h"
-#include "host/node_messages.h"
 
 class TDGcommand;
 
@@ -149,13 +148,6 @@ public:
     };
     bool isReadingFile() const { return fReadingDepth > 0; }
 
-    // ---- clients of a node (node_messages.h). `kinds` is a mask of
-    // TnodeMessageKind; adding a client again widens its mask.
-    void addClient(const TdependNode* node, Tclient* client, unsigned kinds);
-    void removeClient(const TdependNode* node, Tclient* client);
-    // Removes the client from every node it listens to.
-    void removeClient(Tclient* client);
-
     // ---- used by the ordinary data block
     // Makes the connected inputs in attribute's value tree current.
     void pullInputs(TdependNode* node, TordinaryDataBlock& block, const Tattribute& root,
@@ -176,14 +168,10 @@ private:
     };
 
     static PlugKey keyOf(const Tplug& plug);
-    void notifyChanged(const Tplug& plug, const Tplug* other, unsigned flags);
-    void notifyDirty(const Tplug& plug);
     void dirtyPlug(TdependNode* node, const Tattribute& attribute);
     void propagateFrom(TdependNode* node, const Tattribute& attribute);
     void copyConverted(const Tattribute& from, const void* src, const Tattribute& to, void* dst);
 
-    // Before the nodes: a node's destructor may still remove its clients.
-    std::unordered_map<const TdependNode*, std::vector<std::pair<Tclient*, unsigned>>> fClients;
     std::unordered_map<std::string, std::unique_ptr<TdependNode>> fNodes;
     std::vector<TdependNode*> fOrder;
     std::unordered_map<const TdependNode*, NodeLinks> fLinks;

@@ -5,6 +5,7 @@
 // being deleted. The drawing side listens to the shading nodes it shows
 // this way, so that it recomputes only what an edit touched.
 
+class TdependGraph;
 class TdependNode;
 class Tplug;
 
@@ -45,3 +46,10 @@ public:
     // client hears nothing more of it.
     virtual void nodeDeleted(TdependNode& node);
 };
+
+// Makes `client` hear the messages `kinds` (a mask of TnodeMessageKind) of
+// `node` in `graph`; adding a client again widens its mask.
+void OrvoAddClient(TdependGraph& graph, const TdependNode* node, Tclient* client, unsigned kinds);
+void OrvoRemoveClient(TdependGraph& graph, const TdependNode* node, Tclient* client);
+// Removes the client from every node of the graph it listens to.
+void OrvoRemoveClient(TdependGraph& graph, Tclient* client);

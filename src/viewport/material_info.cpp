@@ -60,7 +60,7 @@ TmaterialInfo::TmaterialInfo() = default;
 TmaterialInfo::~TmaterialInfo() {
     fMaterialTexture.reset();
     if (graph())
-        graph()->removeClient(static_cast<Tclient*>(this));
+        OrvoRemoveClient(*graph(), static_cast<Tclient*>(this));
 }
 
 bool TmaterialInfo::isKindOf(const TdependNode* node, const char* typeName) {
@@ -134,7 +134,7 @@ void TmaterialInfo::initializeConnection(const Tplug& destination, const Tplug& 
         if (fShadingEngine || !engine)
             return;
         fShadingEngine = engine;
-        graph()->addClient(engine, this, kAttributeChangedMessage);
+        OrvoAddClient(*graph(), engine, this, kAttributeChangedMessage);
         if (!fMaterial) {
             const Tplug surface = Tplug(engine, &TDNshadingEngine::aSurfaceShader).source();
             if (!surface.isNull())
@@ -168,16 +168,16 @@ void TmaterialInfo::setMaterialNode(TdependNode* material, bool makeTexture) {
     } else if (fFactory) {
         if (fFactory->useMaterialAsTexture())
             setState(kTextureable, true);
-        g.addClient(material, this, kAttributeChangedMessage | kNodeDirtyMessage);
+        OrvoAddClient(g, material, this, kAttributeChangedMessage | kNodeDirtyMessage);
     } else if (isKindOf(material, "lambert") || isKindOf(material, "layeredShader")) {
         setState(kTextureable, true);
-        g.addClient(material, this, kAttributeChangedMessage | kNodeDirtyMessage);
+        OrvoAddClient(g, material, this, kAttributeChangedMessage | kNodeDirtyMessage);
     } else if (isKindOf(material, "surfaceShader")) {
         setState(kTextureable, true);
-        g.addClient(material, this, kAttributeChangedMessage);
+        OrvoAddClient(g, material, this, kAttributeChangedMessage);
     } else {
         setState(kTextureable, true);
-        g.addClient(material, this, kNodeDirtyMessage);
+        OrvoAddClient(g, material, this, kNodeDirtyMessage);
     }
     if (makeTexture)
         createTextureConnection();
@@ -224,7 +224,7 @@ void TmaterialInfo::disconnectTexture() {
 
 void TmaterialInfo::rebuildShadingNodes() {
     for (TdependNode* n : fShadingNodes)
-        graph()->removeClient(n, this);
+        OrvoRemoveClient(*graph(), n, this);
     fShadingNodes.clear();
     if (!fMaterial)
         return;
@@ -233,7 +233,7 @@ void TmaterialInfo::rebuildShadingNodes() {
     if (!source.isNull() && drawsItself(source.node()))
         fShadingNodes.push_back(source.node());
     for (TdependNode* n : fShadingNodes) {
-        graph()->addClient(n, this, kNodeDirtyMessage);
+        OrvoAddClient(*graph(), n, this, kNodeDirtyMessage);
         setState(kDrawsAsHwShader | kTextureable, true);
     }
 }
@@ -241,7 +241,7 @@ void TmaterialInfo::rebuildShadingNodes() {
 void TmaterialInfo::forgetMaterial() {
     if (!fMaterial)
         return;
-    graph()->removeClient(fMaterial, this);
+    OrvoRemoveClient(*graph(), fMaterial, this);
     disconnectTexture();
     fMaterial = nullptr;
     fFactory.reset();
@@ -267,7 +267,7 @@ void TmaterialInfo::connectionBroken(const Tplug& mine, const Tplug& other, bool
         const Tplug material = Tplug(this, &aMaterial).source();
         if (!material.isNull())
             graph()->disconnect(material, Tplug(this, &aMaterial));
-        graph()->removeClient(fShadingEngine, this);
+        OrvoRemoveClient(*graph(), fShadingEngine, this);
         fShadingEngine = nullptr;
     } else if (a == &aMaterial) {
         if (other.node() == fMaterial)

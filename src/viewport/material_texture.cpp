@@ -52,7 +52,7 @@ TmaterialTexture::TmaterialTexture(TmaterialInfo* info, const Tplug& plug)
 TmaterialTexture::~TmaterialTexture() {
     fChildren.clear();
     if (TdependGraph* g = fPlug.node() ? fPlug.node()->graph() : nullptr)
-        g->removeClient(static_cast<Tclient*>(this));
+        OrvoRemoveClient(*g, static_cast<Tclient*>(this));
 }
 
 TdnFileTexture* TmaterialTexture::file() const {
@@ -63,7 +63,7 @@ TdnFileTexture* TmaterialTexture::file() const {
 void TmaterialTexture::listenTo(TdependNode* node, unsigned kinds) {
     if (!node || !node->graph())
         return;
-    node->graph()->addClient(node, this, kinds);
+    OrvoAddClient(*node->graph(), node, this, kinds);
     if (std::find(fSources.begin(), fSources.end(), node) == fSources.end())
         fSources.push_back(node);
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/graph.h"
+#include "host/node_messages.h"
 #include "host/graph/graph_test_nodes.h"
 
 namespace {
@@ -20,7 +21,7 @@ struct Recorder : Tclient {
                         std::to_string(msg.flags) +
                         (msg.other ? " with " + msg.other->node()->name() : ""));
         if (removeOnHearing)
-            graph->removeClient(removeOnHearing);
+            OrvoRemoveClient(*graph, removeOnHearing);
     }
     void nodeDirty(TdependNode& node, const TnodeDirtyMsg& msg) override {
         heard.push_back(node.name() + " dirty " + msg.plug->attribute()->longName());
@@ -35,10 +36,10 @@ TEST(GraphClients, HearSetsConnectionsDirtinessAndDeletion) {
     TdependNode* a = graph.createNode("testFlip", "a");
     TdependNode* b = graph.createNode("testFlip", "b");
     Recorder onA, onB;
-    graph.addClient(a, &onA, kAttributeChangedMessage);
+    OrvoAddClient(graph, a, &onA, kAttributeChangedMessage);
     // Added again: the kinds widen, the client is not told twice.
-    graph.addClient(a, &onA, kNodeDeletedMessage);
-    graph.addClient(b, &onB, kAttributeChangedMessage | kNodeDirtyMessage);
+    OrvoAddClient(graph, a, &onA, kNodeDeletedMessage);
+    OrvoAddClient(graph, b, &onB, kAttributeChangedMessage | kNodeDirtyMessage);
 
     const float one[3] = {1, 1, 1};
     graph.setPlugValue(Tplug(a, a->findAttribute("input")), one);
@@ -70,8 +71,8 @@ TEST(GraphClients, AClientRemovedWhileOthersAreToldIsNotCalled) {
     Recorder first, second;
     first.graph = &graph;
     first.removeOnHearing = &second;
-    graph.addClient(a, &first, kAttributeChangedMessage);
-    graph.addClient(a, &second, kAttributeChangedMessage);
+    OrvoAddClient(graph, a, &first, kAttributeChangedMessage);
+    OrvoAddClient(graph, a, &second, kAttributeChangedMessage);
     const float one[3] = {1, 1, 1};
     graph.setPlugValue(Tplug(a, a->findAttribute("input")), one);
     EXPECT_EQ(first.heard.size(), 1u);
