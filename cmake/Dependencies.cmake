@@ -4,6 +4,8 @@
 #   CLI11          - the orvo command line
 #   OpenImageIO    - every image read and write
 #   OpenColorIO    - colour management
+#   OSMesa         - Mesa's offscreen software OpenGL: the viewport draws with
+#                    real GL on machines with no display or GPU, CI included
 #   embree 3       - ray intersection in the reference renderer
 #   tinyobjloader  - Wavefront OBJ meshes
 #   pybind11, Python 3 - the embedded interpreter that runs the scripted
@@ -39,6 +41,10 @@ find_package(CLI11 REQUIRED)
 find_package(OpenImageIO REQUIRED)
 # Debian installs the OpenColorIO package file straight into /usr/share/cmake.
 find_package(OpenColorIO REQUIRED HINTS /usr/share/cmake)
+# Mesa's offscreen GL carries its own GL entry points: the host links it
+# alone, not libGL, so that every gl* call goes to the offscreen context.
+find_path(ORVO_OSMESA_INCLUDE_DIR GL/osmesa.h REQUIRED)
+find_library(ORVO_OSMESA_LIBRARY OSMesa REQUIRED)
 orvo_drop_missing_include_dirs(OpenImageIO::OpenImageIO)
 orvo_drop_missing_include_dirs(OpenColorIO::OpenColorIO)
 find_package(embree 3 REQUIRED)

@@ -1,16 +1,106 @@
 #include "host/graph.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cstring>
+#include <mutex>
 
 #include <fmt/format.h>
 
 #include "host/env.h"
+#include "host/node_messages.h"
 
 // ---------------------------------------------------------------- registry
 
 namespace {
+// Clients of nodes, by graph and node. They live beside the graph rather
+// than in it: only the drawing side listens, and a graph without clients
+// pays one relaxed load an edit.
+using ClientList = std::vector<std::pair<Tclient*, unsigned>>;
+struct ClientTables {
+    std::mutex mutex;
+    std::unordered_map<const TdependGraph*, std::unordered_map<const TdependNode*, ClientList>>
+        byGraph;
+};
+ClientTables& clientTables() {
+    static ClientTables* const tables = new ClientTables;
+    return *tables;
+}
+std::atomic<size_t> gClientNodes{0}; // nodes with clients, in every graph
+
+// Calls f on each client of `node` listening for `kind`. A copy of the list
+// is walked, and each client is looked up again before its call, since a
+// client may remove itself or others (and be deleted) on the way.
+template <class F>
+void forClients(const TdependGraph* graph, const TdependNode* node, unsigned kind, F f) {
+    if (gClientNodes.load(std::memory_order_relaxed) == 0)
+        return;
+    ClientTables& tables = clientTables();
+    auto listOf = [&]() -> const ClientList* {
+        const auto g = tables.byGraph.find(graph);
+        if (g == tables.byGraph.end())
+            return nullptr;
+        const auto n = g->second.find(node);
+        return n == g->second.end() ? nullptr : &n->second;
+    };
+    ClientList copy;
+    {
+        std::lock_guard lock(tables.mutex);
+        const ClientList* list = listOf();
+        if (!list)
+            return;
+        copy = *list;
+    }
+    for (const auto& entry : copy) {
+        Tclient* client = entry.first;
+        if (!(entry.second & kind))
+            continue;
+        bool still = false;
+        {
+            std::lock_guard lock(tables.mutex);
+            const ClientList* now = listOf();
+            if (!now)
+                return;
+            still = std::any_of(now->begin(), now->end(), [&](const auto& e) {
+                return e.first == client && (e.second & kind);
+            });
+        }
+        if (still)
+            f(*client);
+    }
+}
+
+// Forgets the clients of `node`, or of every node of the graph when null.
+void forgetClients(const TdependGraph* graph, const TdependNode* node) {
+    if (gClientNodes.load(std::memory_order_relaxed) == 0)
+        return;
+    ClientTables& tables = clientTables();
+    std::lock_guard lock(tables.mutex);
+    const auto g = tables.byGraph.find(graph);
+    if (g == tables.byGraph.end())
+        return;
+    if (node) {
+        gClientNodes -= g->second.erase(node);
+    } else {
+        gClientNodes -= g->second.size();
+        tables.byGraph.erase(g);
+    }
+}
+
+void notifyChanged(const TdependGraph* graph, const Tplug& plug, const Tplug* other,
+                   unsigned flags) {
+    const TattributeChangedMsg msg{&plug, other, flags};
+    forClients(graph, plug.node(), kAttributeChangedMessage,
+               [&](Tclient& c) { c.attributeChanged(*plug.node(), msg); });
+}
+
+void notifyDirty(const TdependGraph* graph, const Tplug& plug) {
+    const TnodeDirtyMsg msg{&plug};
+    forClients(graph, plug.node(), kNodeDirtyMessage,
+               [&](Tclient& c) { c.nodeDirty(*plug.node(), msg); });
+}
+
 struct Registry {
     std::vector<TdependNodeClass*> order;
     std::unordered_map<std::string, TdependNodeClass*> byName;
@@ -145,6 +235,7 @@ TdependGraph::~TdependGraph() {
         fOrder.pop_back();
         fNodes.erase(n->name());
     }
+    forgetClients(this, nullptr);
 }
 
 std::string TdependGraph::uniqueName(std::string_view base) const {
@@ -212,10 +303,14 @@ TdependNode* TdependGraph::adoptNode(std::unique_ptr<TdependNode> node, std::str
 void TdependGraph::deleteNode(TdependNode* node) {
     if (!node || node->graph() != this)
         return;
+    forClients(this, node, kNodeDeletedMessage, [&](Tclient& c) { c.nodeDeleted(*node); });
+    forgetClients(this, node);
     // A copy: disconnecting changes the list.
     const std::vector<std::pair<Tplug, Tplug>> all = connections();
     for (const auto& [source, destination] : all)
-        if (source.node() == node || destination.node() == node)
+        // A node told of one break may break another of these itself.
+        if ((source.node() == node || destination.node() == node) &&
+            sourceOf(destination) == source)
             disconnect(source, destination);
     // What went with the node is no change to keep.
     fBrokenImplicit.erase(std::remove_if(fBrokenImplicit.begin(), fBrokenImplicit.end(),
@@ -405,6 +500,10 @@ void TdependGraph::connect(const Tplug& source, const Tplug& destination) {
         fBrokenImplicit.erase(broken);
     source.node()->connectionMade(source, destination, true);
     destination.node()->connectionMade(destination, source, false);
+    const unsigned made =
+        TattributeChangedMsg::kConnectionChange | TattributeChangedMsg::kConnectionMade;
+    notifyChanged(this, source, &destination, made);
+    notifyChanged(this, destination, &source, made);
     dirtyPlug(destination.node(), *destination.attribute());
 }
 
@@ -429,6 +528,10 @@ void TdependGraph::disconnect(const Tplug& source, const Tplug& destination) {
                            fConnectionOrder.end());
     source.node()->connectionBroken(source, destination, true);
     destination.node()->connectionBroken(destination, source, false);
+    const unsigned broken =
+        TattributeChangedMsg::kConnectionChange | TattributeChangedMsg::kConnectionBroken;
+    notifyChanged(this, source, &destination, broken);
+    notifyChanged(this, destination, &source, broken);
     // The destination keeps the value it last pulled; what it feeds must
     // recompute from it.
     propagateFrom(destination.node(), *destination.attribute());
@@ -492,6 +595,7 @@ void TdependGraph::dirtyPlug(TdependNode* node, const Tattribute& attribute) {
     Tplug plug(node, &attribute);
     TmsgDirty msg{&plug};
     node->setDirty(msg);
+    notifyDirty(this, plug);
     propagateFrom(node, attribute);
 }
 
@@ -670,8 +774,72 @@ void TdependGraph::setPlugValue(const Tplug& plug, const void* value) {
     }
     a.copyValue(at, value);
     block.valueChanged(a);
+    // The set plug itself is clean (it holds the new value), so its own
+    // clients hear of it here rather than from the dirty walk.
+    notifyChanged(this, plug, nullptr, TattributeChangedMsg::kAttributeSet);
+    notifyDirty(this, plug);
     propagateFrom(plug.node(), a);
     plug.node()->setCachedValue(plug, TdataHandle(&block, &a, at));
+}
+
+// ---------------------------------------------------------------- clients
+
+void Tclient::attributeChanged(TdependNode&, const TattributeChangedMsg&) {}
+void Tclient::nodeDirty(TdependNode&, const TnodeDirtyMsg&) {}
+void Tclient::nodeDeleted(TdependNode&) {}
+
+void OrvoAddClient(TdependGraph& graph, const TdependNode* node, Tclient* client, unsigned kinds) {
+    ClientTables& tables = clientTables();
+    std::lock_guard lock(tables.mutex);
+    auto& nodes = tables.byGraph[&graph];
+    const auto [it, added] = nodes.try_emplace(node);
+    if (added)
+        ++gClientNodes;
+    for (auto& [c, k] : it->second)
+        if (c == client) {
+            k |= kinds;
+            return;
+        }
+    it->second.emplace_back(client, kinds);
+}
+
+void OrvoRemoveClient(TdependGraph& graph, const TdependNode* node, Tclient* client) {
+    ClientTables& tables = clientTables();
+    std::lock_guard lock(tables.mutex);
+    const auto g = tables.byGraph.find(&graph);
+    if (g == tables.byGraph.end())
+        return;
+    const auto it = g->second.find(node);
+    if (it == g->second.end())
+        return;
+    auto& list = it->second;
+    list.erase(std::remove_if(list.begin(), list.end(),
+                              [client](const auto& e) { return e.first == client; }),
+               list.end());
+    if (list.empty()) {
+        g->second.erase(it);
+        --gClientNodes;
+    }
+}
+
+void OrvoRemoveClient(TdependGraph& graph, Tclient* client) {
+    ClientTables& tables = clientTables();
+    std::lock_guard lock(tables.mutex);
+    const auto g = tables.byGraph.find(&graph);
+    if (g == tables.byGraph.end())
+        return;
+    for (auto it = g->second.begin(); it != g->second.end();) {
+        auto& list = it->second;
+        list.erase(std::remove_if(list.begin(), list.end(),
+                                  [client](const auto& e) { return e.first == client; }),
+                   list.end());
+        if (list.empty()) {
+            it = g->second.erase(it);
+            --gClientNodes;
+        } else {
+            ++it;
+        }
+    }
 }
 
 void TdependGraph::setPlugValueFromWords(const Tplug& plug, const std::vector<std::string>& words) {

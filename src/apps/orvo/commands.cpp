@@ -13,6 +13,8 @@ void addInfoCommand(CLI::App& app, CommandRun& run);
 void addNamesCommand(CLI::App& app, CommandRun& run);
 void addMaketxCommand(CLI::App& app, CommandRun& run);
 void addRenderersCommand(CLI::App& app, CommandRun& run);
+void addViewCommand(CLI::App& app, CommandRun& run);
+void addBakeCommand(CLI::App& app, CommandRun& run);
 
 void addCommands(CLI::App& app, CommandRun& run) {
     addRenderCommand(app, run);
@@ -24,6 +26,8 @@ void addCommands(CLI::App& app, CommandRun& run) {
     addInfoCommand(app, run);
     addMaketxCommand(app, run);
     addRenderersCommand(app, run);
+    addViewCommand(app, run);
+    addBakeCommand(app, run);
 }
 
 } // namespace orvo::cli

@@ -1,0 +1,702 @@
+#include "viewport/material_texture.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "framework/nodes/utility/render_utilities.h"
+#include "framework/nodes/utility/shading_switch.h"
+#include "host/dg_iterator.h"
+#include "host/draw/accessor.h"
+#include "host/draw/file_pixel_map_cache.h"
+#include "host/env.h"
+#include "host/graph.h"
+#include "host/option_vars.h"
+#include "textures/file_texture.h"
+#include "textures/tx2d.h"
+#include "viewport/convert_solid.h"
+#include "viewport/material_info.h"
+
+bool TmaterialTexture::fsHardwareRender = false;
+int TmaterialTexture::fsHardwareRenderResolution = 64;
+bool TmaterialTexture::fsDisableTextureCompute = false;
+
+namespace {
+
+const Tattribute& rootOf(const Tattribute& a) {
+    const Tattribute* r = &a;
+    while (r->parent())
+        r = r->parent();
+    return *r;
+}
+
+template <class T>
+T value(const TdependNode* node, const char* name, T fallback) {
+    const Tattribute* a = node ? node->findAttribute(name) : nullptr;
+    T out = fallback;
+    return a && TrenderUtilities::getValue(Tplug(node, a), out) ? out : fallback;
+}
+
+bool near(float a, float b, float tolerance) {
+    return std::fabs(a - b) <= tolerance;
+}
+
+constexpr double kDegreesPerRadian = 57.29577951308232;
+
+} // namespace
+
+TmaterialTexture::TmaterialTexture(TmaterialInfo* info, const Tplug& plug)
+    : fInfo(info), fPlug(plug) {
+    chooseKind();
+}
+
+TmaterialTexture::~TmaterialTexture() {
+    fChildren.clear();
+    if (TdependGraph* g = fPlug.node() ? fPlug.node()->graph() : nullptr)
+        OrvoRemoveClient(*g, static_cast<Tclient*>(this));
+}
+
+TdnFileTexture* TmaterialTexture::file() const {
+    TdependNode* n = fPlug.node();
+    return n ? static_cast<TdnFileTexture*>(n->cast(TdnFileTexture::sTypeof())) : nullptr;
+}
+
+void TmaterialTexture::listenTo(TdependNode* node, unsigned kinds) {
+    if (!node || !node->graph())
+        return;
+    OrvoAddClient(*node->graph(), node, this, kinds);
+    if (std::find(fSources.begin(), fSources.end(), node) == fSources.end())
+        fSources.push_back(node);
+}
+
+// A bake shows everything upstream of the plug: an edit anywhere there is
+// an edit of the texture. (Dirty propagation through the graph stops at
+// nodes never evaluated, and a bake evaluates through the shading engine,
+// not through the nodes' own blocks, so the network is listened to node by
+// node.)
+void TmaterialTexture::listenUpstream() {
+    TdependNode* root = fPlug.node();
+    if (!root)
+        return;
+    std::vector<TdependNode*> todo{root};
+    std::vector<TdependNode*> seen;
+    while (!todo.empty()) {
+        TdependNode* n = todo.back();
+        todo.pop_back();
+        if (std::find(seen.begin(), seen.end(), n) != seen.end())
+            continue;
+        seen.push_back(n);
+        if (n != root)
+            listenTo(n, kNodeDirtyMessage | kAttributeChangedMessage);
+        for (const auto& [source, destination] : n->graph()->connections())
+            if (destination.node() == n && source.node() &&
+                source.attribute()->kind() != TattrKind::Message)
+                todo.push_back(source.node());
+    }
+}
+
+void TmaterialTexture::chooseKind() {
+    TdependNode* node = fPlug.node();
+    const bool tx2d = node && node->cast(TdnTx2D::sTypeof());
+    const bool stencil = TmaterialInfo::isKindOf(node, "stencil");
+    const bool isFile = file() != nullptr;
+    const Tattribute& shown = rootOf(*fPlug.attribute());
+    const bool fileAlpha = isFile && &shown == &TdnTx2D::aOutAlpha;
+    const bool resolution = node && node->findAttribute("resolution");
+    if (tx2d && !stencil && (&shown == &TdnTx2D::aOutColor || fileAlpha) && !resolution) {
+        if (isFile) {
+            fKind = kFile;
+            setState(kFileStale | kAskSupported | kSharingStale, true);
+        } else {
+            fKind = kSwatch;
+            setState(kSwatchStale, true);
+        }
+    } else if (node && node->cast(TdnBaseSwitch::sTypeof())) {
+        fKind = kSwitch;
+        buildSwitch();
+    } else {
+        fKind = kConvertSolid;
+        setState(kBakeStale, true);
+    }
+    listenTo(node, kAttributeChangedMessage | kNodeDirtyMessage);
+    if (fKind == kConvertSolid || fKind == kSwatch)
+        listenUpstream();
+}
+
+bool TmaterialTexture::isDirty() const {
+    switch (fKind) {
+    case kFile:
+        return hasState(kFileStale);
+    case kSwatch:
+        return hasState(kSwatchStale);
+    case kConvertSolid:
+    case kLayered:
+        return hasState(kBakeStale);
+    case kCubeMap:
+    case kSphereMap:
+        return hasState(kEnvStale);
+    case kMultiple:
+        return hasState(kMultipleStale);
+    default:
+        return false;
+    }
+}
+
+// ---------------------------------------------------------------- switches
+
+void TmaterialTexture::buildSwitch() {
+    fChildren.clear();
+    fPaths.clear();
+    auto* sw = static_cast<TdnBaseSwitch*>(fPlug.node()->cast(TdnBaseSwitch::sTypeof()));
+    // The default first, with no path.
+    const Tplug defaultSource = Tplug(sw, &sw->defaultAttr()).source();
+    fPaths.emplace_back();
+    fChildren.push_back(defaultSource.isNull() ? nullptr
+                                               : std::unique_ptr<TmaterialTexture>(
+                                                     new TmaterialTexture(fInfo, defaultSource)));
+    Tplug parent(sw, &sw->multiParent());
+    TuInt32Array indices;
+    sw->getExistingMultiAttributeIndices(parent, indices);
+    for (unsigned i : indices) {
+        Tplug shape(sw, &sw->shapeAttr());
+        shape.setMultiIndex(&sw->multiParent(), i);
+        Tplug shade(sw, &sw->valueAttr());
+        shade.setMultiIndex(&sw->multiParent(), i);
+        const Tplug shapeSource = shape.source();
+        const Tplug shadeSource = shade.source();
+        auto* dag = shapeSource.isNull() ? nullptr : dynamic_cast<TdagObject*>(shapeSource.node());
+        if (!dag || dag->typeName() == "reference")
+            continue;
+        fPaths.push_back(dag->firstPath());
+        fChildren.push_back(shadeSource.isNull() ? nullptr
+                                                 : std::unique_ptr<TmaterialTexture>(
+                                                       new TmaterialTexture(fInfo, shadeSource)));
+    }
+}
+
+TmaterialTexture* TmaterialTexture::findSwitchPath(const TdagPath& path) const {
+    for (size_t i = 1; i < fPaths.size(); ++i)
+        if (path.isValid() && fPaths[i].node() == path.node())
+            return fChildren[i].get();
+    return fChildren.empty() ? nullptr : fChildren[0].get();
+}
+
+// ---------------------------------------------------------------- computing
+
+TsharedGlTextureObject TmaterialTexture::textureObject(T3dPort& port, const TdagPath& object) {
+    TsharedGlTextureObject result;
+    switch (fKind) {
+    case kFile: {
+        TdnFileTexture* f = file();
+        if (value(f, "disableFileLoad", false))
+            break;
+        if (isSupportedFile())
+            result = computeFile(port);
+        else {
+            // The file shows something the card cannot draw as it stands
+            // (a coverage below 1, a stagger...): bake it instead.
+            fKind = kConvertSolid;
+            setState(kBakeStale, true);
+            listenUpstream();
+            result = computeConvertSolid(port, object);
+        }
+        break;
+    }
+    case kSwatch:
+        result = fsHardwareRender ? computeConvertSolid(port, object) : computeSwatch(port);
+        break;
+    case kConvertSolid:
+        if (file() && &rootOf(*fPlug.attribute()) == &TdnTx2D::aOutColor && isSupportedFile()) {
+            fKind = kFile;
+            setState(kFileStale, true);
+            result = computeFile(port);
+        } else {
+            result = computeConvertSolid(port, object);
+        }
+        break;
+    case kSwitch:
+        if (TmaterialTexture* child = findSwitchPath(object))
+            result = child->textureObject(port, object);
+        break;
+    default:
+        break;
+    }
+    if (hasState(kFilterChanged) && result) {
+        applyFilter(*result);
+        setState(kFilterChanged, false);
+    }
+    return result;
+}
+
+void TmaterialTexture::applyFilter(TglTextureObject& texture) {
+    const TdependNode* info = fInfo;
+    const int level = value<int>(info, "textureFilter", 0);
+    switch (level) {
+    case 1:
+        texture.setFilter(false, texture.magnificationFilter(), texture.minificationFilter());
+        return;
+    case 2:
+        texture.setFilter(true, GL_NEAREST, GL_NEAREST);
+        break;
+    case 3:
+        texture.setFilter(true, GL_LINEAR, GL_LINEAR);
+        break;
+    case 4:
+        texture.setFilter(true, GL_LINEAR, GL_NEAREST_MIPMAP_NEAREST);
+        break;
+    case 5:
+        texture.setFilter(true, GL_LINEAR, GL_NEAREST_MIPMAP_LINEAR);
+        break;
+    case 6:
+        texture.setFilter(true, GL_LINEAR, GL_LINEAR_MIPMAP_NEAREST);
+        break;
+    case 7:
+        texture.setFilter(true, GL_LINEAR, GL_LINEAR_MIPMAP_LINEAR);
+        break;
+    default:
+        return;
+    }
+    texture.setStateChanged();
+}
+
+TsharedGlTextureObject TmaterialTexture::upload(T3dPort& port, const TpixelMap& map, size_t slot) {
+    if (fTextures.size() <= slot)
+        fTextures.resize(slot + 1);
+    if (!fTextures[slot])
+        fTextures[slot] = std::make_shared<TglTextureObject>();
+    TglTextureObject& t = *fTextures[slot];
+    t.setForceClamp(fForceClamp);
+    T3dPort* into = T3dPort::fsTexturePort ? T3dPort::fsTexturePort : &port;
+    t.texImage2D(*into, map);
+    ++fComputeCount;
+    return fTextures[slot];
+}
+
+bool TmaterialTexture::colorTranspBothConnected() const {
+    TdependNode* f = fPlug.node();
+    TdependNode* material = fInfo ? fInfo->material() : nullptr;
+    if (!f || !material)
+        return false;
+    const auto feeds = [&](const char* out, const char* in) {
+        const Tattribute* a = material->findAttribute(in);
+        const Tplug source = a ? Tplug(material, a).source() : Tplug();
+        return !source.isNull() && source.node() == f &&
+               rootOf(*source.attribute()).longName() == out;
+    };
+    return feeds("outColor", "color") && feeds("outTransparency", "transparency");
+}
+
+TsharedGlTextureObject TmaterialTexture::computeFile(T3dPort& port) {
+    if (fsDisableTextureCompute || !hasState(kFileStale))
+        return fTextures.empty() ? nullptr : fTextures[0];
+    TdnFileTexture* f = file();
+    Tstring name;
+    if (!f || !f->getExactTextureName(name)) {
+        setState(kFileStale, false);
+        fTextures.clear();
+        return nullptr;
+    }
+    // Another info showing the same file shares its texture.
+    if (!hasState(kSharingStale) || name != fFileName) {
+        fFileName = name;
+        setState(kSharingStale, false);
+        if (TdependGraph* g = f->graph())
+            for (TdependNode* n : g->nodes()) {
+                auto* other = static_cast<TmaterialInfo*>(n->cast(TmaterialInfo::sTypeof()));
+                if (!other || other == fInfo || !other->materialTexture())
+                    continue;
+                if (TsharedGlTextureObject shared = other->materialTexture()->find(*this, name)) {
+                    fTextures.assign(1, shared);
+                    setState(kFileStale, false);
+                    return shared;
+                }
+            }
+    }
+    const bool both = colorTranspBothConnected();
+    const std::shared_ptr<const TpixelMap> map =
+        TfilePixelMapCache::pixelMap(name, f->currentFrame(), fOpaque || both, f);
+    setState(kFileStale, false);
+    if (!map) {
+        fTextures.clear();
+        return nullptr;
+    }
+    fTextures.resize(1);
+    fTextures[0] = std::make_shared<TglTextureObject>();
+    fTextures[0]->setSizeLimit(T3dPort::fsMaxUserTextureSize);
+    TsharedGlTextureObject t = upload(port, *map, 0);
+    // Wrapping from the placement.
+    const bool wrapU = value(f, "wrapU", true), wrapV = value(f, "wrapV", true);
+    const bool mirrorU = value(f, "mirrorU", false), mirrorV = value(f, "mirrorV", false);
+    const auto wrap = [&](bool on, bool mirror) -> GLenum {
+        if (on)
+            return mirror && port.hasExtension("GL_ARB_texture_mirrored_repeat") ? 0x8370
+                                                                                 : GL_REPEAT;
+        return mirror && port.hasExtension("GL_ATI_texture_mirror_once") ? 0x8742 : GL_CLAMP;
+    };
+    t->setWrap(wrap(wrapU, mirrorU), wrap(wrapV, mirrorV));
+    if (!wrapU && !wrapV) {
+        t->setBorderColor({-1, -1, -1, 1});
+    } else {
+        const T3Float d = value(f, "defaultColor", T3Float{0.5f, 0.5f, 0.5f});
+        t->setBorderColor({d.x, d.y, d.z, 1});
+    }
+    return t;
+}
+
+TsharedGlTextureObject TmaterialTexture::computeSwatch(T3dPort& port) {
+    if (fsDisableTextureCompute)
+        return fTextures.empty() ? nullptr : fTextures[0];
+    if (!hasState(kSwatchStale) && !fTextures.empty())
+        return fTextures[0];
+    setState(kSwatchStale, false);
+    fSwatch = TbaseAccessor::appRetrieveShared(fPlug);
+    if (!fSwatch) {
+        fTextures.clear();
+        return nullptr;
+    }
+    fTextures.resize(1);
+    return upload(port, *fSwatch, 0);
+}
+
+TsharedGlTextureObject TmaterialTexture::computeConvertSolid(T3dPort& port,
+                                                             const TdagPath& object) {
+    const auto slotOf = [&]() -> long {
+        for (size_t i = 0; i < fPaths.size(); ++i)
+            if (fPaths[i] == object)
+                return long(i);
+        return -1;
+    };
+    if (fsDisableTextureCompute) {
+        const long slot = slotOf();
+        return slot >= 0 && size_t(slot) < fTextures.size() ? fTextures[size_t(slot)] : nullptr;
+    }
+    if (hasState(kBakeStale)) {
+        setState(kBakeStale, false);
+        fTextures.clear();
+        fPaths.clear();
+        fUvRanges.clear();
+    }
+    long slot = slotOf();
+    if (slot < 0) {
+        unsigned size = fsHardwareRender ? unsigned(std::max(2, fsHardwareRenderResolution))
+                                         : nodeResolution(fPlug.node());
+        TpixelMap map;
+        T2Float lo{0, 0}, hi{1, 1};
+        // The material baked as its own texture, or a file whose
+        // transparency the material takes too, bakes opaque.
+        const bool alpha =
+            fPlug.node() != (fInfo ? fInfo->material() : nullptr) && !colorTranspBothConnected();
+        if (!TbaseAccessor::appConvertSolidTx(object, TdagPath(), fPlug, size, size, alpha, map, lo,
+                                              hi)) {
+            map = TpixelMap(2, 2, 3);
+            std::fill_n(map.data(), 2 * 2 * 4, uint8_t(255));
+            lo = {0, 0};
+            hi = {1, 1};
+        }
+        fPaths.push_back(object);
+        fUvRanges.emplace_back(lo, hi);
+        slot = long(fPaths.size() - 1);
+        upload(port, map, size_t(slot));
+    }
+    return fTextures[size_t(slot)];
+}
+
+unsigned TmaterialTexture::nodeResolution(const TdependNode* node) {
+    const auto clampSide = [](double v) {
+        return unsigned(std::clamp(v, 2.0, 65535.0));
+    };
+    float resolution = 0.0f;
+    const bool hasResolution =
+        TrenderUtilities::getUnconnectedValue(node, "resolution", resolution);
+    if (OrvoEnvIsSet("ORVO_HW_FILE_TEXTURE_RESOLUTION_OVERRIDE") && node &&
+        const_cast<TdependNode*>(node)->cast(TdnFileTexture::sTypeof())) {
+        const T2Float size = value(node, "outSize", T2Float{0, 0});
+        double side = std::max(size.x, size.y);
+        if (hasResolution)
+            side = std::max(side, double(resolution));
+        return clampSide(side);
+    }
+    if (hasResolution)
+        return clampSide(resolution);
+    const std::optional<std::string> option =
+        ToptionVars::instance().get("defaultTextureResolution");
+    const std::optional<long long> wanted = option ? OrvoParseInteger(*option) : std::nullopt;
+    if (!wanted)
+        return 32;
+    if (*wanted <= 32)
+        return unsigned(std::max(*wanted, 2LL));
+    unsigned side = 64;
+    while (side < 4096 && (long long)side < *wanted)
+        side *= 2;
+    return side;
+}
+
+bool TmaterialTexture::isSupportedFile() {
+    TdnFileTexture* f = file();
+    if (!f || value(f, "invert", false))
+        return false;
+    if (hasState(kAskSupported)) {
+        setState(kHasBotFile, f->hasBOTFile());
+        setState(kAskSupported, false);
+    }
+    if (hasState(kHasBotFile))
+        return false;
+    const T2Float coverage = value(f, "coverage", T2Float{1, 1});
+    const T2Float repeat = value(f, "repeatUV", T2Float{1, 1});
+    const bool mirror = value(f, "mirrorU", false) || value(f, "mirrorV", false);
+    const bool cardMirrors =
+        fInfo && fInfo->port() && fInfo->port()->hasExtension("GL_ARB_texture_mirrored_repeat");
+    if (coverage.x < 1.0f || coverage.y < 1.0f || value(f, "stagger", false) ||
+        (mirror && !cardMirrors))
+        return false;
+    if (!value(f, "wrapU", true) && !near(repeat.x, 1.0f, 1e-5f))
+        return false;
+    if (!value(f, "wrapV", true) && !near(repeat.y, 1.0f, 1e-5f))
+        return false;
+    if (!OrvoEnvIsSet("ORVO_OLD_TEX_PLACEMENT_BAKING"))
+        return true;
+    if (std::fabs(value(f, "rotateUV", 0.0f)) > 1e-10f) {
+        const T2Float offset = value(f, "offset", T2Float{0, 0});
+        const T2Float frame{value(f, "translateFrameU", 0.0f), value(f, "translateFrameV", 0.0f)};
+        return near(offset.x, 0, 1e-5f) && near(offset.y, 0, 1e-5f) && near(frame.x, 0, 1e-5f) &&
+               near(frame.y, 0, 1e-5f) && near(repeat.x, 1, 1e-5f) && near(repeat.y, 1, 1e-5f);
+    }
+    return true;
+}
+
+// ---------------------------------------------------------------- what the draw reads
+
+T3Float TmaterialTexture::getDefaultColor(const TdagPath& path) const {
+    const TdependNode* n = fPlug.node();
+    switch (fKind) {
+    case kFile:
+    case kSwatch:
+        return value(n, "defaultColor", T3Float{0.5f, 0.5f, 0.5f});
+    case kConvertSolid: {
+        T3Float c{0, 0, 0};
+        return TrenderUtilities::getUnconnectedValue(n, "defaultColor", c) ? c : T3Float{0, 0, 0};
+    }
+    case kSwitch: {
+        if (const TmaterialTexture* child = findSwitchPath(path))
+            return child->getDefaultColor(path);
+        T3Float c{0, 0, 0};
+        float grey = 0;
+        if (TrenderUtilities::getUnconnectedValue(fPlug, c))
+            return c;
+        if (TrenderUtilities::getUnconnectedValue(fPlug, grey))
+            return {grey, grey, grey};
+        return {0, 0, 0};
+    }
+    default: {
+        T3Float c{0, 0, 0};
+        return TrenderUtilities::getUnconnectedValue(n, "hardwareColor", c) ? c : T3Float{0, 0, 0};
+    }
+    }
+}
+
+T3Float TmaterialTexture::getTextureColor(const TdagPath& path) const {
+    if (fKind == kSwitch && path.isValid()) {
+        bool listed = false;
+        for (size_t i = 1; i < fPaths.size(); ++i)
+            listed = listed || (fPaths[i].node() == path.node() && fChildren[i]);
+        if (!listed)
+            return getDefaultColor(path);
+    }
+    return {1, 1, 1};
+}
+
+void TmaterialTexture::getTextureTransform(const TdagPath& path, float& rotate, float& scaleU,
+                                           float& scaleV, float& offsetU, float& offsetV,
+                                           float& angle) const {
+    rotate = angle = 0.0f;
+    scaleU = scaleV = 1.0f;
+    offsetU = offsetV = 0.0f;
+    if (fKind == kSwitch) {
+        if (const TmaterialTexture* child = findSwitchPath(path))
+            child->getTextureTransform(path, rotate, scaleU, scaleV, offsetU, offsetV, angle);
+        return;
+    }
+    if (fKind != kFile)
+        return;
+    const TdependNode* f = fPlug.node();
+    const T2Float coverage = value(f, "coverage", T2Float{1, 1});
+    const T2Float repeat = value(f, "repeatUV", T2Float{1, 1});
+    const T2Float offset = value(f, "offset", T2Float{0, 0});
+    const T2Float frame{value(f, "translateFrameU", 0.0f), value(f, "translateFrameV", 0.0f)};
+    scaleU = coverage.x == 0 || repeat.x == 0 ? 1e-5f : coverage.x / repeat.x;
+    scaleV = coverage.y == 0 || repeat.y == 0 ? 1e-5f : coverage.y / repeat.y;
+    offsetU = frame.x - offset.x * scaleU;
+    offsetV = frame.y - offset.y * scaleV;
+    const float rotateUV = value(f, "rotateUV", 0.0f), rotateFrame = value(f, "rotateFrame", 0.0f);
+    if (!OrvoEnvIsSet("ORVO_OLD_TEX_PLACEMENT_BAKING")) {
+        rotate = float(rotateUV * kDegreesPerRadian);
+        angle = float(rotateFrame * kDegreesPerRadian);
+    } else {
+        angle = float((rotateUV + rotateFrame) * kDegreesPerRadian);
+    }
+}
+
+void TmaterialTexture::getUvRange(const TdagPath& path, T2Float& lo, T2Float& hi) const {
+    lo = {0, 0};
+    hi = {1, 1};
+    if (fKind == kSwitch) {
+        if (const TmaterialTexture* child = findSwitchPath(path))
+            child->getUvRange(path, lo, hi);
+        return;
+    }
+    if (fKind != kConvertSolid)
+        return;
+    for (size_t i = 0; i < fPaths.size() && i < fUvRanges.size(); ++i)
+        if (fPaths[i] == path) {
+            lo = fUvRanges[i].first;
+            hi = fUvRanges[i].second;
+        }
+}
+
+TsharedGlTextureObject TmaterialTexture::find(const TmaterialTexture& other,
+                                              const Tstring& fileName) const {
+    if (fKind == kSwitch) {
+        for (const auto& child : fChildren)
+            if (child)
+                if (TsharedGlTextureObject t = child->find(other, fileName))
+                    return t;
+        return nullptr;
+    }
+    if (fKind != other.fKind || fKind != kFile || fFileName != fileName || fTextures.empty() ||
+        hasState(kFileStale))
+        return nullptr;
+    // A texture whose alpha was kept serves only one that keeps it too.
+    if (colorTranspBothConnected() != other.colorTranspBothConnected())
+        return nullptr;
+    return fTextures[0];
+}
+
+// ---------------------------------------------------------------- staying current
+
+void TmaterialTexture::refresh() {
+    if (fInfo && !fsDisableTextureCompute)
+        fInfo->transformsDirty();
+}
+
+void TmaterialTexture::dirty(const Tplug& plug) {
+    const Tattribute& root = rootOf(*plug.attribute());
+    const Tstring& name = root.longName();
+    if (plug.node() == fInfo && &root == &TmaterialInfo::aTextureFilter) {
+        setState(kFilterChanged, true);
+        for (auto& child : fChildren)
+            if (child)
+                child->dirty(plug);
+        return;
+    }
+    switch (fKind) {
+    case kFile: {
+        const bool cycling = hasState(kCycling);
+        if (name == "defaultColor") {
+            refresh();
+        } else if (name == "useFrameExtension" || name == "useHardwareTextureCycling") {
+            setState(kFileStale, true);
+            refresh();
+        } else if (name == "startCycleExtension" || name == "endCycleExtension" ||
+                   name == "byCycleIncrement") {
+            if (cycling) {
+                setState(kCycleRangeChanged, true);
+                refresh();
+            }
+        } else if (name == "frameExtension") {
+            refresh();
+            if (!cycling)
+                setState(kFileStale, true);
+        } else if (name == "frameOffset") {
+            refresh();
+            setState(kFileStale, true);
+            if (cycling)
+                setState(kCycleRangeChanged, true);
+        } else if (name == "colorGain" || name == "colorOffset" || name == "alphaGain" ||
+                   name == "alphaOffset" || name == "alphaIsLuminance" || name == "invert") {
+            refresh();
+            setState(kFileStale, true);
+        } else if (name == "fileTextureName") {
+            refresh();
+            setState(kFileStale | kAskSupported | kSharingStale, true);
+        } else {
+            // Placement: the texture matrix changes, the image does not.
+            refresh();
+        }
+        break;
+    }
+    case kSwatch:
+        if (name == "defaultColor")
+            refresh();
+        else {
+            setState(kSwatchStale, true);
+            refresh();
+        }
+        break;
+    case kConvertSolid:
+        if (name != "defaultColor") {
+            if (!hasState(kBakeStale)) {
+                refresh();
+                setState(kBakeStale, true);
+            }
+            if (name == "fileTextureName")
+                setState(kAskSupported, true);
+        }
+        break;
+    case kSwitch:
+        for (auto& child : fChildren)
+            if (child && child->fPlug.node() == plug.node())
+                child->dirty(plug);
+        break;
+    default:
+        break;
+    }
+}
+
+void TmaterialTexture::purge() {
+    switch (fKind) {
+    case kSwatch:
+        setState(kSwatchStale, true);
+        break;
+    case kConvertSolid:
+        setState(kBakeStale, true);
+        break;
+    case kSwitch:
+        for (auto& child : fChildren)
+            if (child)
+                child->purge();
+        break;
+    default:
+        break;
+    }
+    if (fKind != kFile)
+        fTextures.clear();
+}
+
+void TmaterialTexture::attributeChanged(TdependNode& node, const TattributeChangedMsg& msg) {
+    if (!msg.plug || OrvoViewportIsBaking())
+        return;
+    if (&node == fPlug.node()) {
+        if (fKind == kSwitch && (msg.flags & TattributeChangedMsg::kConnectionChange)) {
+            // Inputs came or went: the children follow the connections.
+            buildSwitch();
+            refresh();
+        }
+        return; // the value's own dirty message follows
+    }
+    // Upstream of a bake: a connection change reshapes the network.
+    if (msg.flags & TattributeChangedMsg::kConnectionChange) {
+        if (fKind == kConvertSolid || fKind == kSwatch)
+            listenUpstream();
+        dirty(*msg.plug);
+    }
+}
+
+void TmaterialTexture::nodeDirty(TdependNode& node, const TnodeDirtyMsg& msg) {
+    if (!msg.plug || OrvoViewportIsBaking())
+        return;
+    if (&node == fPlug.node() || fKind == kConvertSolid || fKind == kSwatch)
+        dirty(*msg.plug);
+}
+
+void TmaterialTexture::nodeDeleted(TdependNode& node) {
+    fSources.erase(std::remove(fSources.begin(), fSources.end(), &node), fSources.end());
+}

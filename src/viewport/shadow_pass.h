@@ -1,0 +1,89 @@
+#pragma once
+
+// The viewport's shadow pass: for each light that casts depth map shadows,
+// the scene is drawn from the light into the depth buffer and copied into a
+// depth texture, which the draw then compares against. Which way the draw
+// compares is chosen by what the card offers: depth textures compared in
+// the texture unit (the shadow extensions), or texture combiners where
+// those are missing.
+
+#include <GL/gl.h>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "host/draw/port.h"
+#include "host/scene/matrix.h"
+
+class TdependGraph;
+
+// One shadowing light as the pass sees it: where it looks from, in the
+// space the geometry is drawn in (the camera's eye space for the viewport).
+struct TlightInfoShadowPass {
+    const class TlightShape* light = nullptr;
+    // The geometry's space to the light's view space (the light looking
+    // down its -Z), and the light's orthographic box in that space.
+    T4dDblMatrix toLight;
+    double halfWidth = 1.0, nearClip = 0.0, farClip = 1.0;
+    unsigned resolution = 512;
+    // Polygon offset units for this light (dmapBias in depth steps).
+    float offsetUnits = 1.0f;
+    GLuint depthTexture = 0;
+};
+
+class TshadowPassProcess {
+public:
+    enum Path {
+        kNoShadows = 0,
+        kSGIXshadows = 1,      // depth textures compared in the texture unit
+        kTextureCombiners = 2, // depth read back through texture combiners
+    };
+    // Polygon offset of the light's view: the slope factor, and the units
+    // per unit of a light's offset. Enough to keep lit surfaces from
+    // shadowing themselves at a texel's size.
+    static constexpr float kOffsetFactor = 2.0f;
+    static constexpr float kOffsetUnitsScale = 64.0f;
+
+    TshadowPassProcess() = default;
+    ~TshadowPassProcess();
+    TshadowPassProcess(const TshadowPassProcess&) = delete;
+    TshadowPassProcess& operator=(const TshadowPassProcess&) = delete;
+
+    // Picks the path the port's extensions allow.
+    Path checkExtensions(const T3dPort& port);
+    Path path() const { return fPath; }
+
+    // The directional lights of the graph with depth map shadows on, their
+    // boxes fitted around a sphere (centre and radius in the geometry's
+    // space) that holds the scene; `geometryToWorld` takes the geometry's
+    // space to world space.
+    void getAllShadowingLights(TdependGraph& graph, const T4dDblMatrix& geometryToWorld,
+                               const T3dDblVector& centre, double radius);
+    std::vector<TlightInfoShadowPass>& lights() { return fLights; }
+
+    // Draws the scene (`drawGeometry` issues its triangles in the geometry's
+    // space) from the light into the port's depth buffer, and copies the
+    // result into the light's depth texture. The port's colour is left
+    // alone; its depth buffer is cleared afterwards.
+    void updateDepthMap(T3dPort& port, TlightInfoShadowPass& light,
+                        const std::function<void()>& drawGeometry);
+    // The light's projection times its view: geometry space to the light's
+    // clip space.
+    static T4dDblMatrix computeProjectionMatrix(const TlightInfoShadowPass& light);
+    // Frees the depth textures.
+    void removeDepthMaps();
+
+    static void setUseHighPrecisionShadows(bool on) { sHighPrecision = on; }
+    static bool useHighPrecisionShadows() { return sHighPrecision; }
+
+private:
+    void setupGL_OffsetPolygons(const TlightInfoShadowPass& light);
+
+    Path fPath = kNoShadows;
+    std::vector<TlightInfoShadowPass> fLights;
+    // The context the depth textures live in, while it lives.
+    T3dPort* fPort = nullptr;
+    std::weak_ptr<void> fContext;
+    static bool sHighPrecision;
+};

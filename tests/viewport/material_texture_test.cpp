@@ -1,0 +1,157 @@
+// The texture a material info shows: files drawn as they are (and shared),
+// networks baked through the shading engine, and the listening that keeps
+// a texture current without redoing work an edit does not call for.
+
+#include <gtest/gtest.h>
+
+#include <OpenImageIO/imageio.h>
+
+#include <sstream>
+
+#include "host/draw/accessor.h"
+#include "host/draw/port.h"
+#include "host/graph.h"
+#include "host/qsl/interpreter.h"
+#include "host/scene/dag.h"
+#include "shading/shading_engine.h"
+#include "support/temp_folder.h"
+#include "viewport/material_info.h"
+#include "viewport/material_texture.h"
+
+namespace {
+
+struct Scene {
+    TdependGraph g;
+    std::ostringstream out;
+    T3dPort port{4, 4};
+    TdagPath object;
+
+    explicit Scene(const std::string& text) {
+        qsl::Interpreter(g, out).runText(text, "scene.qsl");
+        if (auto* m = dynamic_cast<TdagObject*>(g.findNode("m")))
+            object = m->firstPath();
+    }
+    void run(const std::string& line) { qsl::Interpreter(g, out).runText(line, "edit.qsl"); }
+    TmaterialInfo& info(const char* group) {
+        auto* engine =
+            static_cast<TDNshadingEngine*>(g.findNode(group)->cast(TDNshadingEngine::sTypeof()));
+        return TmaterialInfo::ensureShadingEngineHasInfo(*engine);
+    }
+};
+
+// A lambert on mesh m in group sg, its colour from `texture`.
+std::string textured(const std::string& texture) {
+    return texture +
+           "\nnode lambert paint\nconnect tex.outColor paint.color\nnode shadingEngine sg\n"
+           "connect paint.outColor sg.surfaceShader\nnode transform t\nnode mesh m -parent t\n"
+           "member sg m\n";
+}
+
+// RGBA of pixel (x, y) of a map, y from the bottom.
+std::array<int, 4> rgba(const TpixelMap& map, unsigned x, unsigned y) {
+    const uint8_t* p = map.pixel(x, y);
+    return {p[TpixelMap::kRed], p[TpixelMap::kGreen], p[TpixelMap::kBlue], p[TpixelMap::kAlpha]};
+}
+
+void writePng(const std::string& path, unsigned width, unsigned height,
+              const std::vector<uint8_t>& rgbaTopDown) {
+    auto out = OIIO::ImageOutput::create(path);
+    ASSERT_TRUE(
+        out && out->open(path, OIIO::ImageSpec(int(width), int(height), 4, OIIO::TypeDesc::UINT8)));
+    ASSERT_TRUE(out->write_image(OIIO::TypeDesc::UINT8, rgbaTopDown.data()));
+    out->close();
+}
+
+} // namespace
+
+TEST(MaterialTexture, BakesANetworkAtPixelCentres) {
+    // A checker of red and blue: colour1 where u and v lie on the same side
+    // of 0.5, colour2 elsewhere.
+    Scene s(textured("node checker tex\nset tex.color1 1 0 0\nset tex.color2 0 0 1"));
+    const Tplug plug(s.g.findNode("tex"), s.g.findNode("tex")->findAttribute("outColor"));
+    TpixelMap map;
+    T2Float lo, hi;
+    ASSERT_TRUE(TbaseAccessor::appConvertSolidTx({}, {}, plug, 4, 2, false, map, lo, hi));
+    ASSERT_EQ(map.width(), 4u);
+    ASSERT_EQ(map.height(), 2u);
+    // Row 0 is v = 0.25: u = 0.125 and 0.375 red, 0.625 and 0.875 blue.
+    EXPECT_EQ(rgba(map, 0, 0), (std::array<int, 4>{255, 0, 0, 255}));
+    EXPECT_EQ(rgba(map, 1, 0), (std::array<int, 4>{255, 0, 0, 255}));
+    EXPECT_EQ(rgba(map, 2, 0), (std::array<int, 4>{0, 0, 255, 255}));
+    // Row 1 is v = 0.75: the other way round.
+    EXPECT_EQ(rgba(map, 0, 1), (std::array<int, 4>{0, 0, 255, 255}));
+    EXPECT_EQ(rgba(map, 3, 1), (std::array<int, 4>{255, 0, 0, 255}));
+    // The bake leaves no shading group of its own behind.
+    EXPECT_EQ(s.g.findNode("shadingEngine1"), nullptr);
+}
+
+TEST(MaterialTexture, AnUpstreamEditRebakesAndAnUnrelatedOneDoesNot) {
+    Scene s(textured("node place2dTexture place\nnode checker tex\n"
+                     "connect place.outUV tex.uvCoord\nset tex.color1 1 0 0\n"
+                     "node lambert other\nset other.color 0 1 0"));
+    TmaterialInfo& info = s.info("sg");
+    TmaterialTexture* texture = info.materialTexture();
+    ASSERT_NE(texture, nullptr);
+    ASSERT_EQ(texture->kind(), TmaterialTexture::kSwatch);
+    ASSERT_TRUE(texture->textureObject(s.port, s.object));
+    EXPECT_EQ(texture->computeCount(), 1u);
+    EXPECT_FALSE(texture->isDirty());
+    // A second draw finds it current.
+    texture->textureObject(s.port, s.object);
+    EXPECT_EQ(texture->computeCount(), 1u);
+
+    // A node the texture does not read: nothing to redo.
+    s.run("set other.color 0 0 1");
+    EXPECT_FALSE(texture->isDirty());
+    texture->textureObject(s.port, s.object);
+    EXPECT_EQ(texture->computeCount(), 1u);
+
+    // The placement upstream of the checker: stale, and the next draw bakes.
+    s.run("set place.repeatUV 4 4");
+    EXPECT_TRUE(texture->isDirty());
+    texture->textureObject(s.port, s.object);
+    EXPECT_EQ(texture->computeCount(), 2u);
+    // And the texture node itself.
+    s.run("set tex.color2 0 1 0");
+    EXPECT_TRUE(texture->isDirty());
+    texture->textureObject(s.port, s.object);
+    EXPECT_EQ(texture->computeCount(), 3u);
+}
+
+TEST(MaterialTexture, FilesAreDrawnDirectlyAndShared) {
+    TempFolder folder;
+    const std::string path = folder.file("tile.png");
+    // 2 by 1: red with alpha 128, then opaque green.
+    writePng(path, 2, 1, {255, 0, 0, 128, 0, 255, 0, 255});
+    Scene s(textured("node file tex\nset tex.fileTextureName \"" + path + "\"") +
+            "node lambert paint2\nconnect tex.outColor paint2.color\nnode shadingEngine sg2\n"
+            "connect paint2.outColor sg2.surfaceShader\n");
+    TmaterialTexture* first = s.info("sg").materialTexture();
+    TmaterialTexture* second = s.info("sg2").materialTexture();
+    ASSERT_TRUE(first && second);
+    EXPECT_EQ(first->kind(), TmaterialTexture::kFile);
+    const TsharedGlTextureObject a = first->textureObject(s.port, s.object);
+    ASSERT_TRUE(a);
+    EXPECT_EQ(a->width(), 2u);
+    EXPECT_EQ(a->height(), 1u);
+    // The second info showing the same file takes the first one's texture.
+    EXPECT_EQ(second->textureObject(s.port, s.object), a);
+    EXPECT_EQ(second->computeCount(), 0u);
+    // Its alpha is not wanted (the transparency is not connected from the
+    // file): the texture is drawn opaque, so the info's object is opaque.
+    EXPECT_FALSE(s.info("sg").hasTransparency(&s.port, s.object, {}));
+
+    // Placement edits change the texture matrix, not the image.
+    s.run("set tex.repeatUV 2 4");
+    EXPECT_FALSE(first->isDirty());
+    float rotate, scaleU, scaleV, offsetU, offsetV, angle;
+    first->getTextureTransform(s.object, rotate, scaleU, scaleV, offsetU, offsetV, angle);
+    // coverage 1 over repeat: 1/2 and 1/4.
+    EXPECT_FLOAT_EQ(scaleU, 0.5f);
+    EXPECT_FLOAT_EQ(scaleV, 0.25f);
+
+    // A coverage below 1 cannot be drawn as a plain texture: it is baked.
+    s.run("set tex.coverage 0.5 1");
+    first->textureObject(s.port, s.object);
+    EXPECT_EQ(first->kind(), TmaterialTexture::kConvertSolid);
+}
