@@ -231,11 +231,14 @@ inline void TfileTextureCache::prefetch(const Tpyramid& pyramid, unsigned level,
     const uint32_t block = pyramid.fBlocksPerRow[level] * (row0 >> Tpyramid::kBlockShift) +
                            (x >> Tpyramid::kBlockShift);
     const uint64_t key = keyOf(pyramid.fSerial, level, block);
-    // Coherent lookups mostly stay in the block just read, at hand; their
-    // texels still come from memory as a new row starts.
-    const int k = fLruHead >= 0 && fEntries[size_t(fLruHead)].key == key
-                      ? fLruHead
-                      : find(pyramid, key, level);
+    // Coherent lookups mostly stay in the block just read or the one before
+    // it, at hand; their texels still come from memory as a new row starts.
+    int k = fLruHead;
+    if (k >= 0 && fEntries[size_t(k)].key != key) {
+        k = fLinks[size_t(k)].next;
+        if (k < 0 || fEntries[size_t(k)].key != key)
+            k = find(pyramid, key, level);
+    }
     if (k < 0)
         return;
     // Addresses as integers: the second row may lie in another block (at a
