@@ -352,10 +352,18 @@ TrenderedImage drawViewport(TdependGraph& graph, const ViewRequest& request) {
     for (const auto& [l, gl] : glLights)
         glEnable(gl);
     glLightModelfv(GL_LIGHT_MODEL_AMBIENT, ambient);
-    // See-through objects last, under every light.
+    // See-through objects last, under every light: each one's far side
+    // first, then its near side blended over it, so that a closed object
+    // shows its inside behind its front rather than over it.
+    glEnable(GL_CULL_FACE);
     for (const Draw& d : draws)
-        if (d.transparent)
+        if (d.transparent) {
+            glCullFace(GL_FRONT);
             drawOne(d, false);
+            glCullFace(GL_BACK);
+            drawOne(d, false);
+        }
+    glDisable(GL_CULL_FACE);
 
     const std::vector<uint8_t> rgba = port.readPixels();
     TrenderedImage image;
