@@ -553,18 +553,15 @@ constexpr float kEccentricity = 0.3f;
 constexpr float kRollOff = 0.7f;
 constexpr float kSpecular = 0.5f;
 
-// What the network computes, written out: the placement with repeat 4, the
-// checker with its filter, lambert with one term per light, and with
-// `blinn` blinn's highlight of each light (eccentricity 0.3, roll-off 0.7,
-// specularColor 0.5; no ray sampler, so no reflection). The light records
-// are the same at every point (directional lights without shadows), so
-// they are made once.
-void fusedMaterial(int lights, bool blinn, const Inputs& in, Outputs& out) {
-    struct Light {
-        float dir[3];
-        float rgb[3];
-    };
-    Light table[16];
+// The lights of the fused loops, the same at every point (directional
+// lights without shadows): the unit direction towards each and its colour
+// times its intensity.
+struct FusedLight {
+    float dir[3];
+    float rgb[3];
+};
+
+void fusedLightTable(int lights, FusedLight* table) {
     const std::vector<LightSetup> setups = lightSetups(lights);
     for (int k = 0; k < lights; ++k) {
         const T3Float d = towardsLight(setups[size_t(k)]);
@@ -574,6 +571,17 @@ void fusedMaterial(int lights, bool blinn, const Inputs& in, Outputs& out) {
         table[k] = {{d.x * scale, d.y * scale, d.z * scale},
                     {l.color.x * l.intensity, l.color.y * l.intensity, l.color.z * l.intensity}};
     }
+}
+
+// What the network computes, written out: the placement with repeat 4, the
+// checker with its filter, lambert with one term per light, and with
+// `blinn` blinn's highlight of each light (eccentricity 0.3, roll-off 0.7,
+// specularColor 0.5; no ray sampler, so no reflection). The light records
+// are the same at every point (directional lights without shadows), so
+// they are made once.
+void fusedMaterial(int lights, bool blinn, const Inputs& in, Outputs& out) {
+    FusedLight table[16];
+    fusedLightTable(lights, table);
     for (unsigned s = 0; s < kSamples; ++s) {
         // Placement: coverage 1, wrap on, repeat 4; the filter box scales
         // by repeat / coverage.
@@ -621,7 +629,7 @@ void fusedMaterial(int lights, bool blinn, const Inputs& in, Outputs& out) {
         const T3Float n = in.normal[s];
         float sum[3] = {0.0f, 0.0f, 0.0f};
         for (int k = 0; k < lights; ++k) {
-            const Light& l = table[k];
+            const FusedLight& l = table[k];
             const float d = l.dir[0] * n.x + l.dir[1] * n.y + l.dir[2] * n.z;
             float amount = 0.0f;
             if (d >= 0.0f)
@@ -636,7 +644,7 @@ void fusedMaterial(int lights, bool blinn, const Inputs& in, Outputs& out) {
             const float nv = -(n.x * I.x + n.y * I.y + n.z * I.z);
             float highlight[3] = {0.0f, 0.0f, 0.0f};
             for (int k = 0; k < lights; ++k) {
-                const Light& l = table[k];
+                const FusedLight& l = table[k];
                 const float nl = l.dir[0] * n.x + l.dir[1] * n.y + l.dir[2] * n.z;
                 if (!(nl > 0.0f))
                     continue;
@@ -685,20 +693,8 @@ inline float floorOf(float x) {
 // floating point value on a path the source doesn't take (it might trap),
 // so a branch with arithmetic in it would keep the loop scalar.
 void fusedLambertVector(int lights, const Inputs& in, Outputs& out) {
-    float dir[16][3], rgb[16][3];
-    const std::vector<LightSetup> setups = lightSetups(lights);
-    for (int k = 0; k < lights; ++k) {
-        const T3Float d = towardsLight(setups[size_t(k)]);
-        const float length = std::sqrt(d.x * d.x + d.y * d.y + d.z * d.z);
-        const float scale = length > 1e-6f ? 1.0f / length : 1.0f;
-        const LightSetup& l = setups[size_t(k)];
-        dir[k][0] = d.x * scale;
-        dir[k][1] = d.y * scale;
-        dir[k][2] = d.z * scale;
-        rgb[k][0] = l.color.x * l.intensity;
-        rgb[k][1] = l.color.y * l.intensity;
-        rgb[k][2] = l.color.z * l.intensity;
-    }
+    FusedLight table[16];
+    fusedLightTable(lights, table);
     constexpr unsigned kRun = 256;
     static_assert(kSamples % kRun == 0, "whole runs only");
     alignas(64) float c0[kRun], c1[kRun], c2[kRun], s0[kRun], s1[kRun], s2[kRun];
@@ -755,8 +751,8 @@ void fusedLambertVector(int lights, const Inputs& in, Outputs& out) {
         const float* __restrict NY = in.ny.data() + base;
         const float* __restrict NZ = in.nz.data() + base;
         for (int k = 0; k < lights; ++k) {
-            const float dx = dir[k][0], dy = dir[k][1], dz = dir[k][2];
-            const float r = rgb[k][0], g = rgb[k][1], bl = rgb[k][2];
+            const float dx = table[k].dir[0], dy = table[k].dir[1], dz = table[k].dir[2];
+            const float r = table[k].rgb[0], g = table[k].rgb[1], bl = table[k].rgb[2];
             for (unsigned i = 0; i < kRun; ++i) {
                 const float d = dx * NX[i] + dy * NY[i] + dz * NZ[i];
                 const float lit = 0.0f + d * kDiffuse;

@@ -36,13 +36,6 @@ bool isColourAttribute(const Tstring& name) {
     return false;
 }
 
-const Tattribute& rootOf(const Tattribute& a) {
-    const Tattribute* r = &a;
-    while (r->parent())
-        r = r->parent();
-    return *r;
-}
-
 template <class T>
 T unconnected(const TdependNode* node, const char* name, T fallback) {
     T value = fallback;
@@ -307,7 +300,8 @@ void TmaterialInfo::attributeChanged(TdependNode& node, const TattributeChangedM
     const bool broken = msg.flags & TattributeChangedMsg::kConnectionBroken;
     if (&node == fShadingEngine) {
         // The group's surface material changed.
-        if (connection && &rootOf(*plug.attribute()) == &TDNshadingEngine::aSurfaceShader) {
+        if (connection &&
+            &OrvoRootAttribute(*plug.attribute()) == &TDNshadingEngine::aSurfaceShader) {
             const Tplug slot(this, &aMaterial);
             const Tplug current = slot.source();
             if (broken && !current.isNull() && msg.other && current.node() == msg.other->node())
@@ -319,7 +313,7 @@ void TmaterialInfo::attributeChanged(TdependNode& node, const TattributeChangedM
     }
     if (&node != fMaterial)
         return;
-    const Tstring& name = rootOf(*plug.attribute()).longName();
+    const Tstring& name = OrvoRootAttribute(*plug.attribute()).longName();
     if (connection &&
         (name == "materialAlphaGain" || name == "color" || name == "hardwareShader")) {
         if (fFactory) {
@@ -346,7 +340,7 @@ void TmaterialInfo::attributeChanged(TdependNode& node, const TattributeChangedM
 void TmaterialInfo::nodeDirty(TdependNode& node, const TnodeDirtyMsg& msg) {
     if (&node != fMaterial || !msg.plug || hasState(kStale) || OrvoViewportIsBaking())
         return;
-    const Tattribute& root = rootOf(*msg.plug->attribute());
+    const Tattribute& root = OrvoRootAttribute(*msg.plug->attribute());
     const bool matters = fFactory ? fFactory->attributeChangeMatters(*msg.plug)
                                   : drawsItself(fMaterial) || isColourAttribute(root.longName()) ||
                                         root.isComputed();

@@ -20,14 +20,14 @@ bool TmaterialTexture::fsHardwareRender = false;
 int TmaterialTexture::fsHardwareRenderResolution = 64;
 bool TmaterialTexture::fsDisableTextureCompute = false;
 
-namespace {
-
-const Tattribute& rootOf(const Tattribute& a) {
+const Tattribute& OrvoRootAttribute(const Tattribute& a) {
     const Tattribute* r = &a;
     while (r->parent())
         r = r->parent();
     return *r;
 }
+
+namespace {
 
 template <class T>
 T value(const TdependNode* node, const char* name, T fallback) {
@@ -99,7 +99,7 @@ void TmaterialTexture::chooseKind() {
     const bool tx2d = node && node->cast(TdnTx2D::sTypeof());
     const bool stencil = TmaterialInfo::isKindOf(node, "stencil");
     const bool isFile = file() != nullptr;
-    const Tattribute& shown = rootOf(*fPlug.attribute());
+    const Tattribute& shown = OrvoRootAttribute(*fPlug.attribute());
     const bool fileAlpha = isFile && &shown == &TdnTx2D::aOutAlpha;
     const bool resolution = node && node->findAttribute("resolution");
     if (tx2d && !stencil && (&shown == &TdnTx2D::aOutColor || fileAlpha) && !resolution) {
@@ -205,7 +205,8 @@ TsharedGlTextureObject TmaterialTexture::textureObject(T3dPort& port, const Tdag
         result = fsHardwareRender ? computeConvertSolid(port, object) : computeSwatch(port);
         break;
     case kConvertSolid:
-        if (file() && &rootOf(*fPlug.attribute()) == &TdnTx2D::aOutColor && isSupportedFile()) {
+        if (file() && &OrvoRootAttribute(*fPlug.attribute()) == &TdnTx2D::aOutColor &&
+            isSupportedFile()) {
             fKind = kFile;
             setState(kFileStale, true);
             result = computeFile(port);
@@ -280,7 +281,7 @@ bool TmaterialTexture::colorTranspBothConnected() const {
         const Tattribute* a = material->findAttribute(in);
         const Tplug source = a ? Tplug(material, a).source() : Tplug();
         return !source.isNull() && source.node() == f &&
-               rootOf(*source.attribute()).longName() == out;
+               OrvoRootAttribute(*source.attribute()).longName() == out;
     };
     return feeds("outColor", "color") && feeds("outTransparency", "transparency");
 }
@@ -578,7 +579,7 @@ void TmaterialTexture::refresh() {
 }
 
 void TmaterialTexture::dirty(const Tplug& plug) {
-    const Tattribute& root = rootOf(*plug.attribute());
+    const Tattribute& root = OrvoRootAttribute(*plug.attribute());
     const Tstring& name = root.longName();
     if (plug.node() == fInfo && &root == &TmaterialInfo::aTextureFilter) {
         setState(kFilterChanged, true);

@@ -21,6 +21,10 @@
 class TmaterialInfo;
 class TdnFileTexture;
 
+// The top of the compound that `a` belongs to (`a` itself when it stands
+// alone): a texture or material is shown by its output as a whole.
+const Tattribute& OrvoRootAttribute(const Tattribute& a);
+
 class TmaterialTexture : public Tclient {
 public:
     enum Kind : int32_t {

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "host/graph.h"
-#include "host/node_messages.h"
 #include "host/graph/graph_test_nodes.h"
+#include "host/node_messages.h"
 
 namespace {
 
