@@ -7,6 +7,8 @@
 //   ray       one Embree ray a point toward the sun, nearest hit (what the
 //             renderer's shadow rays trace, before any shading)
 //   occluded  the same ray as an occlusion test, the cheapest there is
+//   bulk      the same rays handed over together, as the renderer asks what
+//             lies on its shadow rays (TrenderScene::shadowReach)
 //
 // Before timing, the map with filter 0 (one texel: in or out) must agree
 // with the occlusion rays on 97% of the points; the rest lie on shadow
@@ -192,6 +194,18 @@ int main(int argc, char** argv) {
         reach = 1.0f;
     }
 
+    // Every object of the scene stops light (nothing has told the scene
+    // otherwise): the bulk way asks the same question as the others.
+    scene.setShadowRoles();
+    std::vector<TrayQuery> queries(n);
+    for (size_t i = 0; i < n; ++i) {
+        queries[i].origin = points.eye[i];
+        queries[i].direction = toLight[i];
+        queries[i].near = epsilon / OrvoLength(toLight[i]);
+        queries[i].far = reach;
+    }
+    std::vector<TshadowReach> reached(n);
+
     MapLookups f0(*map, 0), f1(*map, 1), f3(*map, 3);
     std::vector<Way> ways = {
         {"map/0", [&](size_t b, size_t e, float* o) { f0.run(points, b, e, o); }, {}},
@@ -215,12 +229,29 @@ int main(int argc, char** argv) {
                             : 0.0f;
          },
          {}},
+        {"bulk",
+         [&](size_t b, size_t e, float* o) {
+             // In the renderer's batches: 64 samples of 8 rays.
+             for (size_t at = b; at < e; at += 512) {
+                 const unsigned count = unsigned(std::min<size_t>(512, e - at));
+                 scene.shadowReach(count, queries.data() + at, reached.data() + at);
+                 for (size_t i = at; i < at + count; ++i)
+                     o[i] = reached[i] == TshadowReach::Clear ? 0.0f : 1.0f;
+             }
+         },
+         {}},
     };
 
     // Agreement first.
     std::vector<float> mapped(n), traced(n);
     ways[0].run(0, n, mapped.data());
     ways[4].run(0, n, traced.data());
+    std::vector<float> bulk(n);
+    ways[5].run(0, n, bulk.data());
+    if (bulk != traced) {
+        std::fprintf(stderr, "shadow_map: rays asked in bulk and one at a time disagree\n");
+        return 1;
+    }
     size_t agree = 0, shadowed = 0;
     for (size_t i = 0; i < n; ++i) {
         agree += mapped[i] == traced[i];

@@ -153,6 +153,7 @@ void TrayTracer::renderTile(unsigned x0, unsigned y0, unsigned x1, unsigned y1, 
     if (!level)
         return;
     level->mode = Mode::Shade;
+    level->coherent = true;
     const unsigned spp = std::max(1u, fSettings.samplesPerPixel);
     const TpinholeCamera& camera = fScene.camera();
     const size_t count = size_t(x1 - x0) * (y1 - y0) * spp;
@@ -216,6 +217,7 @@ unsigned TrayTracer::traceRays(unsigned count, TgenericRay** rays, Tspectrum* co
         return 0;
     }
     level->mode = Mode::Shade;
+    level->coherent = false;
     level->paths.resize(count);
     level->active.clear();
     for (unsigned i = 0; i < count; ++i) {
@@ -249,40 +251,119 @@ unsigned TrayTracer::traceRays(unsigned count, TgenericRay** rays, Tspectrum* co
     return traced;
 }
 
+void TrayTracer::startShadowPath(TrayPath& p, const TgenericRay& ray, const T3Float& direction,
+                                 const float* transmission, float fraction, int leaving) const {
+    p = TrayPath();
+    p.origin = {ray.origin[0], ray.origin[1], ray.origin[2]};
+    p.direction = direction;
+    p.rayOrigin = p.origin;
+    p.near = fScene.epsilon();
+    p.far = ray.maxDistance;
+    p.depth = ray.depth;
+    p.medium = ray.medium;
+    p.instance = uint32_t(ray.instance);
+    p.weight = {transmission[0], transmission[1], transmission[2]};
+    p.leaving = leaving;
+    p.fraction = fraction;
+}
+
 unsigned TrayTracer::traceShadowRays(unsigned count, TgenericRay** rays, float* transmission,
                                      float* fraction, int depthLimit) {
     Level* level = count ? enter() : nullptr;
     if (!level)
         return 0;
     level->mode = Mode::Shadow;
+    level->coherent = true;
     level->paths.resize(count);
     level->active.clear();
+    // The rays of one call mostly leave one surface: its object is looked
+    // up once.
+    const void* lastId = nullptr;
+    int lastObject = -1;
+    auto leavingOf = [&](const void* id) {
+        if (id != lastId || lastObject < 0) {
+            lastId = id;
+            lastObject = fScene.objectOf(id);
+        }
+        return lastObject;
+    };
+
+    if (!fScene.bulkShadows()) {
+        for (unsigned i = 0; i < count; ++i) {
+            const TgenericRay& ray = *rays[i];
+            const T3Float direction = unit({ray.direction[0], ray.direction[1], ray.direction[2]});
+            startShadowPath(level->paths[i], ray, direction, transmission + 3 * i, fraction[i],
+                            leavingOf(ray.objectId));
+            const TrayPath& p = level->paths[i];
+            if (ray.depth <= depthLimit && OrvoLength(p.direction) > 0.0f && p.far > p.near)
+                level->active.push_back(i);
+        }
+        const unsigned traced = unsigned(level->active.size());
+        follow(*level);
+        for (unsigned i = 0; i < count; ++i) {
+            const TrayPath& p = level->paths[i];
+            transmission[3 * i] = p.weight.r;
+            transmission[3 * i + 1] = p.weight.g;
+            transmission[3 * i + 2] = p.weight.b;
+            fraction[i] = p.fraction;
+        }
+        leave();
+        return traced;
+    }
+
+    // First ask the kernel, for all rays at once, what lies on each: most
+    // rays meet nothing or a surface that stops light outright, and need
+    // no shading. Only rays that cross a surface a light may pass through
+    // are followed surface by surface.
+    level->queries.clear();
+    level->asked.clear();
+    const float near = fScene.epsilon();
     for (unsigned i = 0; i < count; ++i) {
         const TgenericRay& ray = *rays[i];
-        TrayPath& p = level->paths[i];
-        p = TrayPath();
-        p.origin = {ray.origin[0], ray.origin[1], ray.origin[2]};
-        p.direction = unit({ray.direction[0], ray.direction[1], ray.direction[2]});
-        p.rayOrigin = p.origin;
-        p.near = fScene.epsilon();
-        p.far = ray.maxDistance;
-        p.depth = ray.depth;
-        p.medium = ray.medium;
-        p.instance = uint32_t(ray.instance);
-        p.weight = {transmission[3 * i], transmission[3 * i + 1], transmission[3 * i + 2]};
-        p.leaving = fScene.objectOf(ray.objectId);
-        p.fraction = fraction[i];
-        if (ray.depth <= depthLimit && OrvoLength(p.direction) > 0.0f && p.far > p.near)
-            level->active.push_back(i);
+        const T3Float direction = unit({ray.direction[0], ray.direction[1], ray.direction[2]});
+        if (ray.depth > depthLimit || !(OrvoLength(direction) > 0.0f) || !(ray.maxDistance > near))
+            continue;
+        TrayQuery q;
+        q.origin = {ray.origin[0], ray.origin[1], ray.origin[2]};
+        q.near = near;
+        q.direction = direction;
+        q.far = ray.maxDistance;
+        q.leaving = leavingOf(ray.objectId);
+        level->queries.push_back(q);
+        level->asked.push_back(i);
     }
-    const unsigned traced = unsigned(level->active.size());
-    follow(*level);
-    for (unsigned i = 0; i < count; ++i) {
-        const TrayPath& p = level->paths[i];
-        transmission[3 * i] = p.weight.r;
-        transmission[3 * i + 1] = p.weight.g;
-        transmission[3 * i + 2] = p.weight.b;
-        fraction[i] = p.fraction;
+    const unsigned traced = unsigned(level->queries.size());
+    level->reach.resize(traced);
+    fScene.shadowReach(traced, level->queries.data(), level->reach.data());
+    for (unsigned k = 0; k < traced; ++k) {
+        const uint32_t i = level->asked[k];
+        switch (level->reach[k]) {
+        case TshadowReach::Clear:
+            ++fRaysTraced;
+            break;
+        case TshadowReach::Blocked:
+            ++fRaysTraced;
+            transmission[3 * i] = transmission[3 * i + 1] = transmission[3 * i + 2] = 0.0f;
+            break;
+        case TshadowReach::Crossed:
+            startShadowPath(level->paths[i], *rays[i], level->queries[k].direction,
+                            transmission + 3 * i, fraction[i], level->queries[k].leaving);
+            level->active.push_back(i);
+            break;
+        }
+    }
+    if (!level->active.empty()) {
+        follow(*level);
+        for (unsigned k = 0; k < traced; ++k) {
+            if (level->reach[k] != TshadowReach::Crossed)
+                continue;
+            const uint32_t i = level->asked[k];
+            const TrayPath& p = level->paths[i];
+            transmission[3 * i] = p.weight.r;
+            transmission[3 * i + 1] = p.weight.g;
+            transmission[3 * i + 2] = p.weight.b;
+            fraction[i] = p.fraction;
+        }
     }
     leave();
     return traced;
@@ -305,11 +386,27 @@ void TrayTracer::follow(Level& level) {
         level.map.reserve(level.active.size());
         level.map.clear();
         level.next.clear();
-        for (const uint32_t index : level.active) {
+        // The round's nearest hits, asked together.
+        const size_t n = level.active.size();
+        level.queries.resize(n);
+        level.hits.resize(n);
+        level.found.resize(n);
+        for (size_t k = 0; k < n; ++k) {
+            const TrayPath& p = level.paths[level.active[k]];
+            TrayQuery& q = level.queries[k];
+            q.origin = p.origin;
+            q.near = p.near;
+            q.direction = p.direction;
+            q.far = p.far;
+        }
+        fScene.intersect(unsigned(n), level.queries.data(), level.hits.data(), level.found.data(),
+                         level.coherent);
+        for (size_t k = 0; k < n; ++k) {
+            const uint32_t index = level.active[k];
             TrayPath& p = level.paths[index];
-            Thit hit;
+            Thit hit = level.hits[k];
             ++fRaysTraced;
-            bool found = fScene.intersect(p.origin, p.direction, p.near, p.far, hit);
+            bool found = level.found[k] != 0;
             // A shadow ray leaving a faceted surface near where it turns
             // from the light can start just under the facets that a smooth
             // normal lit; it then meets its own object from inside first.

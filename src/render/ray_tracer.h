@@ -150,6 +150,15 @@ private:
         std::vector<uint32_t> active, next;
         TsampleRayMap map;
         Mode mode = Mode::Shade;
+        // Rays start close together and run alike (eye rays, shadow rays
+        // toward one light): the kernel may walk them as packets.
+        bool coherent = false;
+        // A round's rays as the kernel takes them, and what it answers.
+        std::vector<TrayQuery> queries;
+        std::vector<Thit> hits;
+        std::vector<uint8_t> found;
+        std::vector<TshadowReach> reach;
+        std::vector<uint32_t> asked; // the call's ray of each shadow query
     };
 
     // The level for a new call, or null when nesting has gone too deep.
@@ -157,6 +166,9 @@ private:
     void leave() { --fDepth; }
     // Follows every path of the level until each one stops.
     void follow(Level& level);
+    // A shadow ray as a path, with what came through before it.
+    void startShadowPath(TrayPath& p, const TgenericRay& ray, const T3Float& direction,
+                         const float* transmission, float fraction, int leaving) const;
     void fillSample(Tsample& sample, const TrayPath& path, const TsurfacePoint& surface,
                     const TrenderObject& object) const;
     void footprint(const TrayPath& path, const TsurfacePoint& surface, T3Float& filterSize,

@@ -127,4 +127,5 @@ void TrenderFrameSetup::setUpShadingGroups(TrenderScene& scene, const std::strin
     }
     for (const auto& object : scene.objects())
         object->setCompletion(TrayTracer::callback());
+    scene.setShadowRoles();
 }

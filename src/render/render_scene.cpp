@@ -65,6 +65,56 @@ int memberIndex(const TobjectSet& set, const TdagPath& path) {
     return -1;
 }
 
+// Geometry masks: a shadow ray asks first for the surfaces that stop light
+// outright, then for those it would have to shade. Every other ray sees both.
+constexpr unsigned kBlocksLight = 1u;
+constexpr unsigned kLetsLightThrough = 2u;
+constexpr unsigned kEveryObject = 0xFFFFFFFFu;
+// Rays handed to the kernel at a time, from arrays on the stack.
+constexpr unsigned kRayChunk = 64;
+
+// A shadow query's context: Embree hands the filter back a pointer to the
+// first member, and the filter finds the queries behind it.
+struct LeavingContext {
+    RTCIntersectContext context;
+    const TrenderScene* scene = nullptr;
+    const TrayQuery* rays = nullptr; // indexed by the ray's id
+};
+
+// The back of the object a shadow ray leaves does not stop it (see
+// TrayQuery::leaving).
+void passOwnBack(const RTCFilterFunctionNArguments* args) {
+    const auto* c = reinterpret_cast<const LeavingContext*>(args->context);
+    for (unsigned i = 0; i < args->N; ++i) {
+        if (args->valid[i] != -1)
+            continue;
+        const TrayQuery& q = c->rays[RTCRayN_id(args->ray, args->N, i)];
+        const unsigned object = RTCHitN_geomID(args->hit, args->N, i);
+        if (q.leaving < 0 || object != unsigned(q.leaving))
+            continue;
+        Thit hit;
+        hit.object = object;
+        hit.primitive = RTCHitN_primID(args->hit, args->N, i);
+        if (c->scene->hitsBack(hit, q.direction))
+            args->valid[i] = 0;
+    }
+}
+
+void setRay(RTCRay& ray, const TrayQuery& q, unsigned mask, unsigned id) {
+    ray.org_x = q.origin.x;
+    ray.org_y = q.origin.y;
+    ray.org_z = q.origin.z;
+    ray.tnear = q.near;
+    ray.dir_x = q.direction.x;
+    ray.dir_y = q.direction.y;
+    ray.dir_z = q.direction.z;
+    ray.time = 0.0f;
+    ray.tfar = q.far;
+    ray.mask = mask;
+    ray.id = id;
+    ray.flags = 0;
+}
+
 } // namespace
 
 TrenderScene::TrenderScene(TdependGraph& graph, const std::string& sceneName, unsigned width,
@@ -119,6 +169,8 @@ TrenderScene::TrenderScene(TdependGraph& graph, const std::string& sceneName, un
 }
 
 TrenderScene::~TrenderScene() {
+    if (fSeeThrough)
+        rtcReleaseScene(fSeeThrough);
     if (fScene)
         rtcReleaseScene(fScene);
     if (fDevice)
@@ -181,36 +233,47 @@ void TrenderScene::addObject(const TdagPath& path, Tmesh& mesh) {
     fObjects.push_back(std::move(object));
 }
 
+void TrenderScene::attachObject(RTCSceneTy* scene, const TrenderObject& object,
+                                unsigned mask) const {
+    const TmeshData& m = object.mesh();
+    RTCGeometry geometry = rtcNewGeometry(fDevice, RTC_GEOMETRY_TYPE_TRIANGLE);
+    auto* vertices = static_cast<float*>(
+        rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
+                                3 * sizeof(float), object.fPositions.size()));
+    for (size_t i = 0; i < object.fPositions.size(); ++i) {
+        const T3Float& p = object.fPositions[i];
+        vertices[3 * i] = p.x;
+        vertices[3 * i + 1] = p.y;
+        vertices[3 * i + 2] = p.z;
+    }
+    auto* indices = static_cast<unsigned*>(
+        rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3,
+                                3 * sizeof(unsigned), m.triangleCount()));
+    std::copy(m.indices.begin(), m.indices.end(), indices);
+    rtcSetGeometryMask(geometry, mask);
+    rtcCommitGeometry(geometry);
+    // The object's index is its geometry's id in every scene.
+    rtcAttachGeometryByID(scene, geometry, object.fIndex);
+    rtcReleaseGeometry(geometry);
+}
+
 void TrenderScene::buildEmbree() {
     fDevice = rtcNewDevice("threads=1");
     if (!fDevice)
         throw TrenderError("the ray tracing kernel cannot start (embree device)");
     rtcSetDeviceErrorFunction(fDevice, embreeError, nullptr);
     fScene = rtcNewScene(fDevice);
+    // Shadow rays pass the back of the surface they leave through a
+    // filter of their own; no other ray has one.
+    rtcSetSceneFlags(fScene, RTC_SCENE_FLAG_CONTEXT_FILTER_FUNCTION);
     T3Float low{1e30f, 1e30f, 1e30f}, high{-1e30f, -1e30f, -1e30f};
     for (const auto& object : fObjects) {
-        const TmeshData& m = object->mesh();
-        RTCGeometry geometry = rtcNewGeometry(fDevice, RTC_GEOMETRY_TYPE_TRIANGLE);
-        auto* vertices = static_cast<float*>(
-            rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
-                                    3 * sizeof(float), object->fPositions.size()));
-        for (size_t i = 0; i < object->fPositions.size(); ++i) {
-            const T3Float& p = object->fPositions[i];
-            vertices[3 * i] = p.x;
-            vertices[3 * i + 1] = p.y;
-            vertices[3 * i + 2] = p.z;
+        for (const T3Float& p : object->fPositions)
             for (int k = 0; k < 3; ++k) {
                 low[k] = std::min(low[k], p[k]);
                 high[k] = std::max(high[k], p[k]);
             }
-        }
-        auto* indices = static_cast<unsigned*>(
-            rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3,
-                                    3 * sizeof(unsigned), m.triangleCount()));
-        std::copy(m.indices.begin(), m.indices.end(), indices);
-        rtcCommitGeometry(geometry);
-        rtcAttachGeometryByID(fScene, geometry, object->fIndex);
-        rtcReleaseGeometry(geometry);
+        attachObject(fScene, *object, kBlocksLight);
     }
     rtcCommitScene(fScene);
     if (!fObjects.empty()) {
@@ -258,6 +321,110 @@ bool TrenderScene::intersect(const T3Float& origin, const T3Float& direction, fl
     hit.object = rh.hit.geomID;
     hit.primitive = rh.hit.primID;
     return true;
+}
+
+void TrenderScene::intersect(unsigned count, const TrayQuery* rays, Thit* hits, uint8_t* found,
+                             bool coherent) const {
+    RTCIntersectContext context;
+    rtcInitIntersectContext(&context);
+    context.flags =
+        coherent ? RTC_INTERSECT_CONTEXT_FLAG_COHERENT : RTC_INTERSECT_CONTEXT_FLAG_INCOHERENT;
+    alignas(16) RTCRayHit chunk[kRayChunk];
+    for (unsigned at = 0; at < count; at += kRayChunk) {
+        const unsigned n = std::min(kRayChunk, count - at);
+        for (unsigned j = 0; j < n; ++j) {
+            setRay(chunk[j].ray, rays[at + j], kEveryObject, j);
+            chunk[j].hit.geomID = RTC_INVALID_GEOMETRY_ID;
+            chunk[j].hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
+        }
+        rtcIntersect1M(fScene, &context, chunk, n, sizeof(RTCRayHit));
+        for (unsigned j = 0; j < n; ++j) {
+            const RTCRayHit& rh = chunk[j];
+            found[at + j] = rh.hit.geomID != RTC_INVALID_GEOMETRY_ID;
+            if (!found[at + j])
+                continue;
+            Thit& hit = hits[at + j];
+            hit.distance = rh.ray.tfar;
+            hit.u = rh.hit.u;
+            hit.v = rh.hit.v;
+            hit.object = rh.hit.geomID;
+            hit.primitive = rh.hit.primID;
+        }
+    }
+}
+
+void TrenderScene::setShadowRoles() {
+    bool changed = false;
+    bool seeThrough = false;
+    for (const auto& object : fObjects) {
+        const bool blocks = object->opaque() || !object->engine();
+        seeThrough = seeThrough || !blocks;
+        const unsigned mask = blocks ? kBlocksLight : kLetsLightThrough;
+        if (object->fShadowMask == mask)
+            continue;
+        object->fShadowMask = mask;
+        RTCGeometry geometry = rtcGetGeometry(fScene, object->fIndex);
+        rtcSetGeometryMask(geometry, mask);
+        rtcCommitGeometry(geometry);
+        changed = true;
+    }
+    if (changed)
+        rtcCommitScene(fScene);
+    // The surfaces a shadow ray must shade get a hierarchy of their own:
+    // a mask is tested only at the triangles, so asking the whole scene
+    // for them would walk every box on the way.
+    if (changed || (seeThrough && !fSeeThrough)) {
+        if (fSeeThrough)
+            rtcReleaseScene(fSeeThrough);
+        fSeeThrough = nullptr;
+        if (seeThrough) {
+            fSeeThrough = rtcNewScene(fDevice);
+            for (const auto& object : fObjects)
+                if (object->fShadowMask == kLetsLightThrough)
+                    attachObject(fSeeThrough, *object, kEveryObject);
+            rtcCommitScene(fSeeThrough);
+        }
+    }
+    // A kernel built without masks or filters would see every surface as
+    // a blocker: shadow rays then go one at a time.
+    fBulkShadows =
+        rtcGetDeviceProperty(fDevice, RTC_DEVICE_PROPERTY_RAY_MASK_SUPPORTED) != 0 &&
+        rtcGetDeviceProperty(fDevice, RTC_DEVICE_PROPERTY_FILTER_FUNCTION_SUPPORTED) != 0;
+}
+
+void TrenderScene::shadowReach(unsigned count, const TrayQuery* rays, TshadowReach* reach) const {
+    LeavingContext blockers;
+    rtcInitIntersectContext(&blockers.context);
+    // A shading batch's rays toward one light start close together and
+    // point alike.
+    blockers.context.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
+    blockers.context.filter = passOwnBack;
+    blockers.scene = this;
+    RTCIntersectContext seeThrough;
+    rtcInitIntersectContext(&seeThrough);
+    seeThrough.flags = RTC_INTERSECT_CONTEXT_FLAG_COHERENT;
+    alignas(16) RTCRay chunk[kRayChunk];
+    for (unsigned at = 0; at < count; at += kRayChunk) {
+        const unsigned n = std::min(kRayChunk, count - at);
+        blockers.rays = rays + at;
+        for (unsigned j = 0; j < n; ++j)
+            setRay(chunk[j], rays[at + j], kBlocksLight, j);
+        rtcOccluded1M(fScene, &blockers.context, chunk, n, sizeof(RTCRay));
+        // A blocked ray comes back with tfar at minus infinity.
+        for (unsigned j = 0; j < n; ++j)
+            reach[at + j] = chunk[j].tfar < 0.0f ? TshadowReach::Blocked : TshadowReach::Clear;
+        if (!fSeeThrough)
+            continue;
+        // A surface that may let light through, anywhere on the ray, even
+        // behind a blocker: what the light loses on the way there scales
+        // the shadow's fraction, so the ray is followed in order.
+        for (unsigned j = 0; j < n; ++j)
+            setRay(chunk[j], rays[at + j], kEveryObject, j);
+        rtcOccluded1M(fSeeThrough, &seeThrough, chunk, n, sizeof(RTCRay));
+        for (unsigned j = 0; j < n; ++j)
+            if (chunk[j].tfar < 0.0f)
+                reach[at + j] = TshadowReach::Crossed;
+    }
 }
 
 bool TrenderScene::occluded(const T3Float& origin, const T3Float& direction, float near,

@@ -8,6 +8,7 @@
 // "Camera" sample field, so a hit point is a pointCamera as it stands and
 // the shading path never transforms a point twice.
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -83,7 +84,8 @@ private:
     TDNshadingEngine* fEngine = nullptr;
     bool fOpaque = true;
     unsigned fRayOptions = 0;
-    bool fMirrored = false; // the transform turns the winding inside out
+    bool fMirrored = false;   // the transform turns the winding inside out
+    unsigned fShadowMask = 1; // which of a shadow ray's two questions finds it
     Completion fCompletion = nullptr;
     std::vector<T3Float> fPositions, fNormals, fTangentsU, fTangentsV;
     T4dFltMatrix fObjectToWorld, fWorldToObject;
@@ -114,6 +116,25 @@ struct TsurfacePoint {
     // The normals were turned to face the ray: the ray hit the back.
     bool flipped = false;
 };
+
+// A ray handed over in bulk: from `origin` along `direction` between `near`
+// and `far` (in units of the direction's length). `leaving` is the object a
+// shadow ray starts on (-1: none): the back of its own triangles does not
+// stop it, for a ray that leaves a faceted surface can start just under the
+// facets a smooth normal lit.
+struct TrayQuery {
+    T3Float origin;
+    float near = 0.0f;
+    T3Float direction;
+    float far = 0.0f;
+    int leaving = -1;
+};
+
+// What lies on a shadow ray. `Clear`: nothing. `Blocked`: a surface that
+// stops light outright (opaque, or without a material) and nothing a light
+// could pass through. `Crossed`: a surface that may let light through: the
+// caller follows the ray surface by surface and shades each one.
+enum class TshadowReach : uint8_t { Clear, Blocked, Crossed };
 
 // What one image looks at: the render layer whose view of the scene it
 // shows and the camera it looks through.
@@ -160,9 +181,26 @@ public:
     // units of the direction's length).
     bool intersect(const T3Float& origin, const T3Float& direction, float near, float far,
                    Thit& hit) const;
+    // The nearest hit of each of `count` rays (`found[i]` says whether
+    // there is one), traced together: rays that start near one another and
+    // run alike (a tile's eye rays) share the walk through the hierarchy.
+    void intersect(unsigned count, const TrayQuery* rays, Thit* hits, uint8_t* found,
+                   bool coherent) const;
     // Whether anything lies on the ray between `near` and `far`, when which
     // surface it is does not matter.
     bool occluded(const T3Float& origin, const T3Float& direction, float near, float far) const;
+
+    // Sorts the objects into those that stop a shadow ray outright (opaque,
+    // or in the default material) and those it must shade, once the shading
+    // groups have said which is which; then shadowReach() may be used.
+    void setShadowRoles();
+    // Whether shadowReach() can answer: the roles are set and the kernel can
+    // tell the two kinds of surface apart.
+    bool bulkShadows() const { return fBulkShadows; }
+    // What lies on each of `count` shadow rays, asked together. Answers
+    // only what shadowReach can tell without shading: a `Crossed` ray must
+    // still be followed.
+    void shadowReach(unsigned count, const TrayQuery* rays, TshadowReach* reach) const;
     // The object whose render group is `id` (a sample's objectId), or -1.
     int objectOf(const void* id) const;
     // The render group of the first instance of the shape `node` (each
@@ -180,6 +218,8 @@ private:
                     unsigned height, const TdagPath& chosen);
     void addObject(const TdagPath& path, class Tmesh& mesh);
     void buildEmbree();
+    // A copy of the object's triangles in `scene`, under the object's index.
+    void attachObject(RTCSceneTy* scene, const TrenderObject& object, unsigned mask) const;
 
     std::unique_ptr<TpinholeCamera> fCamera;
     TdagPath fCameraPath;
@@ -192,8 +232,10 @@ private:
     std::unordered_map<const void*, unsigned> fObjectOfGroup;
     std::unordered_map<const TdependNode*, TrenderGroupBase*> fGroupOfShape;
     float fEpsilon = 1e-4f;
+    bool fBulkShadows = false;
     RTCDeviceTy* fDevice = nullptr;
     RTCSceneTy* fScene = nullptr;
+    RTCSceneTy* fSeeThrough = nullptr; // the objects shadow rays shade, alone
 };
 
 // The plain material of an object without a usable shading group.

@@ -183,3 +183,101 @@ member sg squareShape
 }
 
 } // namespace
+
+namespace {
+
+// Shadow rays asked together: a blocker (the square at depth 2, in no
+// group: the default material stops light) and a pane a light may pass
+// (a second square at depth 1, 2 wide, shaded, not opaque).
+TEST(RenderScene, ShadowRaysAskedTogetherTellWhatLiesOnThem) {
+    MessageCapture quiet;
+    auto graph = sceneFromText(std::string(kUnitCamera) + kSquareAtDepth2 + R"(
+node transform pane
+set pane.translate 0 0 -1
+set pane.rotate 90 0 0
+node mesh paneShape -parent pane
+set paneShape.primitive plane
+set paneShape.width 2
+set paneShape.depth 2
+node checker board
+node shadingEngine paneSG
+connect board.outColor paneSG.surfaceShader
+member paneSG paneShape
+)");
+    TrenderScene scene(*graph, "test.qsl", 8, 8);
+    ASSERT_EQ(scene.objects().size(), 2u);
+    ASSERT_EQ(scene.object(1).name(), "paneShape");
+    EXPECT_FALSE(scene.bulkShadows()) << "roles are not set yet";
+    scene.object(1).setOpaque(false);
+    scene.setShadowRoles();
+    if (!scene.bulkShadows())
+        GTEST_SKIP() << "the ray tracing kernel has no geometry masks";
+
+    auto ray = [](T3Float origin, T3Float direction, float far, int leaving = -1) {
+        TrayQuery q;
+        q.origin = origin;
+        q.direction = direction;
+        q.near = 1e-3f;
+        q.far = far;
+        q.leaving = leaving;
+        return q;
+    };
+    const T3Float forward{0, 0, -1}, back{0, 0, 1};
+    const std::vector<TrayQuery> rays = {
+        // Through the pane (depth 1) to the square (depth 2): the pane
+        // comes first, so the ray must be followed and shaded.
+        ray({0.3f, 0.2f, 0}, forward, 100.0f),
+        // Beside the pane (it is 2 wide): the square alone.
+        ray({1.5f, 0, 0}, forward, 100.0f),
+        // The pane alone: the ray stops at depth 1.5.
+        ray({0.3f, 0.2f, 0}, forward, 1.5f),
+        // Stopping short of both, and missing both.
+        ray({1.5f, 0, 0}, forward, 0.5f),
+        ray({9, 0, 0}, forward, 100.0f),
+        // From behind the square toward it: its back stops the ray, unless
+        // the ray leaves the square itself; then the pane is next.
+        ray({1.5f, 0, -2.5f}, back, 100.0f),
+        ray({1.5f, 0, -2.5f}, back, 100.0f, 0),
+        ray({0.3f, 0.2f, -2.5f}, back, 100.0f, 0),
+        // Leaving the pane does not pass the square's back.
+        ray({1.5f, 0, -2.5f}, back, 100.0f, 1),
+    };
+    const std::vector<TshadowReach> expected = {
+        TshadowReach::Crossed, TshadowReach::Blocked, TshadowReach::Crossed,
+        TshadowReach::Clear,   TshadowReach::Clear,   TshadowReach::Blocked,
+        TshadowReach::Clear,   TshadowReach::Crossed, TshadowReach::Blocked,
+    };
+    std::vector<TshadowReach> reach(rays.size(), TshadowReach::Clear);
+    scene.shadowReach(unsigned(rays.size()), rays.data(), reach.data());
+    for (size_t i = 0; i < rays.size(); ++i)
+        EXPECT_EQ(int(reach[i]), int(expected[i])) << "ray " << i;
+
+    // Every ray of a large call is answered: 200 rays across the chunks the
+    // kernel takes at a time, alternating between the square and nothing.
+    std::vector<TrayQuery> many;
+    for (int i = 0; i < 200; ++i)
+        many.push_back(ray({i % 2 ? 9.0f : 1.5f, 0, 0}, forward, 100.0f));
+    std::vector<TshadowReach> answers(many.size(), TshadowReach::Crossed);
+    scene.shadowReach(unsigned(many.size()), many.data(), answers.data());
+    for (int i = 0; i < 200; ++i)
+        ASSERT_EQ(int(answers[size_t(i)]), int(i % 2 ? TshadowReach::Clear : TshadowReach::Blocked))
+            << "ray " << i;
+
+    // Nearest hits asked together equal those asked one at a time.
+    std::vector<Thit> hits(rays.size());
+    std::vector<uint8_t> found(rays.size());
+    scene.intersect(unsigned(rays.size()), rays.data(), hits.data(), found.data(), true);
+    for (size_t i = 0; i < rays.size(); ++i) {
+        Thit one;
+        const bool alone =
+            scene.intersect(rays[i].origin, rays[i].direction, rays[i].near, rays[i].far, one);
+        ASSERT_EQ(bool(found[i]), alone) << "ray " << i;
+        if (alone) {
+            EXPECT_EQ(hits[i].object, one.object) << "ray " << i;
+            EXPECT_EQ(hits[i].primitive, one.primitive) << "ray " << i;
+            EXPECT_FLOAT_EQ(hits[i].distance, one.distance) << "ray " << i;
+        }
+    }
+}
+
+} // namespace
