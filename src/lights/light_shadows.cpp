@@ -275,15 +275,20 @@ void TrenderLightShape::traceShadowStage(LightBatch& b, unsigned rays, const uin
             continue;
         const int e = int(i);
         const T3Float origin = b.point(i);
+        // What every ray of the sample shares, read once.
+        const int32_t rayDepth = integerValue(depth[e]) + 1;
+        const uint32_t firstInstance = uint32_t(integerValue(instance[e]));
+        void* const leaving = objectId[e].as<void*>();
+        const int32_t primitive = integerValue(primitiveId[e]);
         for (unsigned j = 0; j < rays; ++j) {
             if (used == capacity)
                 flush();
             auto* ray = new (records + used * recordSize) TgenericRay();
             std::memcpy(ray->origin, &origin, sizeof ray->origin);
-            ray->depth = integerValue(depth[e]) + 1;
-            ray->instance = int32_t(uint32_t(integerValue(instance[e])) + j);
-            ray->objectId = objectId[e].as<void*>();
-            ray->primitiveId = integerValue(primitiveId[e]);
+            ray->depth = rayDepth;
+            ray->instance = int32_t(firstInstance + j);
+            ray->objectId = leaving;
+            ray->primitiveId = primitive;
             ray->medium = 1.0f;
             aim.aim(i, j, *ray);
             pointers[used] = ray;

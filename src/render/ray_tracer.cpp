@@ -315,25 +315,24 @@ unsigned TrayTracer::traceShadowRays(unsigned count, TgenericRay** rays, float* 
     // rays meet nothing or a surface that stops light outright, and need
     // no shading. Only rays that cross a surface a light may pass through
     // are followed surface by surface.
-    level->queries.clear();
-    level->asked.clear();
+    level->queries.resize(count);
+    level->asked.resize(count);
+    level->reach.resize(count);
     const float near = fScene.epsilon();
+    unsigned traced = 0;
     for (unsigned i = 0; i < count; ++i) {
         const TgenericRay& ray = *rays[i];
         const T3Float direction = unit({ray.direction[0], ray.direction[1], ray.direction[2]});
         if (ray.depth > depthLimit || !(OrvoLength(direction) > 0.0f) || !(ray.maxDistance > near))
             continue;
-        TrayQuery q;
+        TrayQuery& q = level->queries[traced];
         q.origin = {ray.origin[0], ray.origin[1], ray.origin[2]};
         q.near = near;
         q.direction = direction;
         q.far = ray.maxDistance;
         q.leaving = leavingOf(ray.objectId);
-        level->queries.push_back(q);
-        level->asked.push_back(i);
+        level->asked[traced++] = i;
     }
-    const unsigned traced = unsigned(level->queries.size());
-    level->reach.resize(traced);
     fScene.shadowReach(traced, level->queries.data(), level->reach.data());
     for (unsigned k = 0; k < traced; ++k) {
         const uint32_t i = level->asked[k];
