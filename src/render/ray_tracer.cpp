@@ -157,7 +157,7 @@ void TrayTracer::renderTile(unsigned x0, unsigned y0, unsigned x1, unsigned y1, 
     const unsigned spp = std::max(1u, fSettings.samplesPerPixel);
     const TpinholeCamera& camera = fScene.camera();
     const size_t count = size_t(x1 - x0) * (y1 - y0) * spp;
-    level->paths.resize(count);
+    level->reservePaths(count);
     level->active.clear();
     size_t at = 0;
     for (unsigned y = y0; y < y1; ++y)
@@ -179,7 +179,8 @@ void TrayTracer::renderTile(unsigned x0, unsigned y0, unsigned x1, unsigned y1, 
                 level->active.push_back(uint32_t(at));
             }
     follow(*level);
-    for (const TrayPath& p : level->paths) {
+    for (size_t k = 0; k < count; ++k) {
+        const TrayPath& p = level->paths[k];
         TpixelValue value;
         value.r = p.colour.r;
         value.g = p.colour.g;
@@ -218,7 +219,7 @@ unsigned TrayTracer::traceRays(unsigned count, TgenericRay** rays, Tspectrum* co
     }
     level->mode = Mode::Shade;
     level->coherent = false;
-    level->paths.resize(count);
+    level->reservePaths(count);
     level->active.clear();
     for (unsigned i = 0; i < count; ++i) {
         const TgenericRay& ray = *rays[i];
@@ -274,7 +275,7 @@ unsigned TrayTracer::traceShadowRays(unsigned count, TgenericRay** rays, float* 
         return 0;
     level->mode = Mode::Shadow;
     level->coherent = true;
-    level->paths.resize(count);
+    level->reservePaths(count);
     level->active.clear();
     // The rays of one call mostly leave one surface: its object is looked
     // up once.

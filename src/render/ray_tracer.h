@@ -159,6 +159,14 @@ private:
         std::vector<uint8_t> found;
         std::vector<TshadowReach> reach;
         std::vector<uint32_t> asked; // the call's ray of each shadow query
+
+        // Room for `count` paths. Calls of every size take turns on a
+        // level: it never shrinks, so that no call pays for making paths
+        // again (each call sets the paths it uses).
+        void reservePaths(size_t count) {
+            if (paths.size() < count)
+                paths.resize(count);
+        }
     };
 
     // The level for a new call, or null when nesting has gone too deep.
