@@ -60,28 +60,59 @@ struct ShadowCone {
 // Aims each sample's rays within its own cone.
 class ConeAim final : public TshadowRayAim {
 public:
-    ConeAim(const ShadowCone* cones, const TvectorDataHandle& instance, void* objectId,
-            int32_t primitiveId, bool sharedIds)
-        : fCones(cones), fInstance(instance), fObjectId(objectId), fPrimitiveId(primitiveId),
-          fSharedIds(sharedIds) {}
+    ConeAim(const ShadowCone* cones, const TvectorDataHandle& instance)
+        : fCones(cones), fInstance(instance) {}
 
     void aim(unsigned sample, unsigned j, TgenericRay& ray) const override {
         const ShadowCone& cone = fCones[sample];
         const T3Float d = cone.direction(uint32_t(fInstance[int(sample)].asInt()) + j);
         std::memcpy(ray.direction, &d, sizeof ray.direction);
         ray.maxDistance = cone.reach;
-        if (fSharedIds) {
-            ray.objectId = fObjectId;
-            ray.primitiveId = fPrimitiveId;
-        }
     }
 
 private:
     const ShadowCone* fCones;
     TvectorDataHandle fInstance;
+};
+
+// Aims every sample's rays within one cone (a directional light's). A ray's
+// direction then depends on its sequence index alone, and eye samples
+// number their rays from their place in the pixel: a batch uses a few
+// dozen indices, each worked out once.
+class SharedConeAim final : public TshadowRayAim {
+public:
+    SharedConeAim(const ShadowCone& cone, const TvectorDataHandle& instance, void* objectId,
+                  int32_t primitiveId)
+        : fCone(cone), fInstance(instance), fObjectId(objectId), fPrimitiveId(primitiveId) {}
+
+    void aim(unsigned sample, unsigned j, TgenericRay& ray) const override {
+        const uint32_t index = uint32_t(fInstance[int(sample)].asInt()) + j;
+        T3Float d;
+        if (index < kKept) {
+            uint64_t& word = fKnown[index / 64];
+            const uint64_t bit = uint64_t(1) << (index % 64);
+            if (!(word & bit)) {
+                fKept[index] = fCone.direction(index);
+                word |= bit;
+            }
+            d = fKept[index];
+        } else {
+            d = fCone.direction(index);
+        }
+        std::memcpy(ray.direction, &d, sizeof ray.direction);
+        ray.maxDistance = fCone.reach;
+        ray.objectId = fObjectId;
+        ray.primitiveId = fPrimitiveId;
+    }
+
+private:
+    static constexpr uint32_t kKept = 256;
+    const ShadowCone& fCone;
+    TvectorDataHandle fInstance;
     void* fObjectId;
     int32_t fPrimitiveId;
-    bool fSharedIds;
+    mutable uint64_t fKnown[kKept / 64] = {};
+    mutable T3Float fKept[kKept];
 };
 
 } // namespace
@@ -162,7 +193,7 @@ void TrenderLightShape::computeShadowColors(LightBatch& b, float radius, unsigne
         cone.buildFrame();
     }
     const TvectorDataHandle instance = b.block.vectorInputValue(aRayInstance, b.first, b.count);
-    const ConeAim aim(cones, instance, nullptr, 0, false);
+    const ConeAim aim(cones, instance);
     traceShadowStage(b, rays, casts, aim, reflectance, penumbra);
 }
 
@@ -197,17 +228,14 @@ void TnonExtendedLightShape::computeDirLightShadowColors(LightBatch& b, const T3
     const TvectorDataHandle depth = b.block.vectorInputValue(aRayDepth, b.first, b.count);
     const TvectorDataHandle limit = b.block.vectorInputValue(aRayDepthLimit, b.first, b.count);
     TshadeScratch scratch;
-    auto* cones = ORVO_SCRATCH_ARRAY(scratch, ShadowCone, b.count);
     auto* casts = ORVO_SCRATCH_ARRAY(scratch, uint8_t, b.count);
-    for (unsigned i = 0; i < b.count; ++i) {
-        new (cones + i) ShadowCone(shared);
+    for (unsigned i = 0; i < b.count; ++i)
         casts[i] = mask[i] && integerValue(depth[int(i)]) < integerValue(limit[int(i)]);
-    }
     // One surface for the whole batch: its ids are read once.
     void* objectId = b.block.vectorInputValue(aObjectId, b.first, 1)[0].as<void*>();
     const int32_t primitiveId = integerValue(b.block.vectorInputValue(aPrimitiveId, b.first, 1)[0]);
     const TvectorDataHandle instance = b.block.vectorInputValue(aRayInstance, b.first, b.count);
-    const ConeAim aim(cones, instance, objectId, primitiveId, true);
+    const SharedConeAim aim(shared, instance, objectId, primitiveId);
     traceShadowStage(b, rays, casts, aim, reflectance, penumbra);
 }
 
