@@ -155,3 +155,71 @@ TEST(MaterialTexture, FilesAreDrawnDirectlyAndShared) {
     first->textureObject(s.port, s.object);
     EXPECT_EQ(first->kind(), TmaterialTexture::kConvertSolid);
 }
+
+TEST(MaterialTexture, CycleSlotsCountFramesFromTheStartOfTheCycle) {
+    bool inside = false;
+    // Frames 1 to 10 by 3 hold 1, 4, 7 and 10 in slots 0 to 3.
+    EXPECT_EQ(TmaterialTexture::cycleSlot(7, 1, 10, 3, inside), 2); // (7 - 1) / 3
+    EXPECT_TRUE(inside);
+    EXPECT_EQ(TmaterialTexture::cycleSlot(10, 1, 10, 3, inside), 3);
+    EXPECT_EQ(TmaterialTexture::cycleSlot(3, 1, 10, 3, inside), 0); // 2 / 3 rounds down
+    // An increment of 0 counts as 1: every frame its own slot.
+    EXPECT_EQ(TmaterialTexture::cycleSlot(7, 1, 10, 0, inside), 6);
+    EXPECT_EQ(TmaterialTexture::cycleSlot(10, 1, 10, 0, inside), 9);
+    // Counting down: 10, 7, 4, 1.
+    EXPECT_EQ(TmaterialTexture::cycleSlot(4, 10, 1, -3, inside), 2); // (4 - 10) / -3
+    EXPECT_TRUE(inside);
+    // Outside the cycle: no slot of its own, the first one.
+    EXPECT_EQ(TmaterialTexture::cycleSlot(12, 1, 10, 3, inside), 0);
+    EXPECT_FALSE(inside);
+    EXPECT_EQ(TmaterialTexture::cycleSlot(0, 1, 10, 3, inside), 0);
+    EXPECT_FALSE(inside);
+}
+
+TEST(MaterialTexture, UvTilesAreOneTextureEachInTheirOwnPlace) {
+    TempFolder folder;
+    const std::string red = folder.file("red.png"), blue = folder.file("blue.png"),
+                      green = folder.file("green.png");
+    writePng(red, 2, 2, std::vector<uint8_t>(16, 255));
+    writePng(blue, 4, 2, std::vector<uint8_t>(32, 128));
+    writePng(green, 1, 1, {0, 255, 0, 255});
+    Scene s(textured("node file tex\nset tex.uvTilingMode \"Explicit Tiles\"\n"
+                     "set tex.explicitUvTiles[0].explicitUvTileName \"" +
+                     red +
+                     "\"\n"
+                     "set tex.explicitUvTiles[1].explicitUvTileName \"" +
+                     blue +
+                     "\"\n"
+                     "set tex.explicitUvTiles[1].explicitUvTilePosition 1 0\n"));
+    TmaterialTexture* texture = s.info("sg").materialTexture();
+    ASSERT_TRUE(texture);
+    ASSERT_EQ(texture->kind(), TmaterialTexture::kFile);
+    TevaluateTextureInfo pieces;
+    texture->textureObject(s.port, s.object, &pieces);
+    EXPECT_TRUE(texture->tileSources());
+    EXPECT_EQ(texture->tileCount(), 2);
+    ASSERT_EQ(pieces.tileSources.size(), 2u);
+    // Each tile's image in the place its entry gives.
+    EXPECT_EQ(pieces.tileSources[0]->width(), 2u);
+    EXPECT_EQ(pieces.tileSources[1]->width(), 4u);
+    EXPECT_EQ(pieces.tilePositions[0], std::make_pair(0, 0));
+    EXPECT_EQ(pieces.tilePositions[1], std::make_pair(1, 0));
+    EXPECT_FALSE(texture->isDirty());
+    // A texture in tiles is not shared as one image.
+    EXPECT_EQ(texture->find(*texture, red), nullptr);
+
+    // A third tile: the count changed, so the images are stale and read
+    // again, three now.
+    s.run("set tex.explicitUvTiles[2].explicitUvTileName \"" + green +
+          "\"\nset tex.explicitUvTiles[2].explicitUvTilePosition 0 1\n");
+    EXPECT_TRUE(texture->isDirty());
+    const unsigned before = texture->computeCount();
+    texture->textureObject(s.port, s.object, &pieces);
+    EXPECT_EQ(texture->tileCount(), 3);
+    EXPECT_EQ(texture->computeCount(), before + 3);
+    ASSERT_EQ(pieces.tileSources.size(), 3u);
+    EXPECT_EQ(pieces.tilePositions[2], std::make_pair(0, 1));
+    // Drawn again with nothing changed: nothing is read.
+    texture->textureObject(s.port, s.object, &pieces);
+    EXPECT_EQ(texture->computeCount(), before + 3);
+}
