@@ -14,6 +14,7 @@
 #include "textures/file_texture.h"
 #include "textures/tx2d.h"
 #include "viewport/convert_solid.h"
+#include "viewport/file_colour.h"
 #include "viewport/material_info.h"
 
 bool TmaterialTexture::fsHardwareRender = false;
@@ -397,7 +398,10 @@ TsharedGlTextureObject TmaterialTexture::computeFile(T3dPort& port) {
             load = end;
         const auto& names = f->getCachedFileDataForFrame(load).names;
         const std::shared_ptr<const TpixelMap> map =
-            names.empty() ? nullptr : TfilePixelMapCache::pixelMap(names[0], load, useAlpha, f);
+            names.empty()
+                ? nullptr
+                : OrvoFileMapInRenderingSpace(
+                      TfilePixelMapCache::pixelMap(names[0], load, useAlpha, f), *f, names[0]);
         setState(kFileStale, false);
         fFileName.clear(); // frames of a cycle are not shared
         return map ? newFileTexture(port, *map, size_t(slot)) : nullptr;
@@ -408,7 +412,9 @@ TsharedGlTextureObject TmaterialTexture::computeFile(T3dPort& port) {
         fFileName.clear(); // tiles are not shared
         fTextures.assign(tiles->names.size(), nullptr);
         for (size_t i = 0; i < tiles->names.size(); ++i)
-            if (const auto map = TfilePixelMapCache::pixelMap(tiles->names[i], frame, useAlpha, f))
+            if (const auto map = OrvoFileMapInRenderingSpace(
+                    TfilePixelMapCache::pixelMap(tiles->names[i], frame, useAlpha, f), *f,
+                    tiles->names[i]))
                 newFileTexture(port, *map, i);
         return first();
     }
@@ -435,8 +441,8 @@ TsharedGlTextureObject TmaterialTexture::computeFile(T3dPort& port) {
                 }
             }
     }
-    const std::shared_ptr<const TpixelMap> map =
-        TfilePixelMapCache::pixelMap(name, frame, useAlpha, f);
+    const std::shared_ptr<const TpixelMap> map = OrvoFileMapInRenderingSpace(
+        TfilePixelMapCache::pixelMap(name, frame, useAlpha, f), *f, name);
     setState(kFileStale, false);
     if (!map) {
         fTextures.clear();
@@ -743,7 +749,9 @@ void TmaterialTexture::dirty(const Tplug& plug) {
             if (cycling)
                 setState(kCycleRangeChanged, true);
         } else if (name == "colorGain" || name == "colorOffset" || name == "alphaGain" ||
-                   name == "alphaOffset" || name == "alphaIsLuminance" || name == "invert") {
+                   name == "alphaOffset" || name == "alphaIsLuminance" || name == "invert" ||
+                   name == "colorSpace" || name == "ignoreColorSpaceFileRules" ||
+                   name == "colorManagementEnabled") {
             refresh();
             setState(kFileStale, true);
         } else if (name == "fileTextureName") {

@@ -223,3 +223,40 @@ TEST(MaterialTexture, UvTilesAreOneTextureEachInTheirOwnPlace) {
     texture->textureObject(s.port, s.object, &pieces);
     EXPECT_EQ(texture->computeCount(), before + 3);
 }
+
+TEST(MaterialTexture, FilesAreReadIntoTheRenderingSpace) {
+    TempFolder folder;
+    const std::string path = folder.file("grey.png");
+    // Two sRGB greys: 188 and 64.
+    writePng(path, 2, 1, {188, 188, 188, 255, 64, 64, 64, 255});
+    const auto texels = [](const TglTextureObject& t) {
+        std::vector<uint8_t> rgba(size_t(t.width()) * t.height() * 4);
+        glBindTexture(GL_TEXTURE_2D, t.name());
+        glGetTexImage(GL_TEXTURE_2D, 0, GL_RGBA, GL_UNSIGNED_BYTE, rgba.data());
+        return rgba;
+    };
+    {
+        Scene s(textured("node file tex\nset tex.fileTextureName \"" + path + "\""));
+        const TsharedGlTextureObject t =
+            s.info("sg").materialTexture()->textureObject(s.port, s.object);
+        ASSERT_TRUE(t);
+        // The PNG rule reads 8-bit files as sRGB; the rendering space is
+        // linear: ((188 / 255 + 0.055) / 1.055)^2.4 = 0.5029, 128 of 255,
+        // and ((64 / 255 + 0.055) / 1.055)^2.4 = 0.0513, 13.
+        const std::vector<uint8_t> rgba = texels(*t);
+        EXPECT_EQ(rgba[0], 128);
+        EXPECT_EQ(rgba[2], 128);
+        EXPECT_EQ(rgba[4], 13);
+    }
+    {
+        // Colour management off on the node: the bytes go in as they are.
+        Scene s(textured("node file tex\nset tex.fileTextureName \"" + path +
+                         "\"\nset tex.colorManagementEnabled false"));
+        const TsharedGlTextureObject t =
+            s.info("sg").materialTexture()->textureObject(s.port, s.object);
+        ASSERT_TRUE(t);
+        const std::vector<uint8_t> rgba = texels(*t);
+        EXPECT_EQ(rgba[0], 188);
+        EXPECT_EQ(rgba[4], 64);
+    }
+}
