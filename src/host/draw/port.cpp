@@ -9,6 +9,30 @@ float T3dPort::fsXrayAlpha = 0.3f;
 unsigned T3dPort::fsMaxUserTextureSize = 4096;
 T3dPort* T3dPort::fsTexturePort = nullptr;
 
+namespace {
+
+std::vector<std::vector<TportColor>>& colorTables() {
+    // The user's table first, then the copies pushed over it.
+    static std::vector<std::vector<TportColor>> tables(1);
+    return tables;
+}
+
+} // namespace
+
+std::vector<TportColor>& T3dPort::modelViewColorTable() {
+    return colorTables().back();
+}
+
+T3dPort::ColorTableCopy::~ColorTableCopy() {
+    if (colorTables().size() > 1)
+        colorTables().pop_back();
+}
+
+std::unique_ptr<T3dPort::ColorTableCopy> T3dPort::pushCopyModelViewColorTable() {
+    colorTables().push_back(colorTables().back());
+    return std::unique_ptr<ColorTableCopy>(new ColorTableCopy());
+}
+
 struct T3dPort::Context {
     OSMesaContext context = nullptr;
     std::vector<uint8_t> buffer;

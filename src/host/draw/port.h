@@ -99,6 +99,23 @@ public:
     // The port textures are uploaded in; null: whichever port is current.
     static T3dPort* fsTexturePort;
 
+    // The indexed colours model views draw their own parts in (the active,
+    // lead and template colours...), shared by every port. A scope that
+    // needs other values for a while pushes a copy, changes it, and the
+    // copy is popped when its token goes.
+    static std::vector<TportColor>& modelViewColorTable();
+    class ColorTableCopy {
+    public:
+        ~ColorTableCopy();
+        ColorTableCopy(const ColorTableCopy&) = delete;
+        ColorTableCopy& operator=(const ColorTableCopy&) = delete;
+
+    private:
+        friend class T3dPort;
+        ColorTableCopy() = default;
+    };
+    static std::unique_ptr<ColorTableCopy> pushCopyModelViewColorTable();
+
     // Lives as long as the port's context: textures hold it weakly to learn
     // whether their names can still be freed.
     std::weak_ptr<void> contextToken() const { return fToken; }
