@@ -95,36 +95,6 @@ setUpLights(TdependGraph& graph, const T4dDblMatrix& worldToEye, GLfloat ambient
     return made;
 }
 
-// Texture coordinates from eye space into a light's depth map: s, t and r
-// from 0 to 1 across the light's box.
-void loadShadowTexgen(const T4dDblMatrix& clip) {
-    const GLenum coords[4] = {GL_S, GL_T, GL_R, GL_Q};
-    const GLenum enables[4] = {GL_TEXTURE_GEN_S, GL_TEXTURE_GEN_T, GL_TEXTURE_GEN_R,
-                               GL_TEXTURE_GEN_Q};
-    for (int k = 0; k < 4; ++k) {
-        // Column k of the row-vector matrix, then from [-1, 1] to [0, 1]
-        // (q stays as it is).
-        GLdouble plane[4];
-        for (int r = 0; r < 4; ++r)
-            plane[r] = k < 3 ? 0.5 * clip.m[r][k] + 0.5 * clip.m[r][3] : clip.m[r][3];
-        glTexGeni(coords[k], GL_TEXTURE_GEN_MODE, GL_EYE_LINEAR);
-        glTexGendv(coords[k], GL_EYE_PLANE, plane);
-        glEnable(enables[k]);
-    }
-}
-
-void disableShadowTexgen() {
-    glDisable(GL_TEXTURE_GEN_S);
-    glDisable(GL_TEXTURE_GEN_T);
-    glDisable(GL_TEXTURE_GEN_R);
-    glDisable(GL_TEXTURE_GEN_Q);
-}
-
-constexpr GLenum kDepthTextureMode = 0x884B;
-constexpr GLenum kTextureCompareMode = 0x884C;
-constexpr GLenum kTextureCompareFunc = 0x884D;
-constexpr GLenum kCompareRToTexture = 0x884E;
-
 // The texture matrix of a placement: the texture's UV range, then scale
 // and offset about the origin, the angles about the texture's centre, and
 // for a UV tile the move of its unit square onto the texture's.
@@ -153,7 +123,7 @@ void loadTextureMatrix(const TevaluateTextureInfo& info, const std::pair<int, in
 // The texture unit that cuts a draw down to one UV tile: a single opaque
 // texel clamped to a transparent border, so that the fragment's alpha is 1
 // inside the tile's unit square and 0 outside, with no blend at the edges.
-constexpr GLenum kTileMaskUnit = GL_TEXTURE2;
+constexpr GLenum kTileMaskUnit = GL_TEXTURE3;
 
 GLuint makeTileMask() {
     GLuint name = 0;
@@ -381,7 +351,7 @@ TrenderedImage drawViewport(TdependGraph& graph, const ViewRequest& request) {
     // texture first, where the card can compare depth textures.
     TshadowPassProcess shadows;
     TshadowPassProcess::setUseHighPrecisionShadows(true);
-    if (shadows.checkExtensions(port) == TshadowPassProcess::kSGIXshadows &&
+    if (shadows.checkExtensions(port) != TshadowPassProcess::kNoShadows &&
         !scene.objects().empty()) {
         T3dDblVector lo{1e30, 1e30, 1e30}, hi{-1e30, -1e30, -1e30};
         for (const auto& object : scene.objects())
@@ -425,14 +395,9 @@ TrenderedImage drawViewport(TdependGraph& graph, const ViewRequest& request) {
             glDisable(other);
         glEnable(gl);
         glLightModelfv(GL_LIGHT_MODEL_AMBIENT, none);
-        glActiveTexture(GL_TEXTURE1);
-        glBindTexture(GL_TEXTURE_2D, light.depthTexture);
-        glTexParameteri(GL_TEXTURE_2D, kTextureCompareMode, GLint(kCompareRToTexture));
-        glTexParameteri(GL_TEXTURE_2D, kTextureCompareFunc, GL_LEQUAL);
-        glTexParameteri(GL_TEXTURE_2D, kDepthTextureMode, GL_ALPHA);
-        glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE);
-        glEnable(GL_TEXTURE_2D);
-        loadShadowTexgen(TshadowPassProcess::computeProjectionMatrix(light));
+        shadows.bindDMapTextures(light);
+        shadows.configTexgen(light);
+        shadows.configCombiners();
         glEnable(GL_ALPHA_TEST);
         glAlphaFunc(GL_GREATER, 0.5f);
         glDepthFunc(GL_EQUAL);
@@ -441,10 +406,8 @@ TrenderedImage drawViewport(TdependGraph& graph, const ViewRequest& request) {
                 drawOne(d, true);
         glDepthFunc(GL_LESS);
         glDisable(GL_ALPHA_TEST);
-        glActiveTexture(GL_TEXTURE1);
-        disableShadowTexgen();
-        glDisable(GL_TEXTURE_2D);
-        glActiveTexture(GL_TEXTURE0);
+        shadows.disableTexgen();
+        shadows.disableCombiners();
         port.setAlphaBlend(false);
     }
     for (const auto& [l, gl] : glLights)

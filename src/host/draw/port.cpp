@@ -91,6 +91,9 @@ bool T3dPort::hasExtension(const char* name) const {
     const char* all = reinterpret_cast<const char*>(glGetString(GL_EXTENSIONS));
     if (!all || !name || !*name)
         return false;
+    for (const std::string& hidden : fHidden)
+        if (hidden == name)
+            return false;
     // Whole words only: GL_ARB_shadow must not match GL_ARB_shadow_ambient.
     const size_t length = std::strlen(name);
     for (const char* p = std::strstr(all, name); p; p = std::strstr(p + 1, name)) {

@@ -59,8 +59,13 @@ public:
     bool usesOwnDrawColor() const { return fOwnDrawColor; }
     void setUsesOwnDrawColor(bool own) { fOwnDrawColor = own; }
 
-    // Whether the context offers the OpenGL extension `name` ("GL_ARB_shadow").
+    // Whether the context offers the OpenGL extension `name` ("GL_ARB_shadow")
+    // and it is not hidden.
     bool hasExtension(const char* name) const;
+    // Makes the port answer as a card without the extension `name` would,
+    // so that the fallbacks taken on such a card can be drawn (and tested)
+    // on one that has it.
+    void hideExtension(const std::string& name) { fHidden.push_back(name); }
     // The renderer's name string, for reports.
     std::string rendererName() const;
 
@@ -134,4 +139,5 @@ private:
     bool fBlend = false;
     bool fDepthWrite = true;
     bool fDepthTest = false;
+    std::vector<std::string> fHidden;
 };
