@@ -260,3 +260,37 @@ TEST(MaterialTexture, FilesAreReadIntoTheRenderingSpace) {
         EXPECT_EQ(rgba[4], 64);
     }
 }
+
+TEST(MaterialTexture, CyclingHoldsOneTextureAFrameOfTheCycle) {
+    TempFolder folder;
+    // Frames 1, 3 and 5 of a cycle from 1 to 5 by 2, told apart by width.
+    writePng(folder.file("anim.1.png"), 1, 1, std::vector<uint8_t>(4, 255));
+    writePng(folder.file("anim.3.png"), 3, 1, std::vector<uint8_t>(12, 255));
+    writePng(folder.file("anim.5.png"), 5, 1, std::vector<uint8_t>(20, 255));
+    Scene s(textured("node file tex\nset tex.fileTextureName \"" + folder.file("anim.1.png") +
+                     "\"\nset tex.useFrameExtension true\nset tex.useHardwareTextureCycling true\n"
+                     "set tex.startCycleExtension 1\nset tex.endCycleExtension 5\n"
+                     "set tex.byCycleIncrement 2\nset tex.frameExtension 3\n"));
+    TmaterialTexture* texture = s.info("sg").materialTexture();
+    ASSERT_TRUE(texture);
+    const TsharedGlTextureObject three = texture->textureObject(s.port, s.object);
+    ASSERT_TRUE(three);
+    EXPECT_TRUE(texture->hasState(TmaterialTexture::kCycling));
+    EXPECT_EQ(three->width(), 3u); // slot (3 - 1) / 2 = 1: frame 2 x 1 + 1 = 3
+    s.run("set tex.frameExtension 5");
+    EXPECT_EQ(texture->textureObject(s.port, s.object)->width(), 5u);
+    // Frame 4 shares slot (4 - 1) / 2 = 1 with frame 3: held, nothing read.
+    s.run("set tex.frameExtension 4");
+    EXPECT_EQ(texture->textureObject(s.port, s.object), three);
+    EXPECT_EQ(texture->computeCount(), 2u);
+    // Outside the cycle: the first slot, frame 1.
+    s.run("set tex.frameExtension 9");
+    EXPECT_EQ(texture->textureObject(s.port, s.object)->width(), 1u);
+    EXPECT_EQ(texture->computeCount(), 3u);
+    // A new range empties the slots: frame 3 by 1 from 3 is slot 0, read again.
+    s.run("set tex.startCycleExtension 3\nset tex.byCycleIncrement 1\nset tex.frameExtension 3");
+    const TsharedGlTextureObject again = texture->textureObject(s.port, s.object);
+    EXPECT_NE(again, three);
+    EXPECT_EQ(again->width(), 3u);
+    EXPECT_EQ(texture->computeCount(), 4u);
+}
