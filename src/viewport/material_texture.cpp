@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "framework/nodes/utility/render_utilities.h"
 #include "framework/nodes/utility/shading_switch.h"
@@ -298,10 +299,11 @@ int TmaterialTexture::cycleSlot(int frame, int start, int end, int by, bool& ins
     inside = frame >= std::min(start, end) && frame <= std::max(start, end);
     if (!inside)
         return 0;
-    if (by == 0)
-        by = 1;
-    const int last = std::abs((end - start) / by);
-    return std::clamp((frame - start) / by, 0, last);
+    // In 64 bits: the attributes may hold any 32-bit frames.
+    const int64_t step = by == 0 ? 1 : by;
+    const int64_t last =
+        std::min<int64_t>(std::abs((int64_t(end) - start) / step), std::numeric_limits<int>::max());
+    return int(std::clamp((int64_t(frame) - start) / step, int64_t(0), last));
 }
 
 TsharedGlTextureObject TmaterialTexture::newFileTexture(T3dPort& port, const TpixelMap& map,
@@ -392,10 +394,12 @@ TsharedGlTextureObject TmaterialTexture::computeFile(T3dPort& port) {
         fCycle[0] = start;
         fCycle[1] = end;
         fCycle[2] = by;
-        fTextures.resize(size_t(std::abs((end - start) / by)) + 2);
-        int load = by * slot + start;
-        if (load > end && by > 0)
-            load = end;
+        // One slot a frame of the cycle; grown as frames are first shown
+        // rather than all at once, as a cycle may span any range.
+        if (fTextures.size() <= size_t(slot))
+            fTextures.resize(size_t(slot) + 1);
+        const int64_t frameToLoad = int64_t(by) * slot + start;
+        const int load = int(by > 0 ? std::min<int64_t>(frameToLoad, end) : frameToLoad);
         const auto& names = f->getCachedFileDataForFrame(load).names;
         const std::shared_ptr<const TpixelMap> map =
             names.empty()

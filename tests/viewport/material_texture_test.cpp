@@ -6,6 +6,7 @@
 
 #include <OpenImageIO/imageio.h>
 
+#include <climits>
 #include <sstream>
 
 #include "host/draw/accessor.h"
@@ -169,6 +170,10 @@ TEST(MaterialTexture, CycleSlotsCountFramesFromTheStartOfTheCycle) {
     // Counting down: 10, 7, 4, 1.
     EXPECT_EQ(TmaterialTexture::cycleSlot(4, 10, 1, -3, inside), 2); // (4 - 10) / -3
     EXPECT_TRUE(inside);
+    // The widest cycle 32 bits hold: 2^32 - 1 frames would not fit a slot
+    // number, counted in 64 bits and held to the largest int.
+    EXPECT_EQ(TmaterialTexture::cycleSlot(0, INT_MIN, INT_MAX, 1, inside), INT_MAX);
+    EXPECT_EQ(TmaterialTexture::cycleSlot(-5, -9, 9, 2, inside), 2); // -4 / 2
     // Outside the cycle: no slot of its own, the first one.
     EXPECT_EQ(TmaterialTexture::cycleSlot(12, 1, 10, 3, inside), 0);
     EXPECT_FALSE(inside);
