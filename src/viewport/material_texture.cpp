@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 
+#include <fmt/format.h>
+
 #include "framework/nodes/utility/render_utilities.h"
 #include "framework/nodes/utility/shading_switch.h"
 #include "host/dg_iterator.h"
@@ -11,6 +13,7 @@
 #include "host/draw/file_pixel_map_cache.h"
 #include "host/env.h"
 #include "host/graph.h"
+#include "host/messages.h"
 #include "host/option_vars.h"
 #include "textures/file_texture.h"
 #include "textures/tx2d.h"
@@ -414,6 +417,8 @@ TsharedGlTextureObject TmaterialTexture::computeFile(T3dPort& port) {
     if (tiled) {
         setState(kFileStale, false);
         fFileName.clear(); // tiles are not shared
+        if (tiles->names.empty())
+            warnNoFile(*f, tiles->error);
         fTextures.assign(tiles->names.size(), nullptr);
         for (size_t i = 0; i < tiles->names.size(); ++i)
             if (const auto map = OrvoFileMapInRenderingSpace(
@@ -427,6 +432,7 @@ TsharedGlTextureObject TmaterialTexture::computeFile(T3dPort& port) {
     if (!f->getExactTextureName(name)) {
         setState(kFileStale, false);
         fTextures.clear();
+        warnNoFile(*f, f->getCachedFileDataForFrame(frame).error);
         return nullptr;
     }
     // Another info showing the same file shares its texture.
@@ -453,6 +459,16 @@ TsharedGlTextureObject TmaterialTexture::computeFile(T3dPort& port) {
         return nullptr;
     }
     return newFileTexture(port, *map, 0);
+}
+
+void TmaterialTexture::warnNoFile(TdnFileTexture& f, const Tstring& why) {
+    Tstring raw;
+    f.getRawFileTextureName(raw, false);
+    if (raw.empty() || fWarnedName == raw)
+        return;
+    fWarnedName = raw;
+    TcommandEngine::displayWarning(fmt::format("{}: no file found for '{}' for the viewport{}{}",
+                                               f.name(), raw, why.empty() ? "" : ": ", why));
 }
 
 void TmaterialTexture::fillInfo(TevaluateTextureInfo& info, const TdagPath& path) const {

@@ -130,6 +130,8 @@ private:
     TsharedGlTextureObject computeFile(T3dPort& port);
     TsharedGlTextureObject newFileTexture(T3dPort& port, const TpixelMap& map, size_t slot);
     void fillInfo(TevaluateTextureInfo& info, const TdagPath& path) const;
+    // Warns once per file name that nothing was found for it.
+    void warnNoFile(TdnFileTexture& file, const Tstring& why);
     TsharedGlTextureObject computeSwatch(T3dPort& port);
     TsharedGlTextureObject computeConvertSolid(T3dPort& port, const TdagPath& object);
     TsharedGlTextureObject upload(T3dPort& port, const TpixelMap& map, size_t slot);
@@ -151,7 +153,8 @@ private:
     std::vector<std::pair<T2Float, T2Float>> fUvRanges;
     std::vector<TdependNode*> fSources;
     std::shared_ptr<const TpixelMap> fSwatch;
-    Tstring fFileName; // the file shown, for sharing
+    Tstring fFileName;   // the file shown, for sharing
+    Tstring fWarnedName; // the name last warned of as finding no file
     // The cycle the slots of fTextures were loaded for (start, end, by).
     int fCycle[3] = {0, 0, 0};
     std::vector<std::pair<int, int>> fTilePositions;

@@ -15,6 +15,7 @@
 #include "host/qsl/interpreter.h"
 #include "host/scene/dag.h"
 #include "shading/shading_engine.h"
+#include "support/message_capture.h"
 #include "support/temp_folder.h"
 #include "viewport/material_info.h"
 #include "viewport/material_texture.h"
@@ -298,4 +299,23 @@ TEST(MaterialTexture, CyclingHoldsOneTextureAFrameOfTheCycle) {
     EXPECT_NE(again, three);
     EXPECT_EQ(again->width(), 3u);
     EXPECT_EQ(texture->computeCount(), 4u);
+}
+
+TEST(MaterialTexture, TilesThatCannotBeFoundAreWarnedOfOnce) {
+    TempFolder folder;
+    orvo_test::MessageCapture messages;
+    Scene s(textured("node file tex\nset tex.uvTilingMode \"UDIM (Mari)\"\n"
+                     "set tex.fileTextureName \"" +
+                     folder.file("none.1001.png") + "\""));
+    TmaterialTexture* texture = s.info("sg").materialTexture();
+    ASSERT_TRUE(texture);
+    TevaluateTextureInfo pieces;
+    EXPECT_EQ(texture->textureObject(s.port, s.object, &pieces), nullptr);
+    EXPECT_FALSE(pieces.tiled());
+    texture->textureObject(s.port, s.object, &pieces);
+    ASSERT_EQ(messages.count(TcommandEngine::Severity::Warning), 1u);
+    const std::string text = messages.messages()[0].second;
+    EXPECT_NE(text.find("tex: no file found for '" + folder.file("none.1001.png")),
+              std::string::npos)
+        << text;
 }
