@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
+
+#include <fmt/format.h>
 
 #include "framework/nodes/utility/render_utilities.h"
 #include "framework/nodes/utility/shading_switch.h"
@@ -10,10 +13,12 @@
 #include "host/draw/file_pixel_map_cache.h"
 #include "host/env.h"
 #include "host/graph.h"
+#include "host/messages.h"
 #include "host/option_vars.h"
 #include "textures/file_texture.h"
 #include "textures/tx2d.h"
 #include "viewport/convert_solid.h"
+#include "viewport/file_colour.h"
 #include "viewport/material_info.h"
 
 bool TmaterialTexture::fsHardwareRender = false;
@@ -182,16 +187,19 @@ TmaterialTexture* TmaterialTexture::findSwitchPath(const TdagPath& path) const {
 
 // ---------------------------------------------------------------- computing
 
-TsharedGlTextureObject TmaterialTexture::textureObject(T3dPort& port, const TdagPath& object) {
+TsharedGlTextureObject TmaterialTexture::textureObject(T3dPort& port, const TdagPath& object,
+                                                       TevaluateTextureInfo* info) {
+    if (info)
+        info->reset();
     TsharedGlTextureObject result;
     switch (fKind) {
     case kFile: {
         TdnFileTexture* f = file();
         if (value(f, "disableFileLoad", false))
             break;
-        if (isSupportedFile())
+        if (isSupportedFile()) {
             result = computeFile(port);
-        else {
+        } else {
             // The file shows something the card cannot draw as it stands
             // (a coverage below 1, a stagger...): bake it instead.
             fKind = kConvertSolid;
@@ -216,7 +224,7 @@ TsharedGlTextureObject TmaterialTexture::textureObject(T3dPort& port, const Tdag
         break;
     case kSwitch:
         if (TmaterialTexture* child = findSwitchPath(object))
-            result = child->textureObject(port, object);
+            result = child->textureObject(port, object, info);
         break;
     default:
         break;
@@ -224,6 +232,10 @@ TsharedGlTextureObject TmaterialTexture::textureObject(T3dPort& port, const Tdag
     if (hasState(kFilterChanged) && result) {
         applyFilter(*result);
         setState(kFilterChanged, false);
+    }
+    if (info && fKind != kSwitch) {
+        fillInfo(*info, object);
+        info->texture = result;
     }
     return result;
 }
@@ -286,14 +298,141 @@ bool TmaterialTexture::colorTranspBothConnected() const {
     return feeds("outColor", "color") && feeds("outTransparency", "transparency");
 }
 
-TsharedGlTextureObject TmaterialTexture::computeFile(T3dPort& port) {
-    if (fsDisableTextureCompute || !hasState(kFileStale))
-        return fTextures.empty() ? nullptr : fTextures[0];
+int TmaterialTexture::cycleSlot(int frame, int start, int end, int by, bool& inside) {
+    inside = frame >= std::min(start, end) && frame <= std::max(start, end);
+    if (!inside)
+        return 0;
+    // In 64 bits: the attributes may hold any 32-bit frames.
+    const int64_t step = by == 0 ? 1 : by;
+    const int64_t last =
+        std::min<int64_t>(std::abs((int64_t(end) - start) / step), std::numeric_limits<int>::max());
+    return int(std::clamp((int64_t(frame) - start) / step, int64_t(0), last));
+}
+
+TsharedGlTextureObject TmaterialTexture::newFileTexture(T3dPort& port, const TpixelMap& map,
+                                                        size_t slot) {
+    if (fTextures.size() <= slot)
+        fTextures.resize(slot + 1);
+    fTextures[slot] = std::make_shared<TglTextureObject>();
+    fTextures[slot]->setSizeLimit(T3dPort::fsMaxUserTextureSize);
+    TsharedGlTextureObject t = upload(port, map, slot);
     TdnFileTexture* f = file();
+    if (fTileSources) {
+        // A tile ends where its neighbour begins: its edges neither repeat
+        // nor fade into a border colour, which would draw the seams.
+        t->setForceClamp(false);
+        t->setWrap(GL_CLAMP_TO_EDGE, GL_CLAMP_TO_EDGE);
+        return t;
+    }
+    // Wrapping from the placement.
+    const bool wrapU = value(f, "wrapU", true), wrapV = value(f, "wrapV", true);
+    const bool mirrorU = value(f, "mirrorU", false), mirrorV = value(f, "mirrorV", false);
+    const auto wrap = [&](bool on, bool mirror) -> GLenum {
+        if (on)
+            return mirror && port.hasExtension("GL_ARB_texture_mirrored_repeat") ? 0x8370
+                                                                                 : GL_REPEAT;
+        return mirror && port.hasExtension("GL_ATI_texture_mirror_once") ? 0x8742 : GL_CLAMP;
+    };
+    t->setWrap(wrap(wrapU, mirrorU), wrap(wrapV, mirrorV));
+    if (!wrapU && !wrapV) {
+        t->setBorderColor({-1, -1, -1, 1});
+    } else {
+        const T3Float d = value(f, "defaultColor", T3Float{0.5f, 0.5f, 0.5f});
+        t->setBorderColor({d.x, d.y, d.z, 1});
+    }
+    return t;
+}
+
+TsharedGlTextureObject TmaterialTexture::computeFile(T3dPort& port) {
+    TdnFileTexture* f = file();
+    const auto first = [&]() -> TsharedGlTextureObject {
+        return fTextures.empty() ? nullptr : fTextures[0];
+    };
+    if (!f || fsDisableTextureCompute)
+        return first();
+    setState(kCycling,
+             value(f, "useFrameExtension", false) && value(f, "useHardwareTextureCycling", false));
+    const int frame = f->currentFrame();
+
+    // A texture in UV tiles: one texture a tile, where the node's file data
+    // puts it. A different number of tiles is a different image.
+    const bool tiled = value<int>(f, "uvTilingMode", 0) != 0;
+    const TdnFileTexture::FileData* tiles = nullptr;
+    if (tiled) {
+        tiles = &f->getCachedFileDataForFrame(frame);
+        fTileSources = true;
+        fTilePositions = tiles->tiles;
+        if (int32_t(tiles->names.size()) != fTileCount) {
+            fTileCount = int32_t(tiles->names.size());
+            setState(kFileStale, true);
+        }
+    } else if (fTileSources) {
+        fTileSources = false;
+        fTileCount = 0;
+        fTilePositions.clear();
+        setState(kFileStale, true);
+    }
+
+    // Cycling holds one texture a frame of the cycle, loaded as each frame
+    // is first shown. (Tiles are loaded for the current frame only.)
+    const bool cycling = hasState(kCycling) && !tiled;
+    const int start = value(f, "startCycleExtension", 1), end = value(f, "endCycleExtension", 1);
+    const int by = value(f, "byCycleIncrement", 1) == 0 ? 1 : value(f, "byCycleIncrement", 1);
+    bool inside = false;
+    const int slot = cycling ? cycleSlot(frame, start, end, by, inside) : 0;
+    const bool rangeChanged = cycling && (hasState(kCycleRangeChanged) || fCycle[0] != start ||
+                                          fCycle[1] != end || fCycle[2] != by);
+    if (hasState(kFileStale) || rangeChanged) {
+        fTextures.clear();
+        setState(kCycleRangeChanged, false);
+    } else if (cycling) {
+        if (inside && size_t(slot) < fTextures.size() && fTextures[size_t(slot)])
+            return fTextures[size_t(slot)];
+    } else {
+        return first();
+    }
+
+    const bool useAlpha = fOpaque || colorTranspBothConnected();
+    if (cycling) {
+        fCycle[0] = start;
+        fCycle[1] = end;
+        fCycle[2] = by;
+        // One slot a frame of the cycle; grown as frames are first shown
+        // rather than all at once, as a cycle may span any range.
+        if (fTextures.size() <= size_t(slot))
+            fTextures.resize(size_t(slot) + 1);
+        const int64_t frameToLoad = int64_t(by) * slot + start;
+        const int load = int(by > 0 ? std::min<int64_t>(frameToLoad, end) : frameToLoad);
+        const auto& names = f->getCachedFileDataForFrame(load).names;
+        const std::shared_ptr<const TpixelMap> map =
+            names.empty()
+                ? nullptr
+                : OrvoFileMapInRenderingSpace(
+                      TfilePixelMapCache::pixelMap(names[0], load, useAlpha, f), *f, names[0]);
+        setState(kFileStale, false);
+        fFileName.clear(); // frames of a cycle are not shared
+        return map ? newFileTexture(port, *map, size_t(slot)) : nullptr;
+    }
+
+    if (tiled) {
+        setState(kFileStale, false);
+        fFileName.clear(); // tiles are not shared
+        if (tiles->names.empty())
+            warnNoFile(*f, tiles->error);
+        fTextures.assign(tiles->names.size(), nullptr);
+        for (size_t i = 0; i < tiles->names.size(); ++i)
+            if (const auto map = OrvoFileMapInRenderingSpace(
+                    TfilePixelMapCache::pixelMap(tiles->names[i], frame, useAlpha, f), *f,
+                    tiles->names[i]))
+                newFileTexture(port, *map, i);
+        return first();
+    }
+
     Tstring name;
-    if (!f || !f->getExactTextureName(name)) {
+    if (!f->getExactTextureName(name)) {
         setState(kFileStale, false);
         fTextures.clear();
+        warnNoFile(*f, f->getCachedFileDataForFrame(frame).error);
         return nullptr;
     }
     // Another info showing the same file shares its texture.
@@ -312,35 +451,40 @@ TsharedGlTextureObject TmaterialTexture::computeFile(T3dPort& port) {
                 }
             }
     }
-    const bool both = colorTranspBothConnected();
-    const std::shared_ptr<const TpixelMap> map =
-        TfilePixelMapCache::pixelMap(name, f->currentFrame(), fOpaque || both, f);
+    const std::shared_ptr<const TpixelMap> map = OrvoFileMapInRenderingSpace(
+        TfilePixelMapCache::pixelMap(name, frame, useAlpha, f), *f, name);
     setState(kFileStale, false);
     if (!map) {
         fTextures.clear();
         return nullptr;
     }
-    fTextures.resize(1);
-    fTextures[0] = std::make_shared<TglTextureObject>();
-    fTextures[0]->setSizeLimit(T3dPort::fsMaxUserTextureSize);
-    TsharedGlTextureObject t = upload(port, *map, 0);
-    // Wrapping from the placement.
-    const bool wrapU = value(f, "wrapU", true), wrapV = value(f, "wrapV", true);
-    const bool mirrorU = value(f, "mirrorU", false), mirrorV = value(f, "mirrorV", false);
-    const auto wrap = [&](bool on, bool mirror) -> GLenum {
-        if (on)
-            return mirror && port.hasExtension("GL_ARB_texture_mirrored_repeat") ? 0x8370
-                                                                                 : GL_REPEAT;
-        return mirror && port.hasExtension("GL_ATI_texture_mirror_once") ? 0x8742 : GL_CLAMP;
-    };
-    t->setWrap(wrap(wrapU, mirrorU), wrap(wrapV, mirrorV));
-    if (!wrapU && !wrapV) {
-        t->setBorderColor({-1, -1, -1, 1});
-    } else {
-        const T3Float d = value(f, "defaultColor", T3Float{0.5f, 0.5f, 0.5f});
-        t->setBorderColor({d.x, d.y, d.z, 1});
-    }
-    return t;
+    return newFileTexture(port, *map, 0);
+}
+
+void TmaterialTexture::warnNoFile(TdnFileTexture& f, const Tstring& why) {
+    Tstring raw;
+    f.getRawFileTextureName(raw, false);
+    if (raw.empty() || fWarnedName == raw)
+        return;
+    fWarnedName = raw;
+    TcommandEngine::displayWarning(fmt::format("{}: no file found for '{}' for the viewport{}{}",
+                                               f.name(), raw, why.empty() ? "" : ": ", why));
+}
+
+void TmaterialTexture::fillInfo(TevaluateTextureInfo& info, const TdagPath& path) const {
+    info.texture = fTextures.empty() ? nullptr : fTextures[0];
+    info.textureName = fPlug.node() ? fPlug.node()->name() : Tstring();
+    getTextureTransform(path, info.rotate, info.repeatU, info.repeatV, info.offsetU, info.offsetV,
+                        info.angle);
+    getUvRange(path, info.uvMin, info.uvMax);
+    info.tileSources.clear();
+    info.tilePositions.clear();
+    if (fKind == kFile && fTileSources)
+        for (size_t i = 0; i < fTextures.size() && i < fTilePositions.size(); ++i)
+            if (fTextures[i]) {
+                info.tileSources.push_back(fTextures[i]);
+                info.tilePositions.push_back(fTilePositions[i]);
+            }
 }
 
 TsharedGlTextureObject TmaterialTexture::computeSwatch(T3dPort& port) {
@@ -591,9 +735,22 @@ void TmaterialTexture::dirty(const Tplug& plug) {
     switch (fKind) {
     case kFile: {
         const bool cycling = hasState(kCycling);
+        if (name == "fileTextureName" || name == "useFrameExtension" || name == "frameExtension" ||
+            name == "frameOffset" || name == "uvTilingMode" || name == "explicitUvTiles" ||
+            name == "baseExplicitUvTilePosition")
+            if (TdnFileTexture* f = file()) {
+                // The node keeps what its names resolve to until a dirty
+                // message reaches it, and those stop at outputs nobody has
+                // read; the viewport reads the names without reading an
+                // output, so it passes the change on itself.
+                TmsgDirty msg{&plug};
+                f->setDirty(msg);
+            }
         if (name == "defaultColor") {
             refresh();
-        } else if (name == "useFrameExtension" || name == "useHardwareTextureCycling") {
+        } else if (name == "useFrameExtension" || name == "useHardwareTextureCycling" ||
+                   name == "uvTilingMode" || name == "explicitUvTiles" ||
+                   name == "baseExplicitUvTilePosition") {
             setState(kFileStale, true);
             refresh();
         } else if (name == "startCycleExtension" || name == "endCycleExtension" ||
@@ -612,7 +769,9 @@ void TmaterialTexture::dirty(const Tplug& plug) {
             if (cycling)
                 setState(kCycleRangeChanged, true);
         } else if (name == "colorGain" || name == "colorOffset" || name == "alphaGain" ||
-                   name == "alphaOffset" || name == "alphaIsLuminance" || name == "invert") {
+                   name == "alphaOffset" || name == "alphaIsLuminance" || name == "invert" ||
+                   name == "colorSpace" || name == "ignoreColorSpaceFileRules" ||
+                   name == "colorManagementEnabled") {
             refresh();
             setState(kFileStale, true);
         } else if (name == "fileTextureName") {

@@ -17,6 +17,7 @@
 #include "host/pixel_map.h"
 #include "host/plug.h"
 #include "host/scene/dag.h"
+#include "viewport/evaluate_texture_info.h"
 
 class TmaterialInfo;
 class TdnFileTexture;
@@ -66,8 +67,11 @@ public:
     // The bit of this kind that says its images are stale.
     bool isDirty() const;
 
-    // The texture for a draw of `object`, computing it when stale.
-    TsharedGlTextureObject textureObject(T3dPort& port, const TdagPath& object);
+    // The texture for a draw of `object`, computing it when stale. With
+    // `info` the pieces go there too (reset first): the tiles of a texture
+    // in UV tiles, the placement and the UV range.
+    TsharedGlTextureObject textureObject(T3dPort& port, const TdagPath& object,
+                                         TevaluateTextureInfo* info = nullptr);
     size_t textureObjectsCount() const { return fTextures.size(); }
     TsharedGlTextureObject textureObject(size_t index) const {
         return index < fTextures.size() ? fTextures[index] : nullptr;
@@ -93,6 +97,16 @@ public:
     // The UV range the texture covers: (0, 0) to (1, 1) but for bakes.
     void getUvRange(const TdagPath& path, T2Float& lo, T2Float& hi) const;
 
+    // A file in UV tiles: one texture a tile.
+    bool tileSources() const { return fTileSources; }
+    int32_t tileCount() const { return fTileCount; }
+
+    // The slot of `frame` in a cycle of file frames from `start` to `end`
+    // by `by` (0 counts as 1): (frame - start) / by, from 0 to
+    // |(end - start) / by|. A frame outside the cycle gives slot 0 and
+    // `inside` false.
+    static int cycleSlot(int frame, int start, int end, int by, bool& inside);
+
     // Whether the file may be drawn directly (it looks as rendered).
     bool isSupportedFile();
     // The side of a bake of `node` in pixels.
@@ -114,6 +128,10 @@ private:
     void listenUpstream();
     void setState(uint32_t bits, bool on) { fState = on ? fState | bits : fState & ~bits; }
     TsharedGlTextureObject computeFile(T3dPort& port);
+    TsharedGlTextureObject newFileTexture(T3dPort& port, const TpixelMap& map, size_t slot);
+    void fillInfo(TevaluateTextureInfo& info, const TdagPath& path) const;
+    // Warns once per file name that nothing was found for it.
+    void warnNoFile(TdnFileTexture& file, const Tstring& why);
     TsharedGlTextureObject computeSwatch(T3dPort& port);
     TsharedGlTextureObject computeConvertSolid(T3dPort& port, const TdagPath& object);
     TsharedGlTextureObject upload(T3dPort& port, const TpixelMap& map, size_t slot);
@@ -135,7 +153,13 @@ private:
     std::vector<std::pair<T2Float, T2Float>> fUvRanges;
     std::vector<TdependNode*> fSources;
     std::shared_ptr<const TpixelMap> fSwatch;
-    Tstring fFileName; // the file shown, for sharing
+    Tstring fFileName;   // the file shown, for sharing
+    Tstring fWarnedName; // the name last warned of as finding no file
+    // The cycle the slots of fTextures were loaded for (start, end, by).
+    int fCycle[3] = {0, 0, 0};
+    std::vector<std::pair<int, int>> fTilePositions;
+    int32_t fTileCount = 0;
+    bool fTileSources = false;
     unsigned fComputeCount = 0;
     bool fOpaque = false;
     bool fForceClamp = true;

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <initializer_list>
+#include <utility>
+#include <vector>
 
 #include "framework/nodes/utility/render_utilities.h"
 #include "host/graph.h"
@@ -104,8 +107,10 @@ void TshadowPassProcess::updateDepthMap(T3dPort& port, TlightInfoShadowPass& lig
         for (TlightInfoShadowPass& l : fLights)
             if (&l != &light && fContext.expired())
                 l.depthTexture = 0;
-        if (fContext.expired())
+        if (fContext.expired()) {
             light.depthTexture = 0;
+            fRamp = 0;
+        }
         fPort = &port;
         fContext = port.contextToken();
     }
@@ -160,6 +165,132 @@ void TshadowPassProcess::updateDepthMap(T3dPort& port, TlightInfoShadowPass& lig
     glClear(GL_DEPTH_BUFFER_BIT);
 }
 
+namespace {
+
+constexpr GLenum kDepthTextureMode = 0x884B;
+constexpr GLenum kTextureCompareMode = 0x884C;
+constexpr GLenum kTextureCompareFunc = 0x884D;
+constexpr GLenum kCompareRToTexture = 0x884E;
+
+// Eye-linear texgen on the active unit for the coordinates listed, each
+// plane a column of the light's clip matrix taken from [-1, 1] to [0, 1]
+// (q stays as it is). `from` gives the column each coordinate takes.
+void eyeLinear(const T4dDblMatrix& clip, std::initializer_list<std::pair<GLenum, int>> planes) {
+    for (const auto& [coordinate, column] : planes) {
+        GLdouble plane[4];
+        for (int r = 0; r < 4; ++r)
+            plane[r] = column < 3 ? 0.5 * clip.m[r][column] + 0.5 * clip.m[r][3] : clip.m[r][3];
+        glTexGeni(coordinate, GL_TEXTURE_GEN_MODE, GL_EYE_LINEAR);
+        glTexGendv(coordinate, GL_EYE_PLANE, plane);
+        glEnable(coordinate == GL_S   ? GL_TEXTURE_GEN_S
+                 : coordinate == GL_T ? GL_TEXTURE_GEN_T
+                 : coordinate == GL_R ? GL_TEXTURE_GEN_R
+                                      : GL_TEXTURE_GEN_Q);
+    }
+}
+
+} // namespace
+
+void TshadowPassProcess::bindDMapTextures(const TlightInfoShadowPass& light) {
+    glActiveTexture(kDepthUnit);
+    glBindTexture(GL_TEXTURE_2D, light.depthTexture);
+    glEnable(GL_TEXTURE_2D);
+    if (fPath == kSGIXshadows) {
+        // The unit compares the fragment's r with the map: 1 lit, 0 not.
+        glTexParameteri(GL_TEXTURE_2D, kTextureCompareMode, GLint(kCompareRToTexture));
+        glTexParameteri(GL_TEXTURE_2D, kTextureCompareFunc, GL_LEQUAL);
+        glTexParameteri(GL_TEXTURE_2D, kDepthTextureMode, GL_ALPHA);
+        glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE);
+    } else if (fPath == kTextureCombiners) {
+        // No comparison on the card: the map's depth is read as alpha, and
+        // the fragment's own depth from the light as the alpha of a ramp.
+        glTexParameteri(GL_TEXTURE_2D, kDepthTextureMode, GL_ALPHA);
+        glActiveTexture(kRampUnit);
+        if (!fRamp) {
+            std::vector<float> ramp(kRampTexels);
+            for (unsigned i = 0; i < kRampTexels; ++i)
+                ramp[i] = (float(i) + 0.5f) / float(kRampTexels) - kRampBias;
+            glGenTextures(1, &fRamp);
+            glBindTexture(GL_TEXTURE_1D, fRamp);
+            glTexImage1D(GL_TEXTURE_1D, 0, GL_ALPHA16, GLsizei(kRampTexels), 0, GL_ALPHA, GL_FLOAT,
+                         ramp.data());
+            glTexParameteri(GL_TEXTURE_1D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+            glTexParameteri(GL_TEXTURE_1D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+            glTexParameteri(GL_TEXTURE_1D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+        }
+        glBindTexture(GL_TEXTURE_1D, fRamp);
+        glEnable(GL_TEXTURE_1D);
+    }
+    glActiveTexture(GL_TEXTURE0);
+}
+
+void TshadowPassProcess::configTexgen(const TlightInfoShadowPass& light) {
+    const T4dDblMatrix clip = computeProjectionMatrix(light);
+    glActiveTexture(kDepthUnit);
+    glMatrixMode(GL_TEXTURE);
+    glLoadIdentity();
+    glMatrixMode(GL_MODELVIEW);
+    eyeLinear(clip, {{GL_S, 0}, {GL_T, 1}, {GL_R, 2}, {GL_Q, 3}});
+    if (fPath == kTextureCombiners) {
+        // The ramp's s is the depth the map would hold for the fragment.
+        glActiveTexture(kRampUnit);
+        glMatrixMode(GL_TEXTURE);
+        glLoadIdentity();
+        glMatrixMode(GL_MODELVIEW);
+        eyeLinear(clip, {{GL_S, 2}});
+    }
+    glActiveTexture(GL_TEXTURE0);
+}
+
+void TshadowPassProcess::configCombiners() {
+    if (fPath != kTextureCombiners)
+        return;
+    // Unit 1: the colour so far, with the map's depth as alpha.
+    glActiveTexture(kDepthUnit);
+    glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_COMBINE);
+    glTexEnvi(GL_TEXTURE_ENV, GL_COMBINE_RGB, GL_REPLACE);
+    glTexEnvi(GL_TEXTURE_ENV, GL_SOURCE0_RGB, GL_PREVIOUS);
+    glTexEnvi(GL_TEXTURE_ENV, GL_OPERAND0_RGB, GL_SRC_COLOR);
+    glTexEnvi(GL_TEXTURE_ENV, GL_COMBINE_ALPHA, GL_REPLACE);
+    glTexEnvi(GL_TEXTURE_ENV, GL_SOURCE0_ALPHA, GL_TEXTURE);
+    glTexEnvi(GL_TEXTURE_ENV, GL_OPERAND0_ALPHA, GL_SRC_ALPHA);
+    // Unit 2: map depth + (1 - fragment depth) - 0.5, above 0.5 exactly
+    // where the map lies beyond the fragment (the polygon offset of the
+    // map keeps a lit surface from shadowing itself).
+    glActiveTexture(kRampUnit);
+    glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_COMBINE);
+    glTexEnvi(GL_TEXTURE_ENV, GL_COMBINE_RGB, GL_REPLACE);
+    glTexEnvi(GL_TEXTURE_ENV, GL_SOURCE0_RGB, GL_PREVIOUS);
+    glTexEnvi(GL_TEXTURE_ENV, GL_OPERAND0_RGB, GL_SRC_COLOR);
+    glTexEnvi(GL_TEXTURE_ENV, GL_COMBINE_ALPHA, GL_ADD_SIGNED);
+    glTexEnvi(GL_TEXTURE_ENV, GL_SOURCE0_ALPHA, GL_PREVIOUS);
+    glTexEnvi(GL_TEXTURE_ENV, GL_OPERAND0_ALPHA, GL_SRC_ALPHA);
+    glTexEnvi(GL_TEXTURE_ENV, GL_SOURCE1_ALPHA, GL_TEXTURE);
+    glTexEnvi(GL_TEXTURE_ENV, GL_OPERAND1_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+    glActiveTexture(GL_TEXTURE0);
+}
+
+void TshadowPassProcess::disableTexgen() {
+    for (GLenum unit : {kDepthUnit, kRampUnit}) {
+        glActiveTexture(unit);
+        glDisable(GL_TEXTURE_GEN_S);
+        glDisable(GL_TEXTURE_GEN_T);
+        glDisable(GL_TEXTURE_GEN_R);
+        glDisable(GL_TEXTURE_GEN_Q);
+    }
+    glActiveTexture(GL_TEXTURE0);
+}
+
+void TshadowPassProcess::disableCombiners() {
+    for (GLenum unit : {kDepthUnit, kRampUnit}) {
+        glActiveTexture(unit);
+        glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE);
+        glDisable(GL_TEXTURE_2D);
+        glDisable(GL_TEXTURE_1D);
+    }
+    glActiveTexture(GL_TEXTURE0);
+}
+
 void TshadowPassProcess::removeDepthMaps() {
     for (TlightInfoShadowPass& light : fLights)
         if (light.depthTexture) {
@@ -170,4 +301,12 @@ void TshadowPassProcess::removeDepthMaps() {
             }
             light.depthTexture = 0;
         }
+    if (fRamp) {
+        if (fPort && !fContext.expired()) {
+            if (!fPort->isCurrent())
+                fPort->makeCurrent();
+            glDeleteTextures(1, &fRamp);
+        }
+        fRamp = 0;
+    }
 }

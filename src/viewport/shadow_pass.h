@@ -71,6 +71,29 @@ public:
     // The light's projection times its view: geometry space to the light's
     // clip space.
     static T4dDblMatrix computeProjectionMatrix(const TlightInfoShadowPass& light);
+    // The lookup of a light's map in a draw that follows its updateDepthMap.
+    // Texture unit 1 holds the depth map, and on the combiner path unit 2 a
+    // ramp that turns the fragment's depth from the light into an alpha;
+    // either way a fragment's alpha ends above 0.5 where the light's map
+    // sees the surface and below where it does not, and the caller tests
+    // alpha against 0.5. The texture coordinates come from eye-linear
+    // texgen, set under the current modelview matrix (the one that takes
+    // the geometry's space to eye space: identity for the viewport).
+    void bindDMapTextures(const TlightInfoShadowPass& light);
+    void configTexgen(const TlightInfoShadowPass& light);
+    void configCombiners();
+    void disableTexgen();
+    void disableCombiners();
+    static constexpr GLenum kDepthUnit = GL_TEXTURE1;
+    static constexpr GLenum kRampUnit = GL_TEXTURE2;
+    // Texels of the ramp, and how far its depths lie nearer the light than
+    // the fragment's, as a share of the light's depth range. Combiners may
+    // work in 8 bits a channel, where a lit surface's map depth and its own
+    // depth round to the same step: two steps of bias keep it lit (and make
+    // this path's shadows start that much later than the other's).
+    static constexpr unsigned kRampTexels = 4096;
+    static constexpr float kRampBias = 2.0f / 255.0f;
+
     // Frees the depth textures.
     void removeDepthMaps();
 
@@ -85,5 +108,6 @@ private:
     // The context the depth textures live in, while it lives.
     T3dPort* fPort = nullptr;
     std::weak_ptr<void> fContext;
+    GLuint fRamp = 0;
     static bool sHighPrecision;
 };

@@ -107,6 +107,37 @@ TEST(ViewCli, DepthMapShadowsDarkenWhatTheLightCannotSee) {
     EXPECT_NEAR(map.pixel(80, 70)[TpixelMap::kRed], 160, 1);
 }
 
+TEST(ViewCli, UvTilesAreDrawnEachInItsOwnPlace) {
+    TempFolder folder;
+    std::filesystem::copy_file(testScene("viewport/tiles.qsl"), folder.file("tiles.qsl"));
+    // Tile 1001 red, tile 1002 blue, 2 by 2 texels each (binary PPMs).
+    const auto tile = [](char r, char b) {
+        std::string ppm = "P6\n2 2\n255\n";
+        for (int i = 0; i < 4; ++i)
+            ppm += {r, '\0', b};
+        return ppm;
+    };
+    folder.write("tile.1001.ppm", tile('\xff', '\0'));
+    folder.write("tile.1002.ppm", tile('\0', '\xff'));
+    const std::string drawn = folder.file("tiles.png");
+    const ToolResult r =
+        runTool({"view", folder.file("tiles.qsl"), "--res", "100", "100", "-o", drawn});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const TpixelMap map = readMap(drawn);
+    ASSERT_EQ(map.width(), 100u);
+    // The sun straight down on a diffuse 1 lambert: each texel's colour as
+    // it is. 10 pixels a unit: x = -2.5 is column 25, x = 2.5 column 75.
+    for (unsigned row : {10u, 50u, 90u}) {
+        EXPECT_EQ(map.pixel(25, row)[TpixelMap::kRed], 255) << row;
+        EXPECT_EQ(map.pixel(25, row)[TpixelMap::kBlue], 0) << row;
+        EXPECT_EQ(map.pixel(75, row)[TpixelMap::kRed], 0) << row;
+        EXPECT_EQ(map.pixel(75, row)[TpixelMap::kBlue], 255) << row;
+        // Right beside the seam, each side keeps its own tile's colour.
+        EXPECT_EQ(map.pixel(48, row)[TpixelMap::kBlue], 0) << row;
+        EXPECT_EQ(map.pixel(52, row)[TpixelMap::kRed], 0) << row;
+    }
+}
+
 TEST(ViewCli, MistakesAreUserErrorsAndLeaveNoImage) {
     TempFolder folder;
     const std::string image = folder.file("out.png");

@@ -6,6 +6,7 @@
 
 #include <OpenImageIO/imageio.h>
 
+#include <climits>
 #include <sstream>
 
 #include "host/draw/accessor.h"
@@ -14,6 +15,7 @@
 #include "host/qsl/interpreter.h"
 #include "host/scene/dag.h"
 #include "shading/shading_engine.h"
+#include "support/message_capture.h"
 #include "support/temp_folder.h"
 #include "viewport/material_info.h"
 #include "viewport/material_texture.h"
@@ -154,4 +156,166 @@ TEST(MaterialTexture, FilesAreDrawnDirectlyAndShared) {
     s.run("set tex.coverage 0.5 1");
     first->textureObject(s.port, s.object);
     EXPECT_EQ(first->kind(), TmaterialTexture::kConvertSolid);
+}
+
+TEST(MaterialTexture, CycleSlotsCountFramesFromTheStartOfTheCycle) {
+    bool inside = false;
+    // Frames 1 to 10 by 3 hold 1, 4, 7 and 10 in slots 0 to 3.
+    EXPECT_EQ(TmaterialTexture::cycleSlot(7, 1, 10, 3, inside), 2); // (7 - 1) / 3
+    EXPECT_TRUE(inside);
+    EXPECT_EQ(TmaterialTexture::cycleSlot(10, 1, 10, 3, inside), 3);
+    EXPECT_EQ(TmaterialTexture::cycleSlot(3, 1, 10, 3, inside), 0); // 2 / 3 rounds down
+    // An increment of 0 counts as 1: every frame its own slot.
+    EXPECT_EQ(TmaterialTexture::cycleSlot(7, 1, 10, 0, inside), 6);
+    EXPECT_EQ(TmaterialTexture::cycleSlot(10, 1, 10, 0, inside), 9);
+    // Counting down: 10, 7, 4, 1.
+    EXPECT_EQ(TmaterialTexture::cycleSlot(4, 10, 1, -3, inside), 2); // (4 - 10) / -3
+    EXPECT_TRUE(inside);
+    // The widest cycle 32 bits hold: 2^32 - 1 frames would not fit a slot
+    // number, counted in 64 bits and held to the largest int.
+    EXPECT_EQ(TmaterialTexture::cycleSlot(0, INT_MIN, INT_MAX, 1, inside), INT_MAX);
+    EXPECT_EQ(TmaterialTexture::cycleSlot(-5, -9, 9, 2, inside), 2); // -4 / 2
+    // Outside the cycle: no slot of its own, the first one.
+    EXPECT_EQ(TmaterialTexture::cycleSlot(12, 1, 10, 3, inside), 0);
+    EXPECT_FALSE(inside);
+    EXPECT_EQ(TmaterialTexture::cycleSlot(0, 1, 10, 3, inside), 0);
+    EXPECT_FALSE(inside);
+}
+
+TEST(MaterialTexture, UvTilesAreOneTextureEachInTheirOwnPlace) {
+    TempFolder folder;
+    const std::string red = folder.file("red.png"), blue = folder.file("blue.png"),
+                      green = folder.file("green.png");
+    writePng(red, 2, 2, std::vector<uint8_t>(16, 255));
+    writePng(blue, 4, 2, std::vector<uint8_t>(32, 128));
+    writePng(green, 1, 1, {0, 255, 0, 255});
+    Scene s(textured("node file tex\nset tex.uvTilingMode \"Explicit Tiles\"\n"
+                     "set tex.explicitUvTiles[0].explicitUvTileName \"" +
+                     red +
+                     "\"\n"
+                     "set tex.explicitUvTiles[1].explicitUvTileName \"" +
+                     blue +
+                     "\"\n"
+                     "set tex.explicitUvTiles[1].explicitUvTilePosition 1 0\n"));
+    TmaterialTexture* texture = s.info("sg").materialTexture();
+    ASSERT_TRUE(texture);
+    ASSERT_EQ(texture->kind(), TmaterialTexture::kFile);
+    TevaluateTextureInfo pieces;
+    texture->textureObject(s.port, s.object, &pieces);
+    EXPECT_TRUE(texture->tileSources());
+    EXPECT_EQ(texture->tileCount(), 2);
+    ASSERT_EQ(pieces.tileSources.size(), 2u);
+    // Each tile's image in the place its entry gives.
+    EXPECT_EQ(pieces.tileSources[0]->width(), 2u);
+    EXPECT_EQ(pieces.tileSources[1]->width(), 4u);
+    EXPECT_EQ(pieces.tilePositions[0], std::make_pair(0, 0));
+    EXPECT_EQ(pieces.tilePositions[1], std::make_pair(1, 0));
+    EXPECT_FALSE(texture->isDirty());
+    // A texture in tiles is not shared as one image.
+    EXPECT_EQ(texture->find(*texture, red), nullptr);
+
+    // A third tile: the count changed, so the images are stale and read
+    // again, three now.
+    s.run("set tex.explicitUvTiles[2].explicitUvTileName \"" + green +
+          "\"\nset tex.explicitUvTiles[2].explicitUvTilePosition 0 1\n");
+    EXPECT_TRUE(texture->isDirty());
+    const unsigned before = texture->computeCount();
+    texture->textureObject(s.port, s.object, &pieces);
+    EXPECT_EQ(texture->tileCount(), 3);
+    EXPECT_EQ(texture->computeCount(), before + 3);
+    ASSERT_EQ(pieces.tileSources.size(), 3u);
+    EXPECT_EQ(pieces.tilePositions[2], std::make_pair(0, 1));
+    // Drawn again with nothing changed: nothing is read.
+    texture->textureObject(s.port, s.object, &pieces);
+    EXPECT_EQ(texture->computeCount(), before + 3);
+}
+
+TEST(MaterialTexture, FilesAreReadIntoTheRenderingSpace) {
+    TempFolder folder;
+    const std::string path = folder.file("grey.png");
+    // Two sRGB greys: 188 and 64.
+    writePng(path, 2, 1, {188, 188, 188, 255, 64, 64, 64, 255});
+    const auto texels = [](const TglTextureObject& t) {
+        std::vector<uint8_t> rgba(size_t(t.width()) * t.height() * 4);
+        glBindTexture(GL_TEXTURE_2D, t.name());
+        glGetTexImage(GL_TEXTURE_2D, 0, GL_RGBA, GL_UNSIGNED_BYTE, rgba.data());
+        return rgba;
+    };
+    {
+        Scene s(textured("node file tex\nset tex.fileTextureName \"" + path + "\""));
+        const TsharedGlTextureObject t =
+            s.info("sg").materialTexture()->textureObject(s.port, s.object);
+        ASSERT_TRUE(t);
+        // The PNG rule reads 8-bit files as sRGB; the rendering space is
+        // linear: ((188 / 255 + 0.055) / 1.055)^2.4 = 0.5029, 128 of 255,
+        // and ((64 / 255 + 0.055) / 1.055)^2.4 = 0.0513, 13.
+        const std::vector<uint8_t> rgba = texels(*t);
+        EXPECT_EQ(rgba[0], 128);
+        EXPECT_EQ(rgba[2], 128);
+        EXPECT_EQ(rgba[4], 13);
+    }
+    {
+        // Colour management off on the node: the bytes go in as they are.
+        Scene s(textured("node file tex\nset tex.fileTextureName \"" + path +
+                         "\"\nset tex.colorManagementEnabled false"));
+        const TsharedGlTextureObject t =
+            s.info("sg").materialTexture()->textureObject(s.port, s.object);
+        ASSERT_TRUE(t);
+        const std::vector<uint8_t> rgba = texels(*t);
+        EXPECT_EQ(rgba[0], 188);
+        EXPECT_EQ(rgba[4], 64);
+    }
+}
+
+TEST(MaterialTexture, CyclingHoldsOneTextureAFrameOfTheCycle) {
+    TempFolder folder;
+    // Frames 1, 3 and 5 of a cycle from 1 to 5 by 2, told apart by width.
+    writePng(folder.file("anim.1.png"), 1, 1, std::vector<uint8_t>(4, 255));
+    writePng(folder.file("anim.3.png"), 3, 1, std::vector<uint8_t>(12, 255));
+    writePng(folder.file("anim.5.png"), 5, 1, std::vector<uint8_t>(20, 255));
+    Scene s(textured("node file tex\nset tex.fileTextureName \"" + folder.file("anim.1.png") +
+                     "\"\nset tex.useFrameExtension true\nset tex.useHardwareTextureCycling true\n"
+                     "set tex.startCycleExtension 1\nset tex.endCycleExtension 5\n"
+                     "set tex.byCycleIncrement 2\nset tex.frameExtension 3\n"));
+    TmaterialTexture* texture = s.info("sg").materialTexture();
+    ASSERT_TRUE(texture);
+    const TsharedGlTextureObject three = texture->textureObject(s.port, s.object);
+    ASSERT_TRUE(three);
+    EXPECT_TRUE(texture->hasState(TmaterialTexture::kCycling));
+    EXPECT_EQ(three->width(), 3u); // slot (3 - 1) / 2 = 1: frame 2 x 1 + 1 = 3
+    s.run("set tex.frameExtension 5");
+    EXPECT_EQ(texture->textureObject(s.port, s.object)->width(), 5u);
+    // Frame 4 shares slot (4 - 1) / 2 = 1 with frame 3: held, nothing read.
+    s.run("set tex.frameExtension 4");
+    EXPECT_EQ(texture->textureObject(s.port, s.object), three);
+    EXPECT_EQ(texture->computeCount(), 2u);
+    // Outside the cycle: the first slot, frame 1.
+    s.run("set tex.frameExtension 9");
+    EXPECT_EQ(texture->textureObject(s.port, s.object)->width(), 1u);
+    EXPECT_EQ(texture->computeCount(), 3u);
+    // A new range empties the slots: frame 3 by 1 from 3 is slot 0, read again.
+    s.run("set tex.startCycleExtension 3\nset tex.byCycleIncrement 1\nset tex.frameExtension 3");
+    const TsharedGlTextureObject again = texture->textureObject(s.port, s.object);
+    EXPECT_NE(again, three);
+    EXPECT_EQ(again->width(), 3u);
+    EXPECT_EQ(texture->computeCount(), 4u);
+}
+
+TEST(MaterialTexture, TilesThatCannotBeFoundAreWarnedOfOnce) {
+    TempFolder folder;
+    orvo_test::MessageCapture messages;
+    Scene s(textured("node file tex\nset tex.uvTilingMode \"UDIM (Mari)\"\n"
+                     "set tex.fileTextureName \"" +
+                     folder.file("none.1001.png") + "\""));
+    TmaterialTexture* texture = s.info("sg").materialTexture();
+    ASSERT_TRUE(texture);
+    TevaluateTextureInfo pieces;
+    EXPECT_EQ(texture->textureObject(s.port, s.object, &pieces), nullptr);
+    EXPECT_FALSE(pieces.tiled());
+    texture->textureObject(s.port, s.object, &pieces);
+    ASSERT_EQ(messages.count(TcommandEngine::Severity::Warning), 1u);
+    const std::string text = messages.messages()[0].second;
+    EXPECT_NE(text.find("tex: no file found for '" + folder.file("none.1001.png")),
+              std::string::npos)
+        << text;
 }

@@ -73,3 +73,89 @@ TEST(ShadowPass, DepthTextureHoldsTheNearestSurfaceSeenFromTheLight) {
     EXPECT_NEAR(p.z, -0.5, 1e-9);
     EXPECT_NEAR(p.x, 0.0, 1e-9);
 }
+
+// A sun straight down -Z over a floor at z = -1 (x and y from -2 to 2),
+// with a card at z = 1 over its quarter x in [-1, 0], y in [-1, 1]. The
+// floor is drawn white and unlit through the pass's lookup, alpha tested at
+// 0.5, seen straight down through a box 4 wide: 16 pixels a unit.
+// Returns the red of pixel (x, y) in scene units.
+struct LookupScene {
+    std::vector<uint8_t> rgba;
+    int at(float x, float y) const {
+        const unsigned column = unsigned((x + 2.0f) * 16.0f), row = unsigned((2.0f - y) * 16.0f);
+        return rgba[(row * 64 + column) * 4];
+    }
+};
+
+static void quadAtZ(float z, float x0, float x1, float y0, float y1) {
+    glBegin(GL_QUADS);
+    glVertex3f(x0, y0, z);
+    glVertex3f(x1, y0, z);
+    glVertex3f(x1, y1, z);
+    glVertex3f(x0, y1, z);
+    glEnd();
+}
+
+static LookupScene drawThroughLookup(bool hideShadowExtensions,
+                                     TshadowPassProcess::Path& pathTaken) {
+    TdependGraph g;
+    std::ostringstream out;
+    qsl::Interpreter(g, out).runText("node transform sun\n"
+                                     "node directionalLight sunShape -parent sun\n"
+                                     "set sunShape.useDepthMapShadows true\n"
+                                     "set sunShape.dmapResolution 64\n",
+                                     "scene.qsl");
+    T3dPort port(64, 64);
+    if (hideShadowExtensions) {
+        port.hideExtension("GL_ARB_shadow");
+        port.hideExtension("GL_SGIX_shadow");
+    }
+    TshadowPassProcess pass;
+    pathTaken = pass.checkExtensions(port);
+    pass.getAllShadowingLights(g, T4dDblMatrix::identity(), {0, 0, 0}, 2.0);
+    EXPECT_EQ(pass.lights().size(), 1u);
+    LookupScene scene;
+    if (pass.lights().size() != 1)
+        return scene;
+    TlightInfoShadowPass& light = pass.lights()[0];
+    pass.updateDepthMap(port, light, [] {
+        quadAtZ(1.0f, -1.0f, 0.0f, -1.0f, 1.0f);
+        quadAtZ(-1.0f, -2.0f, 2.0f, -2.0f, 2.0f);
+    });
+    port.clear({0, 0, 0, 1});
+    glMatrixMode(GL_PROJECTION);
+    glLoadIdentity();
+    glOrtho(-2, 2, -2, 2, -10, 10);
+    glMatrixMode(GL_MODELVIEW);
+    glLoadIdentity();
+    glDisable(GL_LIGHTING);
+    glColor4f(1, 1, 1, 1);
+    pass.bindDMapTextures(light);
+    pass.configTexgen(light);
+    pass.configCombiners();
+    glEnable(GL_ALPHA_TEST);
+    glAlphaFunc(GL_GREATER, 0.5f);
+    quadAtZ(-1.0f, -2.0f, 2.0f, -2.0f, 2.0f);
+    glDisable(GL_ALPHA_TEST);
+    pass.disableTexgen();
+    pass.disableCombiners();
+    scene.rgba = port.readPixels();
+    return scene;
+}
+
+TEST(ShadowPass, BothLookupsTellTheShadowFromTheLight) {
+    for (const bool hidden : {false, true}) {
+        TshadowPassProcess::Path path = TshadowPassProcess::kNoShadows;
+        const LookupScene s = drawThroughLookup(hidden, path);
+        // Without the comparison extensions the pass falls to combiners.
+        EXPECT_EQ(path, hidden ? TshadowPassProcess::kTextureCombiners
+                               : TshadowPassProcess::kSGIXshadows);
+        ASSERT_EQ(s.rgba.size(), 64u * 64u * 4u);
+        EXPECT_EQ(s.at(-0.5f, 0.0f), 0) << hidden;    // under the card
+        EXPECT_EQ(s.at(-0.9f, 0.9f), 0) << hidden;    // near its corner
+        EXPECT_EQ(s.at(1.0f, 0.0f), 255) << hidden;   // beside it
+        EXPECT_EQ(s.at(-1.5f, 0.0f), 255) << hidden;  // on its other side
+        EXPECT_EQ(s.at(-0.5f, 1.5f), 255) << hidden;  // beyond its far edge
+        EXPECT_EQ(s.at(-0.5f, -1.5f), 255) << hidden; // and its near edge
+    }
+}

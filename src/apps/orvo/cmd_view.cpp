@@ -10,6 +10,7 @@
 #include "apps/orvo/cli.h"
 #include "apps/orvo/scene.h"
 #include "apps/orvo/viewport_draw.h"
+#include "colour/colour_choice.h"
 #include "host/graph.h"
 #include "render/image_io.h"
 #include "render/render_error.h"
@@ -56,7 +57,22 @@ int runView(const ViewOptions& options) {
         request.camera = findCameraPath(*graph, options.camera, "orvo view");
     try {
         const TrenderedImage picture = drawViewport(*graph, request);
-        OrvoWriteImage(image, picture, format);
+        // The draw is in the rendering space: a PNG goes through the scene's
+        // output transform, as a render's does.
+        TimageWriteSpec spec;
+        if (format == TimageFormat::Png) {
+            spec.format = "png";
+            spec.label = "PNG";
+            const TcolourRenderSettings colour = OrvoColourRenderSettings(graph.get());
+            spec.colour = {colour.workingSpace, colour.outputTransform,
+                           colour.outputUseColorConversion};
+        } else {
+            spec.format = "openexr";
+            spec.label = "EXR";
+            spec.bits = 16;
+            spec.compression = "zip";
+        }
+        OrvoWriteImage(image, picture, spec);
     } catch (const TrenderError& error) {
         throw UserError(fmt::format("orvo view: {}", error.what()));
     }

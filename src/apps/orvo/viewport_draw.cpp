@@ -14,6 +14,7 @@
 #include "host/scene/light_shape.h"
 #include "render/render_scene.h"
 #include "shading/shading_engine.h"
+#include "viewport/evaluate_texture_info.h"
 #include "viewport/material_info.h"
 #include "viewport/material_texture.h"
 #include "viewport/shadow_pass.h"
@@ -94,61 +95,53 @@ setUpLights(TdependGraph& graph, const T4dDblMatrix& worldToEye, GLfloat ambient
     return made;
 }
 
-// Texture coordinates from eye space into a light's depth map: s, t and r
-// from 0 to 1 across the light's box.
-void loadShadowTexgen(const T4dDblMatrix& clip) {
-    const GLenum coords[4] = {GL_S, GL_T, GL_R, GL_Q};
-    const GLenum enables[4] = {GL_TEXTURE_GEN_S, GL_TEXTURE_GEN_T, GL_TEXTURE_GEN_R,
-                               GL_TEXTURE_GEN_Q};
-    for (int k = 0; k < 4; ++k) {
-        // Column k of the row-vector matrix, then from [-1, 1] to [0, 1]
-        // (q stays as it is).
-        GLdouble plane[4];
-        for (int r = 0; r < 4; ++r)
-            plane[r] = k < 3 ? 0.5 * clip.m[r][k] + 0.5 * clip.m[r][3] : clip.m[r][3];
-        glTexGeni(coords[k], GL_TEXTURE_GEN_MODE, GL_EYE_LINEAR);
-        glTexGendv(coords[k], GL_EYE_PLANE, plane);
-        glEnable(enables[k]);
-    }
-}
-
-void disableShadowTexgen() {
-    glDisable(GL_TEXTURE_GEN_S);
-    glDisable(GL_TEXTURE_GEN_T);
-    glDisable(GL_TEXTURE_GEN_R);
-    glDisable(GL_TEXTURE_GEN_Q);
-}
-
-constexpr GLenum kDepthTextureMode = 0x884B;
-constexpr GLenum kTextureCompareMode = 0x884C;
-constexpr GLenum kTextureCompareFunc = 0x884D;
-constexpr GLenum kCompareRToTexture = 0x884E;
-
 // The texture matrix of a placement: the texture's UV range, then scale
-// and offset about the origin, the angles about the texture's centre.
-void loadTextureMatrix(const TmaterialTexture& texture, const TdagPath& path) {
-    float rotate, scaleU, scaleV, offsetU, offsetV, angle;
-    texture.getTextureTransform(path, rotate, scaleU, scaleV, offsetU, offsetV, angle);
-    T2Float lo, hi;
-    texture.getUvRange(path, lo, hi);
+// and offset about the origin, the angles about the texture's centre, and
+// for a UV tile the move of its unit square onto the texture's.
+void loadTextureMatrix(const TevaluateTextureInfo& info, const std::pair<int, int>* tile) {
     glMatrixMode(GL_TEXTURE);
     glLoadIdentity();
-    // Applied to a UV from the last call up: into the range baked, ...
+    // Applied to a UV from the last call up: ...
+    if (tile)
+        glTranslatef(-float(tile->first), -float(tile->second), 0.0f);
+    // ... into the range baked, ...
+    const T2Float lo = info.uvMin, hi = info.uvMax;
     glScalef(1.0f / std::max(hi.x - lo.x, 1e-6f), 1.0f / std::max(hi.y - lo.y, 1e-6f), 1.0f);
     glTranslatef(-lo.x, -lo.y, 0.0f);
     // ... turned by the last angle, scaled and offset, turned by the first.
     glTranslatef(0.5f, 0.5f, 0.0f);
-    glRotatef(-rotate, 0, 0, 1);
+    glRotatef(-info.rotate, 0, 0, 1);
     glTranslatef(-0.5f, -0.5f, 0.0f);
-    glScalef(1.0f / scaleU, 1.0f / scaleV, 1.0f);
-    glTranslatef(-offsetU, -offsetV, 0.0f);
+    glScalef(1.0f / info.repeatU, 1.0f / info.repeatV, 1.0f);
+    glTranslatef(-info.offsetU, -info.offsetV, 0.0f);
     glTranslatef(0.5f, 0.5f, 0.0f);
-    glRotatef(-angle, 0, 0, 1);
+    glRotatef(-info.angle, 0, 0, 1);
     glTranslatef(-0.5f, -0.5f, 0.0f);
     glMatrixMode(GL_MODELVIEW);
 }
 
-void drawObject(const TrenderObject& object, bool textured) {
+// The texture unit that cuts a draw down to one UV tile: a single opaque
+// texel clamped to a transparent border, so that the fragment's alpha is 1
+// inside the tile's unit square and 0 outside, with no blend at the edges.
+constexpr GLenum kTileMaskUnit = GL_TEXTURE3;
+
+GLuint makeTileMask() {
+    GLuint name = 0;
+    glGenTextures(1, &name);
+    glBindTexture(GL_TEXTURE_2D, name);
+    const GLubyte white[4] = {255, 255, 255, 255};
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, 1, 1, 0, GL_RGBA, GL_UNSIGNED_BYTE, white);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_BORDER);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_BORDER);
+    const GLfloat none[4] = {0, 0, 0, 0};
+    glTexParameterfv(GL_TEXTURE_2D, GL_TEXTURE_BORDER_COLOR, none);
+    glBindTexture(GL_TEXTURE_2D, 0);
+    return name;
+}
+
+void drawObject(const TrenderObject& object, bool textured, bool masked = false) {
     const auto& positions = object.positions();
     const auto& normals = object.normals();
     const auto& uvs = object.mesh().uvs;
@@ -158,15 +151,76 @@ void drawObject(const TrenderObject& object, bool textured) {
         glEnableClientState(GL_NORMAL_ARRAY);
         glNormalPointer(GL_FLOAT, sizeof(T3Float), normals.data());
     }
-    if (textured && uvs.size() == positions.size()) {
+    const bool withUvs = textured && uvs.size() == positions.size();
+    if (withUvs) {
         glEnableClientState(GL_TEXTURE_COORD_ARRAY);
         glTexCoordPointer(2, GL_FLOAT, sizeof(T2Float), uvs.data());
+        if (masked) {
+            glClientActiveTexture(kTileMaskUnit);
+            glEnableClientState(GL_TEXTURE_COORD_ARRAY);
+            glTexCoordPointer(2, GL_FLOAT, sizeof(T2Float), uvs.data());
+            glClientActiveTexture(GL_TEXTURE0);
+        }
     }
     const auto& indices = object.mesh().indices;
     glDrawElements(GL_TRIANGLES, GLsizei(indices.size()), GL_UNSIGNED_INT, indices.data());
     glDisableClientState(GL_VERTEX_ARRAY);
     glDisableClientState(GL_NORMAL_ARRAY);
     glDisableClientState(GL_TEXTURE_COORD_ARRAY);
+    if (withUvs && masked) {
+        glClientActiveTexture(kTileMaskUnit);
+        glDisableClientState(GL_TEXTURE_COORD_ARRAY);
+        glClientActiveTexture(GL_TEXTURE0);
+    }
+}
+
+// A texture in UV tiles: the object once in the texture's default colour
+// (the render shows it where no tile lies), unless it is see-through or
+// only a light's share is added, then once a tile, each cut to its tile's
+// square by the mask unit and drawn over the first at equal depth.
+void drawTiles(const TrenderObject& object, const TevaluateTextureInfo& pieces,
+               const TmaterialTexture& texture, T3dPort& port, GLuint mask, bool overBase) {
+    const TportColor diffuse = port.diffuseColor();
+    if (overBase) {
+        const T3Float d = texture.getDefaultColor(object.path());
+        port.setDiffuseColor({d.x, d.y, d.z, diffuse.a});
+        drawObject(object, false);
+        port.setDiffuseColor(diffuse);
+    }
+    GLint depthFunc = GL_LESS, alphaFunc = GL_ALWAYS;
+    GLfloat alphaRef = 0.0f;
+    glGetIntegerv(GL_DEPTH_FUNC, &depthFunc);
+    glGetIntegerv(GL_ALPHA_TEST_FUNC, &alphaFunc);
+    glGetFloatv(GL_ALPHA_TEST_REF, &alphaRef);
+    const bool alphaTest = glIsEnabled(GL_ALPHA_TEST);
+    if (depthFunc == GL_LESS)
+        glDepthFunc(GL_LEQUAL);
+    glEnable(GL_ALPHA_TEST);
+    glAlphaFunc(GL_GREATER, alphaTest ? std::max(alphaRef, 0.5f) : 0.5f);
+    glActiveTexture(kTileMaskUnit);
+    glBindTexture(GL_TEXTURE_2D, mask);
+    glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE);
+    glEnable(GL_TEXTURE_2D);
+    for (size_t i = 0; i < pieces.tileSources.size(); ++i) {
+        glActiveTexture(GL_TEXTURE0);
+        if (!pieces.tileSources[i]->apply())
+            continue;
+        loadTextureMatrix(pieces, &pieces.tilePositions[i]);
+        glActiveTexture(kTileMaskUnit);
+        loadTextureMatrix(pieces, &pieces.tilePositions[i]);
+        drawObject(object, true, true);
+    }
+    glActiveTexture(kTileMaskUnit);
+    glDisable(GL_TEXTURE_2D);
+    glMatrixMode(GL_TEXTURE);
+    glLoadIdentity();
+    glMatrixMode(GL_MODELVIEW);
+    glActiveTexture(GL_TEXTURE0);
+    glDisable(GL_TEXTURE_2D);
+    glDepthFunc(GLenum(depthFunc));
+    glAlphaFunc(GLenum(alphaFunc), alphaRef);
+    if (!alphaTest)
+        glDisable(GL_ALPHA_TEST);
 }
 
 } // namespace
@@ -218,6 +272,12 @@ TrenderedImage drawViewport(TdependGraph& graph, const ViewRequest& request) {
     // Material ambient is the draw's business, not the card's default grey.
     port.setAmbientColor({0, 0, 0, 1});
 
+    const GLuint tileMask = makeTileMask();
+    struct ForgetMask {
+        GLuint name;
+        ~ForgetMask() { glDeleteTextures(1, &name); }
+    } forgetMask{tileMask};
+
     // Opaque objects first, then the see-through ones over them.
     struct Draw {
         const TrenderObject* object;
@@ -243,6 +303,7 @@ TrenderedImage drawViewport(TdependGraph& graph, const ViewRequest& request) {
         glActiveTexture(GL_TEXTURE0);
         const TdagPath& path = d.object->path();
         bool textured = false;
+        TevaluateTextureInfo pieces;
         if (!d.info || !d.info->setMaterial(path, d.transparent)) {
             // No usable group: the render's plain default material.
             port.setDepthTest(true);
@@ -254,11 +315,14 @@ TrenderedImage drawViewport(TdependGraph& graph, const ViewRequest& request) {
             port.setDiffuseColor(
                 {kDefaultMaterialColour.x, kDefaultMaterialColour.y, kDefaultMaterialColour.z, 1});
             port.setCurrentColor({1, 1, 1, 1});
-        } else if (TsharedGlTextureObject texture =
-                       d.info->textureObject(&port, path, scene.cameraPath())) {
-            textured = texture->apply();
-            if (textured)
-                loadTextureMatrix(*d.info->materialTexture(), path);
+        } else if (TmaterialTexture* texture = d.info->materialTexture()) {
+            texture->textureObject(port, path, &pieces);
+            if (!pieces.tiled() && pieces.texture) {
+                glActiveTexture(GL_TEXTURE0);
+                textured = pieces.texture->apply();
+                if (textured)
+                    loadTextureMatrix(pieces, nullptr);
+            }
         }
         const bool unlit = d.info && d.info->disableLighting();
         if (lightOnly) {
@@ -274,7 +338,11 @@ TrenderedImage drawViewport(TdependGraph& graph, const ViewRequest& request) {
             glDisable(GL_LIGHTING);
         else
             glEnable(GL_LIGHTING);
-        drawObject(*d.object, textured);
+        if (pieces.tiled())
+            drawTiles(*d.object, pieces, *d.info->materialTexture(), port, tileMask,
+                      !lightOnly && !d.transparent);
+        else
+            drawObject(*d.object, textured);
         if (textured)
             glDisable(GL_TEXTURE_2D);
     };
@@ -283,7 +351,7 @@ TrenderedImage drawViewport(TdependGraph& graph, const ViewRequest& request) {
     // texture first, where the card can compare depth textures.
     TshadowPassProcess shadows;
     TshadowPassProcess::setUseHighPrecisionShadows(true);
-    if (shadows.checkExtensions(port) == TshadowPassProcess::kSGIXshadows &&
+    if (shadows.checkExtensions(port) != TshadowPassProcess::kNoShadows &&
         !scene.objects().empty()) {
         T3dDblVector lo{1e30, 1e30, 1e30}, hi{-1e30, -1e30, -1e30};
         for (const auto& object : scene.objects())
@@ -327,14 +395,9 @@ TrenderedImage drawViewport(TdependGraph& graph, const ViewRequest& request) {
             glDisable(other);
         glEnable(gl);
         glLightModelfv(GL_LIGHT_MODEL_AMBIENT, none);
-        glActiveTexture(GL_TEXTURE1);
-        glBindTexture(GL_TEXTURE_2D, light.depthTexture);
-        glTexParameteri(GL_TEXTURE_2D, kTextureCompareMode, GLint(kCompareRToTexture));
-        glTexParameteri(GL_TEXTURE_2D, kTextureCompareFunc, GL_LEQUAL);
-        glTexParameteri(GL_TEXTURE_2D, kDepthTextureMode, GL_ALPHA);
-        glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_MODULATE);
-        glEnable(GL_TEXTURE_2D);
-        loadShadowTexgen(TshadowPassProcess::computeProjectionMatrix(light));
+        shadows.bindDMapTextures(light);
+        shadows.configTexgen(light);
+        shadows.configCombiners();
         glEnable(GL_ALPHA_TEST);
         glAlphaFunc(GL_GREATER, 0.5f);
         glDepthFunc(GL_EQUAL);
@@ -343,10 +406,8 @@ TrenderedImage drawViewport(TdependGraph& graph, const ViewRequest& request) {
                 drawOne(d, true);
         glDepthFunc(GL_LESS);
         glDisable(GL_ALPHA_TEST);
-        glActiveTexture(GL_TEXTURE1);
-        disableShadowTexgen();
-        glDisable(GL_TEXTURE_2D);
-        glActiveTexture(GL_TEXTURE0);
+        shadows.disableTexgen();
+        shadows.disableCombiners();
         port.setAlphaBlend(false);
     }
     for (const auto& [l, gl] : glLights)

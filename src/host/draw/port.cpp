@@ -9,6 +9,30 @@ float T3dPort::fsXrayAlpha = 0.3f;
 unsigned T3dPort::fsMaxUserTextureSize = 4096;
 T3dPort* T3dPort::fsTexturePort = nullptr;
 
+namespace {
+
+std::vector<std::vector<TportColor>>& colorTables() {
+    // The user's table first, then the copies pushed over it.
+    static std::vector<std::vector<TportColor>> tables(1);
+    return tables;
+}
+
+} // namespace
+
+std::vector<TportColor>& T3dPort::modelViewColorTable() {
+    return colorTables().back();
+}
+
+T3dPort::ColorTableCopy::~ColorTableCopy() {
+    if (colorTables().size() > 1)
+        colorTables().pop_back();
+}
+
+std::unique_ptr<T3dPort::ColorTableCopy> T3dPort::pushCopyModelViewColorTable() {
+    colorTables().push_back(colorTables().back());
+    return std::unique_ptr<ColorTableCopy>(new ColorTableCopy());
+}
+
 struct T3dPort::Context {
     OSMesaContext context = nullptr;
     std::vector<uint8_t> buffer;
@@ -67,6 +91,9 @@ bool T3dPort::hasExtension(const char* name) const {
     const char* all = reinterpret_cast<const char*>(glGetString(GL_EXTENSIONS));
     if (!all || !name || !*name)
         return false;
+    for (const std::string& hidden : fHidden)
+        if (hidden == name)
+            return false;
     // Whole words only: GL_ARB_shadow must not match GL_ARB_shadow_ambient.
     const size_t length = std::strlen(name);
     for (const char* p = std::strstr(all, name); p; p = std::strstr(p + 1, name)) {

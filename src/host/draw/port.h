@@ -59,8 +59,13 @@ public:
     bool usesOwnDrawColor() const { return fOwnDrawColor; }
     void setUsesOwnDrawColor(bool own) { fOwnDrawColor = own; }
 
-    // Whether the context offers the OpenGL extension `name` ("GL_ARB_shadow").
+    // Whether the context offers the OpenGL extension `name` ("GL_ARB_shadow")
+    // and it is not hidden.
     bool hasExtension(const char* name) const;
+    // Makes the port answer as a card without the extension `name` would,
+    // so that the fallbacks taken on such a card can be drawn (and tested)
+    // on one that has it.
+    void hideExtension(const std::string& name) { fHidden.push_back(name); }
     // The renderer's name string, for reports.
     std::string rendererName() const;
 
@@ -99,6 +104,23 @@ public:
     // The port textures are uploaded in; null: whichever port is current.
     static T3dPort* fsTexturePort;
 
+    // The indexed colours model views draw their own parts in (the active,
+    // lead and template colours...), shared by every port. A scope that
+    // needs other values for a while pushes a copy, changes it, and the
+    // copy is popped when its token goes.
+    static std::vector<TportColor>& modelViewColorTable();
+    class ColorTableCopy {
+    public:
+        ~ColorTableCopy();
+        ColorTableCopy(const ColorTableCopy&) = delete;
+        ColorTableCopy& operator=(const ColorTableCopy&) = delete;
+
+    private:
+        friend class T3dPort;
+        ColorTableCopy() = default;
+    };
+    static std::unique_ptr<ColorTableCopy> pushCopyModelViewColorTable();
+
     // Lives as long as the port's context: textures hold it weakly to learn
     // whether their names can still be freed.
     std::weak_ptr<void> contextToken() const { return fToken; }
@@ -117,4 +139,5 @@ private:
     bool fBlend = false;
     bool fDepthWrite = true;
     bool fDepthTest = false;
+    std::vector<std::string> fHidden;
 };
