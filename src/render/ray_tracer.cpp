@@ -268,6 +268,13 @@ void TrayTracer::startShadowPath(TrayPath& p, const TgenericRay& ray, const T3Fl
     p.fraction = fraction;
 }
 
+void TrayTracer::endShadowPath(const TrayPath& p, float* transmission, float& fraction) {
+    transmission[0] = p.weight.r;
+    transmission[1] = p.weight.g;
+    transmission[2] = p.weight.b;
+    fraction = p.fraction;
+}
+
 unsigned TrayTracer::traceShadowRays(unsigned count, TgenericRay** rays, float* transmission,
                                      float* fraction, int depthLimit) {
     Level* level = count ? enter() : nullptr;
@@ -301,13 +308,8 @@ unsigned TrayTracer::traceShadowRays(unsigned count, TgenericRay** rays, float* 
         }
         const unsigned traced = unsigned(level->active.size());
         follow(*level);
-        for (unsigned i = 0; i < count; ++i) {
-            const TrayPath& p = level->paths[i];
-            transmission[3 * i] = p.weight.r;
-            transmission[3 * i + 1] = p.weight.g;
-            transmission[3 * i + 2] = p.weight.b;
-            fraction[i] = p.fraction;
-        }
+        for (unsigned i = 0; i < count; ++i)
+            endShadowPath(level->paths[i], transmission + 3 * i, fraction[i]);
         leave();
         return traced;
     }
@@ -358,11 +360,7 @@ unsigned TrayTracer::traceShadowRays(unsigned count, TgenericRay** rays, float* 
             if (level->reach[k] != TshadowReach::Crossed)
                 continue;
             const uint32_t i = level->asked[k];
-            const TrayPath& p = level->paths[i];
-            transmission[3 * i] = p.weight.r;
-            transmission[3 * i + 1] = p.weight.g;
-            transmission[3 * i + 2] = p.weight.b;
-            fraction[i] = p.fraction;
+            endShadowPath(level->paths[i], transmission + 3 * i, fraction[i]);
         }
     }
     leave();

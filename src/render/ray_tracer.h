@@ -177,6 +177,8 @@ private:
     // A shadow ray as a path, with what came through before it.
     void startShadowPath(TrayPath& p, const TgenericRay& ray, const T3Float& direction,
                          const float* transmission, float fraction, int leaving) const;
+    // What came through a followed shadow ray, back to the caller's arrays.
+    static void endShadowPath(const TrayPath& p, float* transmission, float& fraction);
     void fillSample(Tsample& sample, const TrayPath& path, const TsurfacePoint& surface,
                     const TrenderObject& object) const;
     void footprint(const TrayPath& path, const TsurfacePoint& surface, T3Float& filterSize,
