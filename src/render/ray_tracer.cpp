@@ -224,15 +224,7 @@ unsigned TrayTracer::traceRays(unsigned count, TgenericRay** rays, Tspectrum* co
     for (unsigned i = 0; i < count; ++i) {
         const TgenericRay& ray = *rays[i];
         TrayPath& p = level->paths[i];
-        p = TrayPath();
-        p.origin = {ray.origin[0], ray.origin[1], ray.origin[2]};
-        p.direction = unit({ray.direction[0], ray.direction[1], ray.direction[2]});
-        p.rayOrigin = p.origin;
-        p.near = fScene.epsilon();
-        p.far = ray.maxDistance;
-        p.depth = ray.depth;
-        p.medium = ray.medium;
-        p.instance = uint32_t(ray.instance);
+        startPath(p, ray, unit({ray.direction[0], ray.direction[1], ray.direction[2]}));
         if (ray.depth <= fSettings.maxRayDepth && OrvoLength(p.direction) > 0.0f)
             level->active.push_back(i);
     }
@@ -252,8 +244,7 @@ unsigned TrayTracer::traceRays(unsigned count, TgenericRay** rays, Tspectrum* co
     return traced;
 }
 
-void TrayTracer::startShadowPath(TrayPath& p, const TgenericRay& ray, const T3Float& direction,
-                                 const float* transmission, float fraction, int leaving) const {
+void TrayTracer::startPath(TrayPath& p, const TgenericRay& ray, const T3Float& direction) const {
     p = TrayPath();
     p.origin = {ray.origin[0], ray.origin[1], ray.origin[2]};
     p.direction = direction;
@@ -263,6 +254,11 @@ void TrayTracer::startShadowPath(TrayPath& p, const TgenericRay& ray, const T3Fl
     p.depth = ray.depth;
     p.medium = ray.medium;
     p.instance = uint32_t(ray.instance);
+}
+
+void TrayTracer::startShadowPath(TrayPath& p, const TgenericRay& ray, const T3Float& direction,
+                                 const float* transmission, float fraction, int leaving) const {
+    startPath(p, ray, direction);
     p.weight = {transmission[0], transmission[1], transmission[2]};
     p.leaving = leaving;
     p.fraction = fraction;

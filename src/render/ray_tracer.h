@@ -174,6 +174,9 @@ private:
     void leave() { --fDepth; }
     // Follows every path of the level until each one stops.
     void follow(Level& level);
+    // A ray from a material or light as a path, along `direction` (the
+    // ray's, made unit).
+    void startPath(TrayPath& p, const TgenericRay& ray, const T3Float& direction) const;
     // A shadow ray as a path, with what came through before it.
     void startShadowPath(TrayPath& p, const TgenericRay& ray, const T3Float& direction,
                          const float* transmission, float fraction, int leaving) const;

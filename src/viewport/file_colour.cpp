@@ -5,19 +5,8 @@
 #include <vector>
 
 #include "colour/colour_choice.h"
-#include "framework/nodes/utility/render_utilities.h"
 #include "textures/file_texture.h"
-
-namespace {
-
-template <class T>
-T value(const TdependNode& node, const char* name, T fallback) {
-    const Tattribute* a = node.findAttribute(name);
-    T out = fallback;
-    return a && TrenderUtilities::getValue(Tplug(&node, a), out) ? out : fallback;
-}
-
-} // namespace
+#include "viewport/material_texture.h"
 
 std::shared_ptr<const TpixelMap> OrvoFileMapInRenderingSpace(std::shared_ptr<const TpixelMap> map,
                                                              TdnFileTexture& node,
@@ -25,10 +14,10 @@ std::shared_ptr<const TpixelMap> OrvoFileMapInRenderingSpace(std::shared_ptr<con
     if (!map)
         return map;
     const TcolourRenderSettings settings = OrvoColourRenderSettings(node.graph());
-    const TcolourInputChoice choice =
-        OrvoChooseInputColour(settings, fileName, false, value(node, "colorSpace", Tstring()),
-                              value(node, "ignoreColorSpaceFileRules", false),
-                              value(node, "colorManagementEnabled", true));
+    const TcolourInputChoice choice = OrvoChooseInputColour(
+        settings, fileName, false, OrvoAttributeValue(&node, "colorSpace", Tstring()),
+        OrvoAttributeValue(&node, "ignoreColorSpaceFileRules", false),
+        OrvoAttributeValue(&node, "colorManagementEnabled", true));
     if (choice.processor.isNoOp())
         return map;
     auto out = std::make_shared<TpixelMap>(map->width(), map->height(), map->channels());

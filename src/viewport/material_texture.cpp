@@ -34,13 +34,6 @@ const Tattribute& OrvoRootAttribute(const Tattribute& a) {
 
 namespace {
 
-template <class T>
-T value(const TdependNode* node, const char* name, T fallback) {
-    const Tattribute* a = node ? node->findAttribute(name) : nullptr;
-    T out = fallback;
-    return a && TrenderUtilities::getValue(Tplug(node, a), out) ? out : fallback;
-}
-
 bool near(float a, float b, float tolerance) {
     return std::fabs(a - b) <= tolerance;
 }
@@ -195,7 +188,7 @@ TsharedGlTextureObject TmaterialTexture::textureObject(T3dPort& port, const Tdag
     switch (fKind) {
     case kFile: {
         TdnFileTexture* f = file();
-        if (value(f, "disableFileLoad", false))
+        if (OrvoAttributeValue(f, "disableFileLoad", false))
             break;
         if (isSupportedFile()) {
             result = computeFile(port);
@@ -242,7 +235,7 @@ TsharedGlTextureObject TmaterialTexture::textureObject(T3dPort& port, const Tdag
 
 void TmaterialTexture::applyFilter(TglTextureObject& texture) {
     const TdependNode* info = fInfo;
-    const int level = value<int>(info, "textureFilter", 0);
+    const int level = OrvoAttributeValue<int>(info, "textureFilter", 0);
     switch (level) {
     case 1:
         texture.setFilter(false, texture.magnificationFilter(), texture.minificationFilter());
@@ -325,8 +318,10 @@ TsharedGlTextureObject TmaterialTexture::newFileTexture(T3dPort& port, const Tpi
         return t;
     }
     // Wrapping from the placement.
-    const bool wrapU = value(f, "wrapU", true), wrapV = value(f, "wrapV", true);
-    const bool mirrorU = value(f, "mirrorU", false), mirrorV = value(f, "mirrorV", false);
+    const bool wrapU = OrvoAttributeValue(f, "wrapU", true),
+               wrapV = OrvoAttributeValue(f, "wrapV", true);
+    const bool mirrorU = OrvoAttributeValue(f, "mirrorU", false),
+               mirrorV = OrvoAttributeValue(f, "mirrorV", false);
     const auto wrap = [&](bool on, bool mirror) -> GLenum {
         if (on)
             return mirror && port.hasExtension("GL_ARB_texture_mirrored_repeat") ? 0x8370
@@ -337,7 +332,7 @@ TsharedGlTextureObject TmaterialTexture::newFileTexture(T3dPort& port, const Tpi
     if (!wrapU && !wrapV) {
         t->setBorderColor({-1, -1, -1, 1});
     } else {
-        const T3Float d = value(f, "defaultColor", T3Float{0.5f, 0.5f, 0.5f});
+        const T3Float d = OrvoAttributeValue(f, "defaultColor", T3Float{0.5f, 0.5f, 0.5f});
         t->setBorderColor({d.x, d.y, d.z, 1});
     }
     return t;
@@ -350,13 +345,13 @@ TsharedGlTextureObject TmaterialTexture::computeFile(T3dPort& port) {
     };
     if (!f || fsDisableTextureCompute)
         return first();
-    setState(kCycling,
-             value(f, "useFrameExtension", false) && value(f, "useHardwareTextureCycling", false));
+    setState(kCycling, OrvoAttributeValue(f, "useFrameExtension", false) &&
+                           OrvoAttributeValue(f, "useHardwareTextureCycling", false));
     const int frame = f->currentFrame();
 
     // A texture in UV tiles: one texture a tile, where the node's file data
     // puts it. A different number of tiles is a different image.
-    const bool tiled = value<int>(f, "uvTilingMode", 0) != 0;
+    const bool tiled = OrvoAttributeValue<int>(f, "uvTilingMode", 0) != 0;
     const TdnFileTexture::FileData* tiles = nullptr;
     if (tiled) {
         tiles = &f->getCachedFileDataForFrame(frame);
@@ -376,8 +371,10 @@ TsharedGlTextureObject TmaterialTexture::computeFile(T3dPort& port) {
     // Cycling holds one texture a frame of the cycle, loaded as each frame
     // is first shown. (Tiles are loaded for the current frame only.)
     const bool cycling = hasState(kCycling) && !tiled;
-    const int start = value(f, "startCycleExtension", 1), end = value(f, "endCycleExtension", 1);
-    const int by = value(f, "byCycleIncrement", 1) == 0 ? 1 : value(f, "byCycleIncrement", 1);
+    const int start = OrvoAttributeValue(f, "startCycleExtension", 1),
+              end = OrvoAttributeValue(f, "endCycleExtension", 1);
+    const int increment = OrvoAttributeValue(f, "byCycleIncrement", 1);
+    const int by = increment == 0 ? 1 : increment;
     bool inside = false;
     const int slot = cycling ? cycleSlot(frame, start, end, by, inside) : 0;
     const bool rangeChanged = cycling && (hasState(kCycleRangeChanged) || fCycle[0] != start ||
@@ -554,7 +551,7 @@ unsigned TmaterialTexture::nodeResolution(const TdependNode* node) {
         TrenderUtilities::getUnconnectedValue(node, "resolution", resolution);
     if (OrvoEnvIsSet("ORVO_HW_FILE_TEXTURE_RESOLUTION_OVERRIDE") && node &&
         const_cast<TdependNode*>(node)->cast(TdnFileTexture::sTypeof())) {
-        const T2Float size = value(node, "outSize", T2Float{0, 0});
+        const T2Float size = OrvoAttributeValue(node, "outSize", T2Float{0, 0});
         double side = std::max(size.x, size.y);
         if (hasResolution)
             side = std::max(side, double(resolution));
@@ -577,7 +574,7 @@ unsigned TmaterialTexture::nodeResolution(const TdependNode* node) {
 
 bool TmaterialTexture::isSupportedFile() {
     TdnFileTexture* f = file();
-    if (!f || value(f, "invert", false))
+    if (!f || OrvoAttributeValue(f, "invert", false))
         return false;
     if (hasState(kAskSupported)) {
         setState(kHasBotFile, f->hasBOTFile());
@@ -585,23 +582,25 @@ bool TmaterialTexture::isSupportedFile() {
     }
     if (hasState(kHasBotFile))
         return false;
-    const T2Float coverage = value(f, "coverage", T2Float{1, 1});
-    const T2Float repeat = value(f, "repeatUV", T2Float{1, 1});
-    const bool mirror = value(f, "mirrorU", false) || value(f, "mirrorV", false);
+    const T2Float coverage = OrvoAttributeValue(f, "coverage", T2Float{1, 1});
+    const T2Float repeat = OrvoAttributeValue(f, "repeatUV", T2Float{1, 1});
+    const bool mirror =
+        OrvoAttributeValue(f, "mirrorU", false) || OrvoAttributeValue(f, "mirrorV", false);
     const bool cardMirrors =
         fInfo && fInfo->port() && fInfo->port()->hasExtension("GL_ARB_texture_mirrored_repeat");
-    if (coverage.x < 1.0f || coverage.y < 1.0f || value(f, "stagger", false) ||
+    if (coverage.x < 1.0f || coverage.y < 1.0f || OrvoAttributeValue(f, "stagger", false) ||
         (mirror && !cardMirrors))
         return false;
-    if (!value(f, "wrapU", true) && !near(repeat.x, 1.0f, 1e-5f))
+    if (!OrvoAttributeValue(f, "wrapU", true) && !near(repeat.x, 1.0f, 1e-5f))
         return false;
-    if (!value(f, "wrapV", true) && !near(repeat.y, 1.0f, 1e-5f))
+    if (!OrvoAttributeValue(f, "wrapV", true) && !near(repeat.y, 1.0f, 1e-5f))
         return false;
     if (!OrvoEnvIsSet("ORVO_OLD_TEX_PLACEMENT_BAKING"))
         return true;
-    if (std::fabs(value(f, "rotateUV", 0.0f)) > 1e-10f) {
-        const T2Float offset = value(f, "offset", T2Float{0, 0});
-        const T2Float frame{value(f, "translateFrameU", 0.0f), value(f, "translateFrameV", 0.0f)};
+    if (std::fabs(OrvoAttributeValue(f, "rotateUV", 0.0f)) > 1e-10f) {
+        const T2Float offset = OrvoAttributeValue(f, "offset", T2Float{0, 0});
+        const T2Float frame{OrvoAttributeValue(f, "translateFrameU", 0.0f),
+                            OrvoAttributeValue(f, "translateFrameV", 0.0f)};
         return near(offset.x, 0, 1e-5f) && near(offset.y, 0, 1e-5f) && near(frame.x, 0, 1e-5f) &&
                near(frame.y, 0, 1e-5f) && near(repeat.x, 1, 1e-5f) && near(repeat.y, 1, 1e-5f);
     }
@@ -615,7 +614,7 @@ T3Float TmaterialTexture::getDefaultColor(const TdagPath& path) const {
     switch (fKind) {
     case kFile:
     case kSwatch:
-        return value(n, "defaultColor", T3Float{0.5f, 0.5f, 0.5f});
+        return OrvoAttributeValue(n, "defaultColor", T3Float{0.5f, 0.5f, 0.5f});
     case kConvertSolid: {
         T3Float c{0, 0, 0};
         return TrenderUtilities::getUnconnectedValue(n, "defaultColor", c) ? c : T3Float{0, 0, 0};
@@ -663,15 +662,17 @@ void TmaterialTexture::getTextureTransform(const TdagPath& path, float& rotate, 
     if (fKind != kFile)
         return;
     const TdependNode* f = fPlug.node();
-    const T2Float coverage = value(f, "coverage", T2Float{1, 1});
-    const T2Float repeat = value(f, "repeatUV", T2Float{1, 1});
-    const T2Float offset = value(f, "offset", T2Float{0, 0});
-    const T2Float frame{value(f, "translateFrameU", 0.0f), value(f, "translateFrameV", 0.0f)};
+    const T2Float coverage = OrvoAttributeValue(f, "coverage", T2Float{1, 1});
+    const T2Float repeat = OrvoAttributeValue(f, "repeatUV", T2Float{1, 1});
+    const T2Float offset = OrvoAttributeValue(f, "offset", T2Float{0, 0});
+    const T2Float frame{OrvoAttributeValue(f, "translateFrameU", 0.0f),
+                        OrvoAttributeValue(f, "translateFrameV", 0.0f)};
     scaleU = coverage.x == 0 || repeat.x == 0 ? 1e-5f : coverage.x / repeat.x;
     scaleV = coverage.y == 0 || repeat.y == 0 ? 1e-5f : coverage.y / repeat.y;
     offsetU = frame.x - offset.x * scaleU;
     offsetV = frame.y - offset.y * scaleV;
-    const float rotateUV = value(f, "rotateUV", 0.0f), rotateFrame = value(f, "rotateFrame", 0.0f);
+    const float rotateUV = OrvoAttributeValue(f, "rotateUV", 0.0f),
+                rotateFrame = OrvoAttributeValue(f, "rotateFrame", 0.0f);
     if (!OrvoEnvIsSet("ORVO_OLD_TEX_PLACEMENT_BAKING")) {
         rotate = float(rotateUV * kDegreesPerRadian);
         angle = float(rotateFrame * kDegreesPerRadian);

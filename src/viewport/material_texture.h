@@ -11,6 +11,7 @@
 #include <memory>
 #include <vector>
 
+#include "framework/nodes/utility/render_utilities.h"
 #include "host/draw/port.h"
 #include "host/draw/texture_object.h"
 #include "host/node_messages.h"
@@ -25,6 +26,16 @@ class TdnFileTexture;
 // The top of the compound that `a` belongs to (`a` itself when it stands
 // alone): a texture or material is shown by its output as a whole.
 const Tattribute& OrvoRootAttribute(const Tattribute& a);
+
+// The value of a node's attribute by name, or `fallback` when there is no
+// node or it has no such attribute: the viewport reads nodes of several
+// types through names they may not all have.
+template <class T>
+T OrvoAttributeValue(const TdependNode* node, const char* name, T fallback) {
+    const Tattribute* a = node ? node->findAttribute(name) : nullptr;
+    T out = fallback;
+    return a && TrenderUtilities::getValue(Tplug(node, a), out) ? out : fallback;
+}
 
 class TmaterialTexture : public Tclient {
 public:
