@@ -28,6 +28,13 @@ public:
     Frame(const TshadingOpus& opus, Tsample** samples, unsigned count, void* memory,
           TmultiHeader* lights = nullptr, const uint16_t* slotOf = nullptr)
         : fOpus(opus), fSamples(samples), fCount(count), fLights(lights), fSlotOf(slotOf) {
+        // Samples of one batch come from one manager and share its layout:
+        // a field then sits at one offset in every sample, found once a copy
+        // instead of once a sample.
+        fLayoutTable = count ? samples[0]->fieldOffsetTable() : nullptr;
+        for (unsigned e = 1; e < count && fLayoutTable; ++e)
+            if (samples[e]->fieldOffsetTable() != fLayoutTable)
+                fLayoutTable = nullptr;
         auto* at = static_cast<std::byte*>(memory);
         fBlocks = reinterpret_cast<TdataBlockRendering*>(at);
         at += sizeof(TdataBlockRendering) * opus.fLayout.blockCount;
@@ -131,7 +138,8 @@ private:
     const TshadingOpus& fOpus;
     Tsample** fSamples;
     unsigned fCount;
-    TmultiHeader* fLights; // the light records of each illumination slot
+    const unsigned* fLayoutTable; // the samples' shared field offsets, or null
+    TmultiHeader* fLights;        // the light records of each illumination slot
     const uint16_t* fSlotOf;
     std::byte* fRecords = nullptr; // see sendRecordsTo
     size_t fRecordStride = 0;
@@ -231,12 +239,24 @@ void TshadingOpus::Frame::computeNode(const TSEinstruction& in, unsigned first, 
 namespace {
 
 struct Strided {
+    static constexpr bool kAlwaysThere = true;
     std::byte* base;
     size_t stride;
     std::byte* operator()(unsigned e) const { return base + size_t(e) * stride; }
 };
 
+// A field read from samples that share one layout, at its one offset.
+struct SampleAt {
+    static constexpr bool kAlwaysThere = true;
+    Tsample* const* samples;
+    size_t offset;
+    std::byte* operator()(unsigned e) const {
+        return reinterpret_cast<std::byte*>(samples[e]) + offset;
+    }
+};
+
 struct SampleRead {
+    static constexpr bool kAlwaysThere = false;
     Tsample* const* samples;
     unsigned field;
     std::byte* operator()(unsigned e) const {
@@ -245,6 +265,7 @@ struct SampleRead {
 };
 
 struct SampleWrite {
+    static constexpr bool kAlwaysThere = false;
     Tsample* const* samples;
     unsigned field;
     std::byte* operator()(unsigned e) const {
@@ -254,7 +275,22 @@ struct SampleWrite {
     }
 };
 
+// A field written into samples that share one layout and have a slot for
+// it; each sample records the field as set.
+struct SampleWriteAt {
+    static constexpr bool kAlwaysThere = true;
+    Tsample* const* samples;
+    size_t offset;
+    unsigned field;
+    std::byte* operator()(unsigned e) const {
+        Tsample* sample = samples[e];
+        sample->markSet(field);
+        return reinterpret_cast<std::byte*>(sample) + offset;
+    }
+};
+
 struct LightRecords {
+    static constexpr bool kAlwaysThere = false;
     TmultiHeader* lights;
     const uint16_t* slotOf;
     std::byte* operator()(unsigned e) const {
@@ -280,8 +316,15 @@ struct Converted {
     }
 };
 
+// The sides come by value: held in registers, they aren't read again after
+// each store, which the compiler would otherwise assume may change them.
 template <class To, class From, class Copy>
-void copyRun(const To& to, const From& from, const Copy& copy, unsigned first, unsigned last) {
+void copyRun(const To to, const From from, const Copy& copy, unsigned first, unsigned last) {
+    if constexpr (To::kAlwaysThere && From::kAlwaysThere) {
+        for (unsigned e = first; e < last; ++e)
+            copy(to(e), from(e));
+        return;
+    }
     for (unsigned e = first; e < last; ++e) {
         std::byte* destination = to(e);
         if (!destination)
@@ -293,7 +336,7 @@ void copyRun(const To& to, const From& from, const Copy& copy, unsigned first, u
 }
 
 template <class To, class From>
-void copyRun(const To& to, const From& from, const Converted& copy, unsigned first, unsigned last) {
+void copyRun(const To to, const From from, const Converted& copy, unsigned first, unsigned last) {
     switch (copy.bytes) {
     case 1:
         copyRun(to, from, Fixed<1>{}, first, last);
@@ -352,7 +395,20 @@ void TshadingOpus::Frame::copyTo(const To& to, const TSEinstruction& in, unsigne
     }
     switch (d.source.mode) {
     case kDataSampleField:
-        copyRun(to, SampleRead{fSamples, d.source.block}, copy, first, last);
+        if (fLayoutTable) {
+            // Without a slot every sample reads the field's default.
+            const unsigned offset = fLayoutTable[d.source.block];
+            if (offset)
+                copyRun(to, SampleAt{fSamples, offset}, copy, first, last);
+            else
+                copyRun(to,
+                        Strided{const_cast<std::byte*>(static_cast<const std::byte*>(
+                                    Tsample::defaultField(d.source.block))),
+                                0},
+                        copy, first, last);
+        } else {
+            copyRun(to, SampleRead{fSamples, d.source.block}, copy, first, last);
+        }
         break;
     case kDataLightBuilder:
         copyRun(to, LightRecords{fLights, fSlotOf}, copy, first, last);
@@ -370,6 +426,8 @@ void TshadingOpus::Frame::copy(const TSEinstruction& in, unsigned first, unsigne
     case kDataSampleField:
         if (fRecords && to.block == TsampleFields::lightData)
             copyTo(Strided{fRecords, fRecordStride}, in, first, last);
+        else if (fLayoutTable && fLayoutTable[to.block])
+            copyTo(SampleWriteAt{fSamples, fLayoutTable[to.block], to.block}, in, first, last);
         else
             copyTo(SampleWrite{fSamples, to.block}, in, first, last);
         break;

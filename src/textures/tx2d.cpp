@@ -127,18 +127,6 @@ bool TdnTx2D::checkOutside(int i, const TvectorDataHandle& uv,
 
 // ---------------------------------------------------------------- colour effects
 
-void TdnTx2D::colorEffects(bool invert, const float gain[3], const float offset[3], float alphaGain,
-                           float alphaOffset, T3Float& c, float& a) {
-    if (invert) {
-        for (int k = 0; k < 3; ++k)
-            c[k] = 1.0f - c[k];
-        a = 1.0f - a;
-    }
-    for (int k = 0; k < 3; ++k)
-        c[k] = c[k] * gain[k] + offset[k];
-    a = a * alphaGain + alphaOffset;
-}
-
 void TdnTx2D::colorEffects(const TdataHandle& invert, const TdataHandle& gain,
                            const TdataHandle& offset, const TdataHandle& alphaGain,
                            const TdataHandle& alphaOffset, T3Float& c, float& a) {
@@ -208,23 +196,6 @@ TdnTx2D::Samples::Samples(TdataBlock& block, unsigned first, unsigned count)
         alphaGainAll = alphaGain[0].asFloat();
         alphaOffsetAll = alphaOffset[0].asFloat();
     }
-}
-
-void TdnTx2D::Samples::finish(int i, T3Float c, float a) const {
-    // The luminance of the pattern's colour, before the effects: invert then
-    // inverts it.
-    if (effectsConstant ? alphaIsLuminanceAll : alphaIsLuminance[i].asBool())
-        a = luminance(c);
-    finishWithAlpha(i, c, a);
-}
-
-void TdnTx2D::Samples::finishWithAlpha(int i, T3Float c, float a) const {
-    if (effectsConstant)
-        colorEffects(invertAll, gainAll, offsetAll, alphaGainAll, alphaOffsetAll, c, a);
-    else
-        colorEffects(i, invert, gain, offset, alphaGain, alphaOffset, c, a);
-    outColor[i].set(c);
-    outAlpha[i].set(a);
 }
 
 // ---------------------------------------------------------------- evaluation outside a render

@@ -106,8 +106,18 @@ public:
                                   const TvectorDataHandle& outAlpha);
 
     // invert, then gain and offset; no clamping.
+    // Inline: the textures call it once a sample in their inner loops.
     static void colorEffects(bool invert, const float gain[3], const float offset[3],
-                             float alphaGain, float alphaOffset, T3Float& c, float& a);
+                             float alphaGain, float alphaOffset, T3Float& c, float& a) {
+        if (invert) {
+            for (int k = 0; k < 3; ++k)
+                c[k] = 1.0f - c[k];
+            a = 1.0f - a;
+        }
+        for (int k = 0; k < 3; ++k)
+            c[k] = c[k] * gain[k] + offset[k];
+        a = a * alphaGain + alphaOffset;
+    }
     static void colorEffects(TdataBlock& block, T3Float& c, float& a);
     static void colorEffects(const TdataHandle& invert, const TdataHandle& gain,
                              const TdataHandle& offset, const TdataHandle& alphaGain,
@@ -170,10 +180,25 @@ protected:
         float u(int i) const { return uv[i].asFloats()[0]; }
         float v(int i) const { return uv[i].asFloats()[1]; }
         float filtered(int i) const { return filteredSize(i, filterSize, filter, filterOffset); }
-        // Steps 5 and 6.
-        void finish(int i, T3Float c, float a) const;
+        // Steps 5 and 6. Inline, as the patterns' loops call them a sample
+        // at a time.
+        void finish(int i, T3Float c, float a) const {
+            // The luminance of the pattern's colour, before the effects:
+            // invert then inverts it.
+            if (effectsConstant ? alphaIsLuminanceAll : alphaIsLuminance[i].asBool())
+                a = luminance(c);
+            finishWithAlpha(i, c, a);
+        }
         // Step 6 alone, for a pattern that sets its own alpha.
-        void finishWithAlpha(int i, T3Float c, float a) const;
+        void finishWithAlpha(int i, T3Float c, float a) const {
+            if (effectsConstant)
+                colorEffects(invertAll, gainAll, offsetAll, alphaGainAll, alphaOffsetAll, c, a);
+            else
+                colorEffects(invert[i].asBool(), gain[i].asFloats(), offset[i].asFloats(),
+                             alphaGain[i].asFloat(), alphaOffset[i].asFloat(), c, a);
+            outColor[i].set(c);
+            outAlpha[i].set(a);
+        }
     };
 
     // The same steps outside a render: coordinates placed through the
