@@ -573,6 +573,40 @@ void fusedLightTable(int lights, FusedLight* table) {
     }
 }
 
+// The checker with its colours and filter 1 at (u, v), its filter box
+// (fu, fv) in the texture's own coordinates.
+inline void fusedChecker(float u, float v, float fu, float fv, float* colour) {
+    // The fraction of the coordinate, the box filter's loss of contrast near
+    // an edge, the weights of the two colours.
+    if (u < 0.0f || u > 1.0f)
+        u -= std::floor(u);
+    if (v < 0.0f || v > 1.0f)
+        v -= std::floor(v);
+    const float a = std::max(1e-8f, 2.0f * std::fabs(1.0f * fu + 0.0f));
+    const float b = std::max(1e-8f, 2.0f * std::fabs(1.0f * fv + 0.0f));
+    float c = 0.0f;
+    if (a < 2.0f && b < 2.0f) {
+        c = 1.0f;
+        float p = 2.0f * u - std::floor(2.0f * u);
+        float q = 2.0f * v - std::floor(2.0f * v);
+        if (p > 0.5f)
+            p = 1.0f - p;
+        if (q > 0.5f)
+            q = 1.0f - q;
+        if (a > p || b > q)
+            c = p * b > q * a ? q * c / b : p * c / a;
+        const float widest = std::max(a, b);
+        c = widest > 1.0f ? std::max(0.0f, c * (2.0f - widest)) : std::max(0.0f, c);
+    }
+    const float e = (c + 1.0f) / 2.0f;
+    const bool first = (u <= 0.5f && v <= 0.5f) || (u > 0.5f && v > 0.5f);
+    const float w1 = first ? e : 1.0f - e, w2 = first ? 1.0f - e : e;
+    for (int ch = 0; ch < 3; ++ch)
+        colour[ch] = w1 < 1e-5f   ? kColor2[ch]
+                     : w2 < 1e-5f ? kColor1[ch]
+                                  : w1 * kColor1[ch] + w2 * kColor2[ch];
+}
+
 // What the network computes, written out: the placement with repeat 4, the
 // checker with its filter, lambert with one term per light, and with
 // `blinn` blinn's highlight of each light (eccentricity 0.3, roll-off 0.7,
@@ -594,36 +628,8 @@ void fusedMaterial(int lights, bool blinn, const Inputs& in, Outputs& out) {
         u = (u - 0.0f) * kRepeat + 0.0f;
         v = (v - 0.0f) * kRepeat + 0.0f;
 
-        // Checker: the fraction of the coordinate, the box filter's loss of
-        // contrast near an edge, the weights of the two colours.
-        if (u < 0.0f || u > 1.0f)
-            u -= std::floor(u);
-        if (v < 0.0f || v > 1.0f)
-            v -= std::floor(v);
-        const float a = std::max(1e-8f, 2.0f * std::fabs(1.0f * fu + 0.0f));
-        const float b = std::max(1e-8f, 2.0f * std::fabs(1.0f * fv + 0.0f));
-        float c = 0.0f;
-        if (a < 2.0f && b < 2.0f) {
-            c = 1.0f;
-            float p = 2.0f * u - std::floor(2.0f * u);
-            float q = 2.0f * v - std::floor(2.0f * v);
-            if (p > 0.5f)
-                p = 1.0f - p;
-            if (q > 0.5f)
-                q = 1.0f - q;
-            if (a > p || b > q)
-                c = p * b > q * a ? q * c / b : p * c / a;
-            const float widest = std::max(a, b);
-            c = widest > 1.0f ? std::max(0.0f, c * (2.0f - widest)) : std::max(0.0f, c);
-        }
-        const float e = (c + 1.0f) / 2.0f;
-        const bool first = (u <= 0.5f && v <= 0.5f) || (u > 0.5f && v > 0.5f);
-        const float w1 = first ? e : 1.0f - e, w2 = first ? 1.0f - e : e;
         float colour[3];
-        for (int ch = 0; ch < 3; ++ch)
-            colour[ch] = w1 < 1e-5f   ? kColor2[ch]
-                         : w2 < 1e-5f ? kColor1[ch]
-                                      : w1 * kColor1[ch] + w2 * kColor2[ch];
+        fusedChecker(u, v, fu, fv, colour);
 
         // Lambert: diffuse from each light facing the normal.
         const T3Float n = in.normal[s];
@@ -903,6 +909,34 @@ bool runLambert() {
     return ok;
 }
 
+// One node: a checker read straight from the sample's coordinates is the
+// whole network. What the opus costs above the fused loop here is what
+// any network pays before its first node: the dispatch, the frame, the
+// copies in and out.
+bool runOneNode() {
+    std::printf("\nB4c: one node (a checker as the surface shader), ns per sample (median of %d "
+                "passes over %u samples)\n",
+                kPasses, kSamples);
+    std::ostringstream scene;
+    scene << "node checker c\nset c.color1 " << fmt3(kColor1) << "\nset c.color2 " << fmt3(kColor2)
+          << "\nnode shadingEngine sg\nconnect c.outColor sg.surfaceShader\n";
+    const FusedFn fused = [](const Inputs& in, Outputs& out) {
+        for (unsigned s = 0; s < kSamples; ++s) {
+            float colour[3];
+            fusedChecker(in.uv[s].x, in.uv[s].y, in.uvFilter[s].x, in.uvFilter[s].y, colour);
+            out.color[s] = {colour[0], colour[1], colour[2]};
+        }
+    };
+    Timing t;
+    if (!measure("checker alone", scene.str(), makeInputs(), fused, t))
+        return gProfile.passes != 0;
+    printHeader();
+    printRow("checker alone", t);
+    std::printf("  %-34s %9.2f %9.2f  (opus less fused, ns per sample)\n", "fixed cost",
+                t.opus64 - t.fused, t.opus1 - t.fused);
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -914,6 +948,7 @@ int main(int argc, char** argv) {
     std::printf("shading_opus: %u samples (%ux%u), option 0\n", kSamples, kWidth, kHeight);
     bool ok = runLambert();
     ok &= runChains();
+    ok &= runOneNode();
     if (!ok && !gProfile.passes) {
         std::fprintf(stderr, "shading_opus: the ways disagree\n");
         return 1;
