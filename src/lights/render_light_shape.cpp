@@ -98,17 +98,6 @@ bool TrenderLightShape::isLightDataPlug(const Tplug& plug) {
     return a && (a == &aLightData || a->isDescendentOf(aLightData));
 }
 
-T3Float TrenderLightShape::LightBatch::point(unsigned i) const {
-    const float* p = pointCamera[int(i)].asFloat3();
-    return {p[0], p[1], p[2]};
-}
-
-T3Float TrenderLightShape::LightBatch::tinted(const TvectorDataHandle& color, unsigned i) const {
-    const float* c = color[int(i)].asFloat3();
-    const T3Float rgb{c[0], c[1], c[2]};
-    return tint ? T3Float{rgb.x * tint[i].x, rgb.y * tint[i].y, rgb.z * tint[i].z} : rgb;
-}
-
 // ---------------------------------------------------------------- graph notifications
 
 bool TrenderLightShape::refreshesViewportLight(const Tattribute* attribute) const {

@@ -170,9 +170,17 @@ protected:
         bool shadows = false; // the batch may be shadowed
 
         TlightData& record(unsigned i) const { return *out[int(i)].asLightData(); }
-        T3Float point(unsigned i) const;
+        // Inline, as the pipeline's loops ask a sample at a time.
+        T3Float point(unsigned i) const {
+            const float* p = pointCamera[int(i)].asFloat3();
+            return {p[0], p[1], p[2]};
+        }
         // `color` of sample i, times its tint when the light has one.
-        T3Float tinted(const TvectorDataHandle& color, unsigned i) const;
+        T3Float tinted(const TvectorDataHandle& color, unsigned i) const {
+            const float* c = color[int(i)].asFloat3();
+            const T3Float rgb{c[0], c[1], c[2]};
+            return tint ? T3Float{rgb.x * tint[i].x, rgb.y * tint[i].y, rgb.z * tint[i].z} : rgb;
+        }
     };
 
     // The pipeline: texture coordinates, intensity and direction, pre-shadow
