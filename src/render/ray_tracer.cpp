@@ -429,7 +429,9 @@ void TrayTracer::follow(Level& level) {
                 defaultMaterial(level, p);
                 continue;
             }
-            const TsurfacePoint surface = fScene.surfacePoint(hit, p.origin, p.direction);
+            // The tangents wait for the sample: most networks never read
+            // them.
+            TsurfacePoint surface = fScene.surfacePoint(hit, p.origin, p.direction, false);
             p.hit = hit;
             p.hitPoint = surface.point;
             p.hitNormal = surface.normal;
@@ -484,23 +486,34 @@ void TrayTracer::footprint(const TrayPath& p, const TsurfacePoint& s, T3Float& f
     uvFilterSize = {lu > 0.0f ? size / lu : 0.0f, lv > 0.0f ? size / lv : 0.0f};
 }
 
-void TrayTracer::fillSample(Tsample& sample, const TrayPath& p, const TsurfacePoint& s,
+void TrayTracer::fillSample(Tsample& sample, const TrayPath& p, TsurfacePoint& s,
                             const TrenderObject& object) const {
+    // Every field is marked set; only those the group's samples keep a slot
+    // for (what its networks read) are worked out. A field without a slot
+    // reads as its default whatever is written.
+    namespace F = TsampleFields;
+    auto kept = [&](unsigned field) {
+        return sample.slot(field) != nullptr;
+    };
     sample.setPointCamera(s.point);
-    sample.setPointObj(transformPoint(object.eyeToObject(), s.point));
-    sample.setPointWorld(transformPoint(fEyeToWorld, s.point));
+    sample.setPointObj(kept(F::pointObj) ? transformPoint(object.eyeToObject(), s.point)
+                                         : T3Float{});
+    sample.setPointWorld(kept(F::pointWorld) ? transformPoint(fEyeToWorld, s.point) : T3Float{});
     sample.setNormalCamera(s.normal);
     sample.setTriangleNormalCamera(s.triangleNormal);
     sample.setUvCoord(s.uv);
+    if (kept(F::tangentUCamera) || kept(F::tangentVCamera))
+        fScene.surfaceTangents(p.hit, s);
     sample.setTangentUCamera(s.tangentU);
     sample.setTangentVCamera(s.tangentV);
-    T3Float filterSize;
-    T2Float uvFilterSize;
-    footprint(p, s, filterSize, uvFilterSize);
+    T3Float filterSize{};
+    T2Float uvFilterSize{};
+    if (kept(F::filterSize) || kept(F::uvFilterSize))
+        footprint(p, s, filterSize, uvFilterSize);
     sample.setFilterSize(filterSize);
     sample.setUvFilterSize(uvFilterSize);
     sample.setRayOrigin(p.rayOrigin);
-    sample.setRayDirection(unit(p.direction));
+    sample.setRayDirection(kept(F::rayDirection) ? unit(p.direction) : T3Float{});
     sample.setPrimitiveId(int32_t(p.hit.primitive));
     if (p.fromEye)
         sample.setPixelCenter(T2Float{std::floor(p.rasterX) + 0.5f, std::floor(p.rasterY) + 0.5f});

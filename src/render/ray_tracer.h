@@ -182,7 +182,7 @@ private:
                          const float* transmission, float fraction, int leaving) const;
     // What came through a followed shadow ray, back to the caller's arrays.
     static void endShadowPath(const TrayPath& p, float* transmission, float& fraction);
-    void fillSample(Tsample& sample, const TrayPath& path, const TsurfacePoint& surface,
+    void fillSample(Tsample& sample, const TrayPath& path, TsurfacePoint& surface,
                     const TrenderObject& object) const;
     void footprint(const TrayPath& path, const TsurfacePoint& surface, T3Float& filterSize,
                    T2Float& uvFilterSize) const;

@@ -468,8 +468,19 @@ bool TrenderScene::hitsBack(const Thit& hit, const T3Float& direction) const {
     return object.fMirrored ? facing < 0.0f : facing > 0.0f;
 }
 
+void TrenderScene::surfaceTangents(const Thit& hit, TsurfacePoint& s) const {
+    const TrenderObject& object = *fObjects[hit.object];
+    const uint32_t* corner = &object.mesh().indices[3 * size_t(hit.primitive)];
+    const float w0 = 1.0f - hit.u - hit.v, w1 = hit.u, w2 = hit.v;
+    auto blend = [&](const std::vector<T3Float>& a) {
+        return a[corner[0]] * w0 + a[corner[1]] * w1 + a[corner[2]] * w2;
+    };
+    s.tangentU = unit(blend(object.fTangentsU));
+    s.tangentV = unit(blend(object.fTangentsV));
+}
+
 TsurfacePoint TrenderScene::surfacePoint(const Thit& hit, const T3Float& origin,
-                                         const T3Float& direction) const {
+                                         const T3Float& direction, bool tangents) const {
     const TrenderObject& object = *fObjects[hit.object];
     const TmeshData& m = object.mesh();
     const uint32_t* corner = &m.indices[3 * size_t(hit.primitive)];
@@ -484,8 +495,8 @@ TsurfacePoint TrenderScene::surfacePoint(const Thit& hit, const T3Float& origin,
     };
     s.point = origin + direction * hit.distance;
     s.normal = unit(blend(object.fNormals));
-    s.tangentU = unit(blend(object.fTangentsU));
-    s.tangentV = unit(blend(object.fTangentsV));
+    if (tangents)
+        surfaceTangents(hit, s);
     s.uv = {s.vertexUv[0].x * w0 + s.vertexUv[1].x * w1 + s.vertexUv[2].x * w2,
             s.vertexUv[0].y * w0 + s.vertexUv[1].y * w1 + s.vertexUv[2].y * w2};
 

@@ -209,9 +209,12 @@ public:
     // The ray leaves the hit triangle's outside: it hit the triangle's back.
     bool hitsBack(const Thit& hit, const T3Float& direction) const;
 
-    // The surface at a hit, seen along `direction`.
-    TsurfacePoint surfacePoint(const Thit& hit, const T3Float& origin,
-                               const T3Float& direction) const;
+    // The surface at a hit, seen along `direction`. Without `tangents` the
+    // tangents are left zero (see surfaceTangents).
+    TsurfacePoint surfacePoint(const Thit& hit, const T3Float& origin, const T3Float& direction,
+                               bool tangents = true) const;
+    // The interpolated unit tangents at a hit, into `surface`.
+    void surfaceTangents(const Thit& hit, TsurfacePoint& surface) const;
 
 private:
     void findCamera(TdependGraph& graph, const std::string& sceneName, unsigned width,
