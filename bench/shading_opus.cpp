@@ -22,6 +22,9 @@
 //              (multiplyDivide, or plusMinusAverage), then a condition whose
 //              outColor is the group's surface shader; the cost per node per
 //              sample is the slope between K = 1 and K = 16.
+//   one node   a checker read straight from the sample's coordinates as the
+//              whole network: opus less fused is what every network pays
+//              before its first node.
 //
 // Timing: passes over all samples, the three ways interleaved so that a
 // change of machine load touches all of them alike; the median pass gives
