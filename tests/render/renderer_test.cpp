@@ -224,4 +224,28 @@ member infoSG squareShape
         }
 }
 
+// The tracer works tangents out only for groups whose networks read them:
+// a square turned 30 degrees in the view must hand its turned tangent, not
+// the field's default (1, 0, 0), to a network that asks for it.
+TEST(Renderer, ATurnedSquareHandsItsTangentToANetworkThatReadsIt) {
+    auto graph = sceneFromText(std::string(kUnitCamera) + kSquareAtDepth2 + R"(
+set square.rotate 90 0 30
+node samplerInfo info
+node condition show
+connect info.tangentUCamera show.colorIfTrue
+node shadingEngine tangentSG
+connect show.outColor tangentSG.surfaceShader
+member tangentSG squareShape
+)");
+    const Rendered r = render(*graph, 16, 16);
+    // The centre of the view lies well inside the turned square.
+    for (unsigned j = 6; j < 10; ++j)
+        for (unsigned i = 6; i < 10; ++i) {
+            const float* p = r.image.at(i, j);
+            EXPECT_NEAR(p[0], std::sqrt(3.0) / 2.0, 1e-4) << i << " " << j;
+            EXPECT_NEAR(p[1], 0.5, 1e-4) << i << " " << j;
+            EXPECT_NEAR(p[2], 0.0, 1e-4) << i << " " << j;
+        }
+}
+
 } // namespace
