@@ -14,55 +14,24 @@ ORVO_DEPENDENCIES(TdnChecker) {
 }
 
 namespace {
-constexpr float kUnseen = 1e-5f;
-} // namespace
-
-TdnChecker::Weights TdnChecker::weights(float u, float v, float sizeX, float sizeY, float filter,
-                                        float filterOffset, float contrast) {
-    u = fract1(u);
-    v = fract1(v);
-    const float f = std::max(0.0f, filter);
-    const float a = std::max(1e-8f, 2.0f * std::fabs(f * sizeX + filterOffset));
-    const float b = std::max(1e-8f, 2.0f * std::fabs(f * sizeY + filterOffset));
-    float c = 0.0f;
-    if (a < 2.0f && b < 2.0f) {
-        c = contrast;
-        // Distances to the nearest square edge.
-        float p = 2.0f * u - std::floor(2.0f * u);
-        float q = 2.0f * v - std::floor(2.0f * v);
-        if (p > 0.5f)
-            p = 1.0f - p;
-        if (q > 0.5f)
-            q = 1.0f - q;
-        // A box reaching over an edge loses contrast with its overlap.
-        if (a > p || b > q)
-            c = p * b > q * a ? q * c / b : p * c / a;
-        const float widest = std::max(a, b);
-        c = widest > 1.0f ? std::max(0.0f, c * (2.0f - widest)) : std::max(0.0f, c);
-    }
-    const float e = (c + 1.0f) / 2.0f;
-    const bool first = (u <= 0.5f && v <= 0.5f) || (u > 0.5f && v > 0.5f);
-    return first ? Weights{e, 1.0f - e} : Weights{1.0f - e, e};
-}
-
-T3Float TdnChecker::mix(const Weights& w, const float* c1, const float* c2) {
-    if (w.w1 < kUnseen)
-        return {c2[0], c2[1], c2[2]};
-    if (w.w2 < kUnseen)
-        return {c1[0], c1[1], c1[2]};
-    return {w.w1 * c1[0] + w.w2 * c2[0], w.w1 * c1[1] + w.w2 * c2[1], w.w1 * c1[2] + w.w2 * c2[2]};
-}
-
-namespace {
 // Asks the block for `colour` on each maximal run of needed samples, one
-// request a run, and keeps where each sample's value lies.
+// request a run, and keeps where each sample's value lies. A value the
+// block holds once for all samples (an unconnected colour) is the same for
+// every run: after the first request it is only handed out.
 void fetchRuns(TdataBlock& block, const Tattribute& colour, const bool* needed, unsigned from,
                unsigned n, const float** values) {
     std::fill(values, values + n, nullptr);
+    const float* shared = nullptr;
     OrvoForEachRun(
         n, [&](unsigned j) { return needed[j]; },
         [&](unsigned start, unsigned length) {
+            if (shared) {
+                std::fill(values + start, values + start + length, shared);
+                return;
+            }
             const TvectorDataHandle h = block.vectorInputValue(colour, from + start, length);
+            if (h.isConstant())
+                shared = h[0].asFloats();
             for (unsigned k = 0; k < length; ++k)
                 values[start + k] = h[int(k)].asFloats();
         });
