@@ -468,33 +468,42 @@ bool TrenderScene::hitsBack(const Thit& hit, const T3Float& direction) const {
     return object.fMirrored ? facing < 0.0f : facing > 0.0f;
 }
 
+namespace {
+// A hit's triangle corners and their barycentric weights.
+struct HitCorners {
+    const uint32_t* corner;
+    float w0, w1, w2;
+    HitCorners(const TmeshData& m, const Thit& hit)
+        : corner(&m.indices[3 * size_t(hit.primitive)]), w0(1.0f - hit.u - hit.v), w1(hit.u),
+          w2(hit.v) {}
+    // A value given at the vertices, at the hit.
+    T3Float blend(const std::vector<T3Float>& a) const {
+        return a[corner[0]] * w0 + a[corner[1]] * w1 + a[corner[2]] * w2;
+    }
+};
+} // namespace
+
 void TrenderScene::surfaceTangents(const Thit& hit, TsurfacePoint& s) const {
     const TrenderObject& object = *fObjects[hit.object];
-    const uint32_t* corner = &object.mesh().indices[3 * size_t(hit.primitive)];
-    const float w0 = 1.0f - hit.u - hit.v, w1 = hit.u, w2 = hit.v;
-    auto blend = [&](const std::vector<T3Float>& a) {
-        return a[corner[0]] * w0 + a[corner[1]] * w1 + a[corner[2]] * w2;
-    };
-    s.tangentU = unit(blend(object.fTangentsU));
-    s.tangentV = unit(blend(object.fTangentsV));
+    const HitCorners at(object.mesh(), hit);
+    s.tangentU = unit(at.blend(object.fTangentsU));
+    s.tangentV = unit(at.blend(object.fTangentsV));
 }
 
 TsurfacePoint TrenderScene::surfacePoint(const Thit& hit, const T3Float& origin,
                                          const T3Float& direction, bool tangents) const {
     const TrenderObject& object = *fObjects[hit.object];
     const TmeshData& m = object.mesh();
-    const uint32_t* corner = &m.indices[3 * size_t(hit.primitive)];
-    const float w0 = 1.0f - hit.u - hit.v, w1 = hit.u, w2 = hit.v;
+    const HitCorners at(m, hit);
+    const uint32_t* corner = at.corner;
+    const float w0 = at.w0, w1 = at.w1, w2 = at.w2;
     TsurfacePoint s;
     for (int k = 0; k < 3; ++k) {
         s.vertex[k] = object.fPositions[corner[k]];
         s.vertexUv[k] = m.uvs[corner[k]];
     }
-    auto blend = [&](const std::vector<T3Float>& a) {
-        return a[corner[0]] * w0 + a[corner[1]] * w1 + a[corner[2]] * w2;
-    };
     s.point = origin + direction * hit.distance;
-    s.normal = unit(blend(object.fNormals));
+    s.normal = unit(at.blend(object.fNormals));
     if (tangents)
         surfaceTangents(hit, s);
     s.uv = {s.vertexUv[0].x * w0 + s.vertexUv[1].x * w1 + s.vertexUv[2].x * w2,

@@ -194,8 +194,7 @@ protected:
             if (effectsConstant)
                 colorEffects(invertAll, gainAll, offsetAll, alphaGainAll, alphaOffsetAll, c, a);
             else
-                colorEffects(invert[i].asBool(), gain[i].asFloats(), offset[i].asFloats(),
-                             alphaGain[i].asFloat(), alphaOffset[i].asFloat(), c, a);
+                colorEffects(i, invert, gain, offset, alphaGain, alphaOffset, c, a);
             outColor[i].set(c);
             outAlpha[i].set(a);
         }

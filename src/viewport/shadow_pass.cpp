@@ -242,26 +242,30 @@ void TshadowPassProcess::configTexgen(const TlightInfoShadowPass& light) {
     glActiveTexture(GL_TEXTURE0);
 }
 
-void TshadowPassProcess::configCombiners() {
-    if (fPath != kTextureCombiners)
-        return;
-    // Unit 1: the colour so far, with the map's depth as alpha.
-    glActiveTexture(kDepthUnit);
+namespace {
+// Makes `unit` a combiner that hands the colour so far on unchanged; the
+// caller sets what it does with alpha.
+void combinePassingColour(GLenum unit) {
+    glActiveTexture(unit);
     glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_COMBINE);
     glTexEnvi(GL_TEXTURE_ENV, GL_COMBINE_RGB, GL_REPLACE);
     glTexEnvi(GL_TEXTURE_ENV, GL_SOURCE0_RGB, GL_PREVIOUS);
     glTexEnvi(GL_TEXTURE_ENV, GL_OPERAND0_RGB, GL_SRC_COLOR);
+}
+} // namespace
+
+void TshadowPassProcess::configCombiners() {
+    if (fPath != kTextureCombiners)
+        return;
+    // Unit 1: the colour so far, with the map's depth as alpha.
+    combinePassingColour(kDepthUnit);
     glTexEnvi(GL_TEXTURE_ENV, GL_COMBINE_ALPHA, GL_REPLACE);
     glTexEnvi(GL_TEXTURE_ENV, GL_SOURCE0_ALPHA, GL_TEXTURE);
     glTexEnvi(GL_TEXTURE_ENV, GL_OPERAND0_ALPHA, GL_SRC_ALPHA);
     // Unit 2: map depth + (1 - fragment depth) - 0.5, above 0.5 exactly
     // where the map lies beyond the fragment (the polygon offset of the
     // map keeps a lit surface from shadowing itself).
-    glActiveTexture(kRampUnit);
-    glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_COMBINE);
-    glTexEnvi(GL_TEXTURE_ENV, GL_COMBINE_RGB, GL_REPLACE);
-    glTexEnvi(GL_TEXTURE_ENV, GL_SOURCE0_RGB, GL_PREVIOUS);
-    glTexEnvi(GL_TEXTURE_ENV, GL_OPERAND0_RGB, GL_SRC_COLOR);
+    combinePassingColour(kRampUnit);
     glTexEnvi(GL_TEXTURE_ENV, GL_COMBINE_ALPHA, GL_ADD_SIGNED);
     glTexEnvi(GL_TEXTURE_ENV, GL_SOURCE0_ALPHA, GL_PREVIOUS);
     glTexEnvi(GL_TEXTURE_ENV, GL_OPERAND0_ALPHA, GL_SRC_ALPHA);
