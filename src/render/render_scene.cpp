@@ -169,6 +169,8 @@ TrenderScene::TrenderScene(TdependGraph& graph, const std::string& sceneName, un
 }
 
 TrenderScene::~TrenderScene() {
+    if (fBlockers)
+        rtcReleaseScene(fBlockers);
     if (fSeeThrough)
         rtcReleaseScene(fSeeThrough);
     if (fScene)
@@ -370,19 +372,26 @@ void TrenderScene::setShadowRoles() {
     }
     if (changed)
         rtcCommitScene(fScene);
-    // The surfaces a shadow ray must shade get a hierarchy of their own:
-    // a mask is tested only at the triangles, so asking the whole scene
-    // for them would walk every box on the way.
+    // The surfaces a shadow ray must shade get a hierarchy of their own,
+    // and so do those that stop light: a mask is tested only at the
+    // triangles, so asking the whole scene for either would walk every box
+    // of the other kind on the way. Without see-through surfaces the whole
+    // scene blocks.
     if (changed || (seeThrough && !fSeeThrough)) {
-        if (fSeeThrough)
-            rtcReleaseScene(fSeeThrough);
-        fSeeThrough = nullptr;
+        for (RTCSceneTy** own : {&fSeeThrough, &fBlockers})
+            if (*own) {
+                rtcReleaseScene(*own);
+                *own = nullptr;
+            }
         if (seeThrough) {
             fSeeThrough = rtcNewScene(fDevice);
+            fBlockers = rtcNewScene(fDevice);
+            rtcSetSceneFlags(fBlockers, RTC_SCENE_FLAG_CONTEXT_FILTER_FUNCTION);
             for (const auto& object : fObjects)
-                if (object->fShadowMask == kLetsLightThrough)
-                    attachObject(fSeeThrough, *object, kEveryObject);
+                attachObject(object->fShadowMask == kLetsLightThrough ? fSeeThrough : fBlockers,
+                             *object, kEveryObject);
             rtcCommitScene(fSeeThrough);
+            rtcCommitScene(fBlockers);
         }
     }
     // A kernel built without masks or filters would see every surface as
@@ -409,7 +418,7 @@ void TrenderScene::shadowReach(unsigned count, const TrayQuery* rays, TshadowRea
         blockers.rays = rays + at;
         for (unsigned j = 0; j < n; ++j)
             setRay(chunk[j], rays[at + j], kBlocksLight, j);
-        rtcOccluded1M(fScene, &blockers.context, chunk, n, sizeof(RTCRay));
+        rtcOccluded1M(fBlockers ? fBlockers : fScene, &blockers.context, chunk, n, sizeof(RTCRay));
         // A blocked ray comes back with tfar at minus infinity.
         for (unsigned j = 0; j < n; ++j)
             reach[at + j] = chunk[j].tfar < 0.0f ? TshadowReach::Blocked : TshadowReach::Clear;

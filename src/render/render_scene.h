@@ -239,6 +239,7 @@ private:
     RTCDeviceTy* fDevice = nullptr;
     RTCSceneTy* fScene = nullptr;
     RTCSceneTy* fSeeThrough = nullptr; // the objects shadow rays shade, alone
+    RTCSceneTy* fBlockers = nullptr;   // the objects that stop light, alone
 };
 
 // The plain material of an object without a usable shading group.
