@@ -27,19 +27,22 @@ public:
               const T4dFltMatrix& toEye)
         : fLocal(local), fInstance(instance), fToWorld(toWorld), fToEye(toEye) {}
 
-    void aim(unsigned sample, unsigned j, TgenericRay& ray) const override {
+    void aim(unsigned sample, unsigned first, unsigned count,
+             TgenericRay* const* rays) const override {
         const TrenderHammersley& h = TrenderHammersley::theHammersley();
-        const uint32_t index = uint32_t(fInstance[int(sample)].asInt()) + j;
-        const float h1 = h.thetaValue(index);
-        const float h2 = h.phiValue(index);
+        const uint32_t start = uint32_t(fInstance[int(sample)].asInt()) + first;
         const T3Float* c = TareaLightShape::kCorners;
-        const T3Float target = c[0] * (h1 * h2) + c[1] * ((1.0f - h1) * h2) +
-                               c[2] * (h1 * (1.0f - h2)) + c[3] * ((1.0f - h1) * (1.0f - h2));
-        // Left at its length: the ray ends on the square.
-        const T3Float d =
-            OrvoTransformVector(fToEye, OrvoTransformVector(fToWorld, target - fLocal[sample]));
-        std::memcpy(ray.direction, &d, sizeof ray.direction);
-        ray.maxDistance = OrvoLength(d);
+        for (unsigned k = 0; k < count; ++k) {
+            const float h1 = h.thetaValue(start + k);
+            const float h2 = h.phiValue(start + k);
+            const T3Float target = c[0] * (h1 * h2) + c[1] * ((1.0f - h1) * h2) +
+                                   c[2] * (h1 * (1.0f - h2)) + c[3] * ((1.0f - h1) * (1.0f - h2));
+            // Left at its length: the ray ends on the square.
+            const T3Float d =
+                OrvoTransformVector(fToEye, OrvoTransformVector(fToWorld, target - fLocal[sample]));
+            std::memcpy(rays[k]->direction, &d, sizeof rays[k]->direction);
+            rays[k]->maxDistance = OrvoLength(d);
+        }
     }
 
 private:

@@ -63,11 +63,15 @@ public:
     ConeAim(const ShadowCone* cones, const TvectorDataHandle& instance)
         : fCones(cones), fInstance(instance) {}
 
-    void aim(unsigned sample, unsigned j, TgenericRay& ray) const override {
+    void aim(unsigned sample, unsigned first, unsigned count,
+             TgenericRay* const* rays) const override {
         const ShadowCone& cone = fCones[sample];
-        const T3Float d = cone.direction(uint32_t(fInstance[int(sample)].asInt()) + j);
-        std::memcpy(ray.direction, &d, sizeof ray.direction);
-        ray.maxDistance = cone.reach;
+        const uint32_t start = uint32_t(fInstance[int(sample)].asInt()) + first;
+        for (unsigned k = 0; k < count; ++k) {
+            const T3Float d = cone.direction(start + k);
+            std::memcpy(rays[k]->direction, &d, sizeof rays[k]->direction);
+            rays[k]->maxDistance = cone.reach;
+        }
     }
 
 private:
@@ -81,36 +85,35 @@ private:
 // dozen indices, each worked out once.
 class SharedConeAim final : public TshadowRayAim {
 public:
-    SharedConeAim(const ShadowCone& cone, const TvectorDataHandle& instance, void* objectId,
-                  int32_t primitiveId)
-        : fCone(cone), fInstance(instance), fObjectId(objectId), fPrimitiveId(primitiveId) {}
+    SharedConeAim(const ShadowCone& cone, const TvectorDataHandle& instance)
+        : fCone(cone), fInstance(instance) {}
 
-    void aim(unsigned sample, unsigned j, TgenericRay& ray) const override {
-        const uint32_t index = uint32_t(fInstance[int(sample)].asInt()) + j;
-        T3Float d;
-        if (index < kKept) {
-            uint64_t& word = fKnown[index / 64];
-            const uint64_t bit = uint64_t(1) << (index % 64);
-            if (!(word & bit)) {
-                fKept[index] = fCone.direction(index);
-                word |= bit;
+    void aim(unsigned sample, unsigned first, unsigned count,
+             TgenericRay* const* rays) const override {
+        const uint32_t start = uint32_t(fInstance[int(sample)].asInt()) + first;
+        for (unsigned k = 0; k < count; ++k) {
+            const uint32_t index = start + k;
+            T3Float d;
+            if (index < kKept) {
+                uint64_t& word = fKnown[index / 64];
+                const uint64_t bit = uint64_t(1) << (index % 64);
+                if (!(word & bit)) {
+                    fKept[index] = fCone.direction(index);
+                    word |= bit;
+                }
+                d = fKept[index];
+            } else {
+                d = fCone.direction(index);
             }
-            d = fKept[index];
-        } else {
-            d = fCone.direction(index);
+            std::memcpy(rays[k]->direction, &d, sizeof rays[k]->direction);
+            rays[k]->maxDistance = fCone.reach;
         }
-        std::memcpy(ray.direction, &d, sizeof ray.direction);
-        ray.maxDistance = fCone.reach;
-        ray.objectId = fObjectId;
-        ray.primitiveId = fPrimitiveId;
     }
 
 private:
     static constexpr uint32_t kKept = 256;
     const ShadowCone& fCone;
     TvectorDataHandle fInstance;
-    void* fObjectId;
-    int32_t fPrimitiveId;
     mutable uint64_t fKnown[kKept / 64] = {};
     mutable T3Float fKept[kKept];
 };
@@ -232,16 +235,17 @@ void TnonExtendedLightShape::computeDirLightShadowColors(LightBatch& b, const T3
     for (unsigned i = 0; i < b.count; ++i)
         casts[i] = mask[i] && integerValue(depth[int(i)]) < integerValue(limit[int(i)]);
     // One surface for the whole batch: its ids are read once.
-    void* objectId = b.block.vectorInputValue(aObjectId, b.first, 1)[0].as<void*>();
-    const int32_t primitiveId = integerValue(b.block.vectorInputValue(aPrimitiveId, b.first, 1)[0]);
+    BatchIds ids;
+    ids.objectId = b.block.vectorInputValue(aObjectId, b.first, 1)[0].as<void*>();
+    ids.primitiveId = integerValue(b.block.vectorInputValue(aPrimitiveId, b.first, 1)[0]);
     const TvectorDataHandle instance = b.block.vectorInputValue(aRayInstance, b.first, b.count);
-    const SharedConeAim aim(shared, instance, objectId, primitiveId);
-    traceShadowStage(b, rays, casts, aim, reflectance, penumbra);
+    const SharedConeAim aim(shared, instance);
+    traceShadowStage(b, rays, casts, aim, reflectance, penumbra, &ids);
 }
 
 void TrenderLightShape::traceShadowStage(LightBatch& b, unsigned rays, const uint8_t* casts,
                                          const ShadowRayAim& aim, Tspectrum* reflectance,
-                                         uint8_t* penumbra) {
+                                         uint8_t* penumbra, const BatchIds* ids) {
     std::fill(reflectance, reflectance + b.count, kWhiteSpectrum);
     std::memset(penumbra, 0, b.count);
     const size_t casting =
@@ -302,28 +306,30 @@ void TrenderLightShape::traceShadowStage(LightBatch& b, unsigned rays, const uin
         if (!casts[i])
             continue;
         const int e = int(i);
+        // What every ray of the sample shares, filled in once and copied.
+        TgenericRay shared;
         const T3Float origin = b.point(i);
-        // What every ray of the sample shares, read once.
-        const int32_t rayDepth = integerValue(depth[e]) + 1;
+        std::memcpy(shared.origin, &origin, sizeof shared.origin);
+        shared.depth = integerValue(depth[e]) + 1;
+        shared.objectId = ids ? ids->objectId : objectId[e].as<void*>();
+        shared.primitiveId = ids ? ids->primitiveId : integerValue(primitiveId[e]);
+        shared.medium = 1.0f;
         const uint32_t firstInstance = uint32_t(integerValue(instance[e]));
-        void* const leaving = objectId[e].as<void*>();
-        const int32_t primitive = integerValue(primitiveId[e]);
-        for (unsigned j = 0; j < rays; ++j) {
+        for (unsigned j = 0; j < rays;) {
             if (used == capacity)
                 flush();
-            auto* ray = new (records + used * recordSize) TgenericRay();
-            std::memcpy(ray->origin, &origin, sizeof ray->origin);
-            ray->depth = rayDepth;
-            ray->instance = int32_t(firstInstance + j);
-            ray->objectId = leaving;
-            ray->primitiveId = primitive;
-            ray->medium = 1.0f;
-            aim.aim(i, j, *ray);
-            pointers[used] = ray;
-            transmission[3 * used] = transmission[3 * used + 1] = transmission[3 * used + 2] = 1.0f;
-            fraction[used] = 1.0f;
-            owner[used] = i;
-            ++used;
+            const unsigned run = unsigned(std::min<size_t>(rays - j, capacity - used));
+            for (unsigned k = 0; k < run; ++k, ++used) {
+                auto* ray = new (records + used * recordSize) TgenericRay(shared);
+                ray->instance = int32_t(firstInstance + j + k);
+                pointers[used] = ray;
+                transmission[3 * used] = transmission[3 * used + 1] = transmission[3 * used + 2] =
+                    1.0f;
+                fraction[used] = 1.0f;
+                owner[used] = i;
+            }
+            aim.aim(i, j, run, pointers + used - run);
+            j += run;
         }
     }
     flush();

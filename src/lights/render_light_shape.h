@@ -28,11 +28,14 @@ class TDNshadingEngine;
 struct TSEnodeDescription;
 
 // How the rays of one stage of shadow rays are aimed: the direction and
-// reach of ray `j` of sample `sample`. Origin, depth, instance, ids and
-// medium are filled before.
+// reach of rays `first` to `first + count - 1` of sample `sample`, `rays[k]`
+// being ray `first + k`. Origin, depth, instance, ids and medium are filled
+// before. A call takes a sample's run of rays, so that what they share is
+// read once.
 class TshadowRayAim {
 public:
-    virtual void aim(unsigned sample, unsigned j, TgenericRay& ray) const = 0;
+    virtual void aim(unsigned sample, unsigned first, unsigned count,
+                     TgenericRay* const* rays) const = 0;
 
 protected:
     ~TshadowRayAim() = default;
@@ -240,10 +243,18 @@ protected:
                                    const uint8_t* skip);
 
     using ShadowRayAim = TshadowRayAim;
+    // The surface ids a stage's rays carry when they are read once for the
+    // whole batch rather than sample by sample.
+    struct BatchIds {
+        void* objectId = nullptr;
+        int32_t primitiveId = 0;
+    };
     // Fills, traces (one traceShadowRays call, unless the batch's rays don't
-    // fit the stack budget) and gathers one stage of shadow rays.
+    // fit the stack budget) and gathers one stage of shadow rays. Each ray
+    // carries its sample's ids, or `ids` when given.
     void traceShadowStage(LightBatch& b, unsigned rays, const uint8_t* casts,
-                          const ShadowRayAim& aim, Tspectrum* reflectance, uint8_t* penumbra);
+                          const ShadowRayAim& aim, Tspectrum* reflectance, uint8_t* penumbra,
+                          const BatchIds* ids = nullptr);
     // The two stages around a stage function, shared by the point and
     // directional forms.
     template <class Stage>

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
 
 #include "shading/sample.h"
 #include "shading/sample_manager.h"
@@ -16,6 +17,7 @@ thread_local TrayTracer* tCurrent = nullptr;
 constexpr float kMinWeight = 1.0f / 1024.0f;
 // Surfaces a ray may pass through before the renderer calls it opaque.
 constexpr uint16_t kMaxLayers = 64;
+constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
 float maxOf(const Tspectrum& c) {
     return std::max({c.r, c.g, c.b});
@@ -47,6 +49,26 @@ void solveUv(const T3Float& dPdu, const T3Float& dPdv, const T3Float& d, float& 
     a = (vv * du - uv * dv) / det;
     b = (uu * dv - uv * du) / det;
 }
+
+constexpr uint64_t kFieldBit(unsigned field) {
+    return uint64_t(1) << field;
+}
+
+// The fields every hit fills in (the pixel centre besides, for eye rays).
+constexpr uint64_t kHitFields =
+    kFieldBit(TsampleFields::pointCamera) | kFieldBit(TsampleFields::pointObj) |
+    kFieldBit(TsampleFields::pointWorld) | kFieldBit(TsampleFields::normalCamera) |
+    kFieldBit(TsampleFields::triangleNormalCamera) | kFieldBit(TsampleFields::uvCoord) |
+    kFieldBit(TsampleFields::tangentUCamera) | kFieldBit(TsampleFields::tangentVCamera) |
+    kFieldBit(TsampleFields::filterSize) | kFieldBit(TsampleFields::uvFilterSize) |
+    kFieldBit(TsampleFields::rayOrigin) | kFieldBit(TsampleFields::rayDirection) |
+    kFieldBit(TsampleFields::primitiveId) | kFieldBit(TsampleFields::vertexCameraOne) |
+    kFieldBit(TsampleFields::vertexCameraTwo) | kFieldBit(TsampleFields::vertexCameraThree) |
+    kFieldBit(TsampleFields::vertexUvOne) | kFieldBit(TsampleFields::vertexUvTwo) |
+    kFieldBit(TsampleFields::vertexUvThree) | kFieldBit(TsampleFields::flippedNormal) |
+    kFieldBit(TsampleFields::rayDepth) | kFieldBit(TsampleFields::rayInstance) |
+    kFieldBit(TsampleFields::mediumRefractiveIndex) | kFieldBit(TsampleFields::illuminationIndex) |
+    kFieldBit(TsampleFields::matrixObjectToWorld) | kFieldBit(TsampleFields::matrixWorldToObject);
 
 } // namespace
 
@@ -321,13 +343,17 @@ unsigned TrayTracer::traceShadowRays(unsigned count, TgenericRay** rays, float* 
     unsigned traced = 0;
     for (unsigned i = 0; i < count; ++i) {
         const TgenericRay& ray = *rays[i];
-        const T3Float direction = unit({ray.direction[0], ray.direction[1], ray.direction[2]});
-        if (ray.depth > depthLimit || !(OrvoLength(direction) > 0.0f) || !(ray.maxDistance > near))
+        const T3Float d{ray.direction[0], ray.direction[1], ray.direction[2]};
+        // The unit direction, one square root a ray. A zero, infinite or
+        // undefined length leaves nothing to trace.
+        const float length = OrvoLength(d);
+        if (ray.depth > depthLimit || !(length > 0.0f && length < kInfinity) ||
+            !(ray.maxDistance > near))
             continue;
         TrayQuery& q = level->queries[traced];
         q.origin = {ray.origin[0], ray.origin[1], ray.origin[2]};
         q.near = near;
-        q.direction = direction;
+        q.direction = d * (1.0f / length);
         q.far = ray.maxDistance;
         q.leaving = leavingOf(ray.objectId);
         level->asked[traced++] = i;
@@ -456,9 +482,10 @@ void TrayTracer::footprint(const TrayPath& p, const TsurfacePoint& s, T3Float& f
     float dudx = 0.0f, dvdx = 0.0f, dudy = 0.0f, dvdy = 0.0f;
     if (p.fromEye) {
         // Ray differentials: how the hit point moves when the ray moves by
-        // a sample's share of a pixel, carried to the surface's plane.
-        T3Float eyeOrigin, eyeDirection;
-        fScene.camera().ray(p.rasterX, p.rasterY, eyeOrigin, eyeDirection);
+        // a sample's share of a pixel, carried to the surface's plane. An eye
+        // path keeps the camera's ray through the surfaces it crosses.
+        const T3Float& eyeOrigin = p.rayOrigin;
+        const T3Float& eyeDirection = p.direction;
         const float t =
             OrvoDot(s.point - eyeOrigin, eyeDirection) / OrvoDot(eyeDirection, eyeDirection);
         const float facing = OrvoDot(eyeDirection, s.triangleNormal);
@@ -488,49 +515,55 @@ void TrayTracer::footprint(const TrayPath& p, const TsurfacePoint& s, T3Float& f
 
 void TrayTracer::fillSample(Tsample& sample, const TrayPath& p, TsurfacePoint& s,
                             const TrenderObject& object) const {
-    // Every field is marked set; only those the group's samples keep a slot
-    // for (what its networks read) are worked out. A field without a slot
-    // reads as its default whatever is written.
+    // Every field is marked set, in one go; only those the group's samples
+    // keep a slot for (what its networks read) are worked out. A field
+    // without a slot reads as its default whatever is written.
     namespace F = TsampleFields;
+    sample.markSetBits(p.fromEye ? kHitFields | kFieldBit(F::pixelCenter) : kHitFields);
+
     auto kept = [&](unsigned field) {
         return sample.slot(field) != nullptr;
     };
-    sample.setPointCamera(s.point);
-    sample.setPointObj(kept(F::pointObj) ? transformPoint(object.eyeToObject(), s.point)
-                                         : T3Float{});
-    sample.setPointWorld(kept(F::pointWorld) ? transformPoint(fEyeToWorld, s.point) : T3Float{});
-    sample.setNormalCamera(s.normal);
-    sample.setTriangleNormalCamera(s.triangleNormal);
-    sample.setUvCoord(s.uv);
-    if (kept(F::tangentUCamera) || kept(F::tangentVCamera))
+    sample.putPointCamera(s.point);
+    if (kept(F::pointObj))
+        sample.putPointObj(transformPoint(object.eyeToObject(), s.point));
+    if (kept(F::pointWorld))
+        sample.putPointWorld(transformPoint(fEyeToWorld, s.point));
+    sample.putNormalCamera(s.normal);
+    sample.putTriangleNormalCamera(s.triangleNormal);
+    sample.putUvCoord(s.uv);
+    if (kept(F::tangentUCamera) || kept(F::tangentVCamera)) {
         fScene.surfaceTangents(p.hit, s);
-    sample.setTangentUCamera(s.tangentU);
-    sample.setTangentVCamera(s.tangentV);
-    T3Float filterSize{};
-    T2Float uvFilterSize{};
-    if (kept(F::filterSize) || kept(F::uvFilterSize))
+        sample.putTangentUCamera(s.tangentU);
+        sample.putTangentVCamera(s.tangentV);
+    }
+    if (kept(F::filterSize) || kept(F::uvFilterSize)) {
+        T3Float filterSize{};
+        T2Float uvFilterSize{};
         footprint(p, s, filterSize, uvFilterSize);
-    sample.setFilterSize(filterSize);
-    sample.setUvFilterSize(uvFilterSize);
-    sample.setRayOrigin(p.rayOrigin);
-    sample.setRayDirection(kept(F::rayDirection) ? unit(p.direction) : T3Float{});
-    sample.setPrimitiveId(int32_t(p.hit.primitive));
+        sample.putFilterSize(filterSize);
+        sample.putUvFilterSize(uvFilterSize);
+    }
+    sample.putRayOrigin(p.rayOrigin);
+    if (kept(F::rayDirection))
+        sample.putRayDirection(unit(p.direction));
+    sample.putPrimitiveId(int32_t(p.hit.primitive));
     if (p.fromEye)
-        sample.setPixelCenter(T2Float{std::floor(p.rasterX) + 0.5f, std::floor(p.rasterY) + 0.5f});
-    sample.setVertexCameraOne(s.vertex[0]);
-    sample.setVertexCameraTwo(s.vertex[1]);
-    sample.setVertexCameraThree(s.vertex[2]);
-    sample.setVertexUvOne(s.vertexUv[0]);
-    sample.setVertexUvTwo(s.vertexUv[1]);
-    sample.setVertexUvThree(s.vertexUv[2]);
-    sample.setFlippedNormal(s.flipped);
-    sample.setRayDepth(p.depth);
-    sample.setRayInstance(p.instance);
-    sample.setMediumRefractiveIndex(p.medium);
+        sample.putPixelCenter(T2Float{std::floor(p.rasterX) + 0.5f, std::floor(p.rasterY) + 0.5f});
+    sample.putVertexCameraOne(s.vertex[0]);
+    sample.putVertexCameraTwo(s.vertex[1]);
+    sample.putVertexCameraThree(s.vertex[2]);
+    sample.putVertexUvOne(s.vertexUv[0]);
+    sample.putVertexUvTwo(s.vertexUv[1]);
+    sample.putVertexUvThree(s.vertexUv[2]);
+    sample.putFlippedNormal(s.flipped);
+    sample.putRayDepth(p.depth);
+    sample.putRayInstance(p.instance);
+    sample.putMediumRefractiveIndex(p.medium);
     // Each sample is lit on its own: no neighbour shares its lights.
-    sample.setIlluminationIndex(int16_t(-1));
-    sample.setMatrixObjectToWorld(object.objectToWorld());
-    sample.setMatrixWorldToObject(object.worldToObject());
+    sample.putIlluminationIndex(int16_t(-1));
+    sample.putMatrixObjectToWorld(object.objectToWorld());
+    sample.putMatrixWorldToObject(object.worldToObject());
 }
 
 void TrayTracer::completion(unsigned, TrenderGroupBase* group, Tsample** samples, unsigned count,

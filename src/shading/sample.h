@@ -66,6 +66,9 @@ public:
     uint64_t setBits() const { return fSet; }
     bool isSet(unsigned field) const { return (fSet >> field) & 1u; }
     void markSet(unsigned field) { fSet |= uint64_t(1) << field; }
+    // Sets the bits of several fields at once, for a writer that fills
+    // their slots through the put accessors below.
+    void markSetBits(uint64_t fields) { fSet |= fields; }
     TsampleManager* manager() const { return fManager; }
     TsampleBatch* batch() const { return fBatch; }
     const unsigned* fieldOffsetTable() const { return fOffsets; }
@@ -109,6 +112,17 @@ public:
     }
     ORVO_SAMPLE_FIELDS(ORVO_SAMPLE_ACCESSORS)
 #undef ORVO_SAMPLE_ACCESSORS
+
+    // Writes a field's slot, if there is one, without touching its bit: a
+    // writer filling many fields marks them once with markSetBits, instead
+    // of a read-modify-write of the header a field.
+#define ORVO_SAMPLE_PUT(n, name, Name, Type, offset, size)                                         \
+    void put##Name(const Type& value) {                                                            \
+        if (void* s = slot(n))                                                                     \
+            std::memcpy(s, &value, sizeof(Type));                                                  \
+    }
+    ORVO_SAMPLE_FIELDS(ORVO_SAMPLE_PUT)
+#undef ORVO_SAMPLE_PUT
 
     // The overloads renderers use.
     void setFarPointCamera(float x, float y, float z) {

@@ -160,6 +160,53 @@ TEST(DirectionalLight, AnAngleGivesAPenumbraSampledInTwoStages) {
     EXPECT_EQ(b.record(1).shadowFraction, 0.0f);
 }
 
+TEST(DirectionalLight, AStageTooBigForTheStackGoesInSeveralCallsWithTheSameRays) {
+    // Records of 100,000 bytes: two fit the stage's stack budget, so the
+    // 2 x 3 rays go in three calls, the second starting in the middle of
+    // the first sample's rays. Each ray must be the one a single call gets.
+    struct BulkySampler : HalfPlaneSampler {
+        size_t rayRecordSize(unsigned) const override { return 100000; }
+    };
+    auto run = [](TraySampler* bulky) {
+        ShadowRig rig(2, "set t.translate 0 0 20\n");
+        rig.sampler.edge = -1e9f; // nothing blocks: one stage
+        if (bulky)
+            rig.b.all<void*>(TlightShape::aRaySampler, bulky);
+        rig.b.all<float>(TdirectionalLightShape::aShadowAngle, 60.0f);
+        rig.b.all<int16_t>(TlightShape::aNumShadowSamples, 3);
+        rig.b.at<int32_t>(TrenderLightShape::aRayInstance, 1) = 5;
+        rig.b.point(0, 1, 0, 0);
+        rig.b.point(1, 2, 0, 0);
+        rig.b.compute();
+        return rig.sampler.calls;
+    };
+    BulkySampler bulky;
+    bulky.edge = -1e9f;
+    const auto whole = run(nullptr);
+    run(&bulky);
+    ASSERT_EQ(whole.size(), 1u);
+    ASSERT_EQ(bulky.calls.size(), 3u);
+    std::vector<TgenericRay> split;
+    for (const auto& call : bulky.calls) {
+        EXPECT_EQ(call.rays.size(), 2u);
+        split.insert(split.end(), call.rays.begin(), call.rays.end());
+    }
+    ASSERT_EQ(split.size(), 6u);
+    for (size_t k = 0; k < 6; ++k) {
+        const TgenericRay& a = whole[0].rays[k];
+        const TgenericRay& b = split[k];
+        // Sample 0 numbers its rays from 1, sample 1 from 5.
+        EXPECT_EQ(b.instance, int32_t(k < 3 ? 1 + k : 5 + k - 3)) << k;
+        EXPECT_EQ(a.instance, b.instance) << k;
+        EXPECT_EQ(b.origin[0], k < 3 ? 1.0f : 2.0f) << k;
+        for (int c = 0; c < 3; ++c)
+            EXPECT_EQ(a.direction[c], b.direction[c]) << k;
+    }
+    // Ray 1 of sample 0 (instance 2, h1 = 1/4) and ray 0 of sample 1
+    // (instance 5, h1 = 5/8) lean different ways.
+    EXPECT_NE(split[1].direction[0], split[3].direction[0]);
+}
+
 TEST(DirectionalLight, NoRaysInPassesOneToFour) {
     for (int pass = 1; pass <= 4; ++pass) {
         PassGuard guard(pass);
