@@ -202,8 +202,11 @@ void TrenderLightShape::computeShadowColors(LightBatch& b, float radius, unsigne
 
 void TrenderLightShape::shadowCasters(LightBatch& b, const uint8_t* mask, uint8_t* casts,
                                       T3Float* local) {
-    const TvectorDataHandle depth = b.block.vectorInputValue(aRayDepth, b.first, b.count);
-    const TvectorDataHandle limit = b.block.vectorInputValue(aRayDepthLimit, b.first, b.count);
+    TshadeScratch scratch;
+    auto* depth = ORVO_SCRATCH_ARRAY(scratch, int, b.count);
+    auto* limit = ORVO_SCRATCH_ARRAY(scratch, int, b.count);
+    integerValues(b.block.vectorInputValue(aRayDepth, b.first, b.count), b.count, depth);
+    integerValues(b.block.vectorInputValue(aRayDepthLimit, b.first, b.count), b.count, limit);
     for (unsigned i = 0; i < b.count; ++i) {
         // The light decides whether it reaches the point, in its own space.
         const T3Float p =
@@ -211,7 +214,7 @@ void TrenderLightShape::shadowCasters(LightBatch& b, const uint8_t* mask, uint8_
         if (local)
             local[i] = p;
         casts[i] = 0;
-        if (!mask[i] || integerValue(depth[int(i)]) >= integerValue(limit[int(i)]))
+        if (!mask[i] || depth[i] >= limit[i])
             continue;
         T3Float seenFrom, seenAlong;
         casts[i] = canSee(p, seenFrom, seenAlong) ? 1 : 0;
@@ -228,12 +231,14 @@ void TnonExtendedLightShape::computeDirLightShadowColors(LightBatch& b, const T3
     shared.cosMax = float(std::cos(double(angleDegrees) * M_PI / 180.0));
     shared.reach = kDirectionalReach;
     shared.buildFrame();
-    const TvectorDataHandle depth = b.block.vectorInputValue(aRayDepth, b.first, b.count);
-    const TvectorDataHandle limit = b.block.vectorInputValue(aRayDepthLimit, b.first, b.count);
     TshadeScratch scratch;
     auto* casts = ORVO_SCRATCH_ARRAY(scratch, uint8_t, b.count);
+    auto* depth = ORVO_SCRATCH_ARRAY(scratch, int, b.count);
+    auto* limit = ORVO_SCRATCH_ARRAY(scratch, int, b.count);
+    integerValues(b.block.vectorInputValue(aRayDepth, b.first, b.count), b.count, depth);
+    integerValues(b.block.vectorInputValue(aRayDepthLimit, b.first, b.count), b.count, limit);
     for (unsigned i = 0; i < b.count; ++i)
-        casts[i] = mask[i] && integerValue(depth[int(i)]) < integerValue(limit[int(i)]);
+        casts[i] = mask[i] && depth[i] < limit[i];
     // One surface for the whole batch: its ids are read once.
     BatchIds ids;
     ids.objectId = b.block.vectorInputValue(aObjectId, b.first, 1)[0].as<void*>();
@@ -280,10 +285,19 @@ void TrenderLightShape::traceShadowStage(LightBatch& b, unsigned rays, const uin
     std::fill(fractionSum, fractionSum + b.count, 0.0f);
     std::fill(blocked, blocked + b.count, 0u);
 
-    const TvectorDataHandle depth = b.block.vectorInputValue(aRayDepth, b.first, b.count);
-    const TvectorDataHandle instance = b.block.vectorInputValue(aRayInstance, b.first, b.count);
-    const TvectorDataHandle objectId = b.block.vectorInputValue(aObjectId, b.first, b.count);
-    const TvectorDataHandle primitiveId = b.block.vectorInputValue(aPrimitiveId, b.first, b.count);
+    auto* depth = ORVO_SCRATCH_ARRAY(scratch, int, b.count);
+    auto* instance = ORVO_SCRATCH_ARRAY(scratch, int, b.count);
+    integerValues(b.block.vectorInputValue(aRayDepth, b.first, b.count), b.count, depth);
+    integerValues(b.block.vectorInputValue(aRayInstance, b.first, b.count), b.count, instance);
+    // Ids read once for the batch leave the samples' alone.
+    int* primitiveId = nullptr;
+    TvectorDataHandle objectId;
+    if (!ids) {
+        primitiveId = ORVO_SCRATCH_ARRAY(scratch, int, b.count);
+        integerValues(b.block.vectorInputValue(aPrimitiveId, b.first, b.count), b.count,
+                      primitiveId);
+        objectId = b.block.vectorInputValue(aObjectId, b.first, b.count);
+    }
     const int depthLimit = integerValue(b.block.vectorInputValue(aRayDepthLimit, b.first, 1)[0]);
 
     size_t used = 0;
@@ -310,11 +324,11 @@ void TrenderLightShape::traceShadowStage(LightBatch& b, unsigned rays, const uin
         TgenericRay shared;
         const T3Float origin = b.point(i);
         std::memcpy(shared.origin, &origin, sizeof shared.origin);
-        shared.depth = integerValue(depth[e]) + 1;
+        shared.depth = depth[i] + 1;
         shared.objectId = ids ? ids->objectId : objectId[e].as<void*>();
-        shared.primitiveId = ids ? ids->primitiveId : integerValue(primitiveId[e]);
+        shared.primitiveId = ids ? ids->primitiveId : primitiveId[i];
         shared.medium = 1.0f;
-        const uint32_t firstInstance = uint32_t(integerValue(instance[e]));
+        const uint32_t firstInstance = uint32_t(instance[i]);
         for (unsigned j = 0; j < rays;) {
             if (used == capacity)
                 flush();

@@ -93,6 +93,41 @@ int TrenderLightShape::integerValue(const TdataHandle& h) {
     }
 }
 
+void TrenderLightShape::integerValues(const TvectorDataHandle& h, unsigned count, int* out) {
+    if (count == 0)
+        return;
+    const TdataHandle first = h.first();
+    if (first.isNull() || !first.attribute()) {
+        std::fill(out, out + count, 0);
+        return;
+    }
+    auto each = [&](auto read) {
+        for (unsigned i = 0; i < count; ++i)
+            out[i] = read(h[int(i)]);
+    };
+    switch (first.attribute()->kind()) {
+    case TattrKind::Boolean:
+        each([](const TdataHandle& v) { return v.asBool() ? 1 : 0; });
+        break;
+    case TattrKind::Char:
+        each([](const TdataHandle& v) { return int(v.as<char>()); });
+        break;
+    case TattrKind::Int16:
+    case TattrKind::Enum:
+        each([](const TdataHandle& v) { return int(v.asShort()); });
+        break;
+    case TattrKind::Int32:
+        each([](const TdataHandle& v) { return v.asInt(); });
+        break;
+    case TattrKind::Float:
+        each([](const TdataHandle& v) { return int(v.asFloat()); });
+        break;
+    default:
+        std::fill(out, out + count, 0);
+        break;
+    }
+}
+
 bool TrenderLightShape::isLightDataPlug(const Tplug& plug) {
     const Tattribute* a = plug.attribute();
     return a && (a == &aLightData || a->isDescendentOf(aLightData));

@@ -262,6 +262,9 @@ protected:
 
     // An integer input of any integral attribute class.
     static int integerValue(const TdataHandle& h);
+    // The integer inputs of `count` samples, the attribute's class looked
+    // at once rather than a sample.
+    static void integerValues(const TvectorDataHandle& h, unsigned count, int* out);
 
     T3Float fPosition{};
     T4dFltMatrix fLocalToWorld;
