@@ -18,6 +18,9 @@ constexpr float kMinWeight = 1.0f / 1024.0f;
 // Surfaces a ray may pass through before the renderer calls it opaque.
 constexpr uint16_t kMaxLayers = 64;
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
+// Eye paths followed together: a band of a tile's rows this many samples
+// big keeps its paths (some 190 bytes each) within the core's cache.
+constexpr size_t kBandPaths = 2048;
 
 float maxOf(const Tspectrum& c) {
     return std::max({c.r, c.g, c.b});
@@ -170,6 +173,19 @@ TrenderGroupBase::Completion TrayTracer::callback() {
 }
 
 void TrayTracer::renderTile(unsigned x0, unsigned y0, unsigned x1, unsigned y1, TpixelSums& sums,
+                            orvo::post::TglowTile* glow, float* depth, unsigned depthStride) {
+    if (x1 <= x0 || y1 <= y0)
+        return;
+    // The tile goes a band of rows at a time, small enough that its paths
+    // stay in the core's cache between the passes over them. Samples are
+    // made and splatted in the same order as for the whole tile at once.
+    const unsigned spp = std::max(1u, fSettings.samplesPerPixel);
+    const unsigned rows = std::max<unsigned>(1, unsigned(kBandPaths / (size_t(x1 - x0) * spp)));
+    for (unsigned y = y0; y < y1; y += rows)
+        renderBand(x0, y, x1, std::min(y1, y + rows), sums, glow, depth, depthStride);
+}
+
+void TrayTracer::renderBand(unsigned x0, unsigned y0, unsigned x1, unsigned y1, TpixelSums& sums,
                             orvo::post::TglowTile* glow, float* depth, unsigned depthStride) {
     Level* level = enter();
     if (!level)

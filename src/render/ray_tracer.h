@@ -177,6 +177,9 @@ private:
     // A ray from a material or light as a path, along `direction` (the
     // ray's, made unit).
     void startPath(TrayPath& p, const TgenericRay& ray, const T3Float& direction) const;
+    // renderTile's work for a band of its rows.
+    void renderBand(unsigned x0, unsigned y0, unsigned x1, unsigned y1, TpixelSums& sums,
+                    orvo::post::TglowTile* glow, float* depth, unsigned depthStride);
     // A shadow ray as a path, with what came through before it.
     void startShadowPath(TrayPath& p, const TgenericRay& ray, const T3Float& direction,
                          const float* transmission, float fraction, int leaving) const;
