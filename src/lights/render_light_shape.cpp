@@ -74,23 +74,9 @@ void TrenderLightShape::setShadingFlag(unsigned bit, bool on) {
 }
 
 int TrenderLightShape::integerValue(const TdataHandle& h) {
-    if (h.isNull() || !h.attribute())
-        return 0;
-    switch (h.attribute()->kind()) {
-    case TattrKind::Boolean:
-        return h.asBool() ? 1 : 0;
-    case TattrKind::Char:
-        return int(h.as<char>());
-    case TattrKind::Int16:
-    case TattrKind::Enum:
-        return h.asShort();
-    case TattrKind::Int32:
-        return h.asInt();
-    case TattrKind::Float:
-        return int(h.asFloat());
-    default:
-        return 0;
-    }
+    int value = 0;
+    integerValues(TvectorDataHandle(h), 1, &value);
+    return value;
 }
 
 void TrenderLightShape::integerValues(const TvectorDataHandle& h, unsigned count, int* out) {
