@@ -65,10 +65,8 @@ int memberIndex(const TobjectSet& set, const TdagPath& path) {
     return -1;
 }
 
-// Geometry masks: a shadow ray asks first for the surfaces that stop light
-// outright, then for those it would have to shade. Every other ray sees both.
-constexpr unsigned kBlocksLight = 1u;
-constexpr unsigned kLetsLightThrough = 2u;
+// Every ray sees every object of the hierarchy it asks: a shadow ray's two
+// questions go to hierarchies of their own rather than through masks.
 constexpr unsigned kEveryObject = 0xFFFFFFFFu;
 // Rays handed to the kernel at a time, from arrays on the stack.
 constexpr unsigned kRayChunk = 64;
@@ -100,7 +98,7 @@ void passOwnBack(const RTCFilterFunctionNArguments* args) {
     }
 }
 
-void setRay(RTCRay& ray, const TrayQuery& q, unsigned mask, unsigned id) {
+void setRay(RTCRay& ray, const TrayQuery& q, unsigned id) {
     ray.org_x = q.origin.x;
     ray.org_y = q.origin.y;
     ray.org_z = q.origin.z;
@@ -110,7 +108,7 @@ void setRay(RTCRay& ray, const TrayQuery& q, unsigned mask, unsigned id) {
     ray.dir_z = q.direction.z;
     ray.time = 0.0f;
     ray.tfar = q.far;
-    ray.mask = mask;
+    ray.mask = kEveryObject;
     ray.id = id;
     ray.flags = 0;
 }
@@ -235,8 +233,7 @@ void TrenderScene::addObject(const TdagPath& path, Tmesh& mesh) {
     fObjects.push_back(std::move(object));
 }
 
-void TrenderScene::attachObject(RTCSceneTy* scene, const TrenderObject& object,
-                                unsigned mask) const {
+void TrenderScene::attachObject(RTCSceneTy* scene, const TrenderObject& object) const {
     const TmeshData& m = object.mesh();
     RTCGeometry geometry = rtcNewGeometry(fDevice, RTC_GEOMETRY_TYPE_TRIANGLE);
     auto* vertices = static_cast<float*>(
@@ -252,7 +249,6 @@ void TrenderScene::attachObject(RTCSceneTy* scene, const TrenderObject& object,
         rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3,
                                 3 * sizeof(unsigned), m.triangleCount()));
     std::copy(m.indices.begin(), m.indices.end(), indices);
-    rtcSetGeometryMask(geometry, mask);
     rtcCommitGeometry(geometry);
     // The object's index is its geometry's id in every scene.
     rtcAttachGeometryByID(scene, geometry, object.fIndex);
@@ -275,7 +271,7 @@ void TrenderScene::buildEmbree() {
                 low[k] = std::min(low[k], p[k]);
                 high[k] = std::max(high[k], p[k]);
             }
-        attachObject(fScene, *object, kBlocksLight);
+        attachObject(fScene, *object);
     }
     rtcCommitScene(fScene);
     if (!fObjects.empty()) {
@@ -309,7 +305,7 @@ bool TrenderScene::intersect(const T3Float& origin, const T3Float& direction, fl
     rh.ray.dir_z = direction.z;
     rh.ray.time = 0.0f;
     rh.ray.tfar = far;
-    rh.ray.mask = 0xFFFFFFFFu;
+    rh.ray.mask = kEveryObject;
     rh.ray.id = 0;
     rh.ray.flags = 0;
     rh.hit.geomID = RTC_INVALID_GEOMETRY_ID;
@@ -335,7 +331,7 @@ void TrenderScene::intersect(unsigned count, const TrayQuery* rays, Thit* hits, 
     for (unsigned at = 0; at < count; at += kRayChunk) {
         const unsigned n = std::min(kRayChunk, count - at);
         for (unsigned j = 0; j < n; ++j) {
-            setRay(chunk[j].ray, rays[at + j], kEveryObject, j);
+            setRay(chunk[j].ray, rays[at + j], j);
             chunk[j].hit.geomID = RTC_INVALID_GEOMETRY_ID;
             chunk[j].hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
         }
@@ -359,24 +355,15 @@ void TrenderScene::setShadowRoles() {
     bool changed = false;
     bool seeThrough = false;
     for (const auto& object : fObjects) {
-        const bool blocks = object->opaque() || !object->engine();
-        seeThrough = seeThrough || !blocks;
-        const unsigned mask = blocks ? kBlocksLight : kLetsLightThrough;
-        if (object->fShadowMask == mask)
-            continue;
-        object->fShadowMask = mask;
-        RTCGeometry geometry = rtcGetGeometry(fScene, object->fIndex);
-        rtcSetGeometryMask(geometry, mask);
-        rtcCommitGeometry(geometry);
-        changed = true;
+        const bool through = !object->opaque() && object->engine() != nullptr;
+        seeThrough = seeThrough || through;
+        changed = changed || object->fLetsLightThrough != through;
+        object->fLetsLightThrough = through;
     }
-    if (changed)
-        rtcCommitScene(fScene);
     // The surfaces a shadow ray must shade get a hierarchy of their own,
-    // and so do those that stop light: a mask is tested only at the
-    // triangles, so asking the whole scene for either would walk every box
-    // of the other kind on the way. Without see-through surfaces the whole
-    // scene blocks.
+    // and so do those that stop light, so that neither question walks the
+    // boxes of the other kind. Without see-through surfaces the whole scene
+    // blocks.
     if (changed || (seeThrough && !fSeeThrough)) {
         for (RTCSceneTy** own : {&fSeeThrough, &fBlockers})
             if (*own) {
@@ -388,16 +375,15 @@ void TrenderScene::setShadowRoles() {
             fBlockers = rtcNewScene(fDevice);
             rtcSetSceneFlags(fBlockers, RTC_SCENE_FLAG_CONTEXT_FILTER_FUNCTION);
             for (const auto& object : fObjects)
-                attachObject(object->fShadowMask == kLetsLightThrough ? fSeeThrough : fBlockers,
-                             *object, kEveryObject);
+                attachObject(object->fLetsLightThrough ? fSeeThrough : fBlockers, *object);
             rtcCommitScene(fSeeThrough);
             rtcCommitScene(fBlockers);
         }
     }
-    // A kernel built without masks or filters would see every surface as
-    // a blocker: shadow rays then go one at a time.
+    // The blockers' question passes the back of the surface a ray leaves
+    // through a filter: a kernel built without filters sends shadow rays
+    // one at a time.
     fBulkShadows =
-        rtcGetDeviceProperty(fDevice, RTC_DEVICE_PROPERTY_RAY_MASK_SUPPORTED) != 0 &&
         rtcGetDeviceProperty(fDevice, RTC_DEVICE_PROPERTY_FILTER_FUNCTION_SUPPORTED) != 0;
 }
 
@@ -417,7 +403,7 @@ void TrenderScene::shadowReach(unsigned count, const TrayQuery* rays, TshadowRea
         const unsigned n = std::min(kRayChunk, count - at);
         blockers.rays = rays + at;
         for (unsigned j = 0; j < n; ++j)
-            setRay(chunk[j], rays[at + j], kBlocksLight, j);
+            setRay(chunk[j], rays[at + j], j);
         rtcOccluded1M(fBlockers ? fBlockers : fScene, &blockers.context, chunk, n, sizeof(RTCRay));
         // A blocked ray comes back with tfar at minus infinity.
         for (unsigned j = 0; j < n; ++j)
@@ -428,7 +414,7 @@ void TrenderScene::shadowReach(unsigned count, const TrayQuery* rays, TshadowRea
         // behind a blocker: what the light loses on the way there scales
         // the shadow's fraction, so the ray is followed in order.
         for (unsigned j = 0; j < n; ++j)
-            setRay(chunk[j], rays[at + j], kEveryObject, j);
+            setRay(chunk[j], rays[at + j], j);
         rtcOccluded1M(fSeeThrough, &seeThrough, chunk, n, sizeof(RTCRay));
         for (unsigned j = 0; j < n; ++j)
             if (chunk[j].tfar < 0.0f)
@@ -450,7 +436,7 @@ bool TrenderScene::occluded(const T3Float& origin, const T3Float& direction, flo
     ray.dir_z = direction.z;
     ray.time = 0.0f;
     ray.tfar = far;
-    ray.mask = 0xFFFFFFFFu;
+    ray.mask = kEveryObject;
     ray.id = 0;
     ray.flags = 0;
     rtcOccluded1(fScene, &context, &ray);

@@ -84,8 +84,8 @@ private:
     TDNshadingEngine* fEngine = nullptr;
     bool fOpaque = true;
     unsigned fRayOptions = 0;
-    bool fMirrored = false;   // the transform turns the winding inside out
-    unsigned fShadowMask = 1; // which of a shadow ray's two questions finds it
+    bool fMirrored = false;         // the transform turns the winding inside out
+    bool fLetsLightThrough = false; // a shadow ray shades it rather than stopping
     Completion fCompletion = nullptr;
     std::vector<T3Float> fPositions, fNormals, fTangentsU, fTangentsV;
     T4dFltMatrix fObjectToWorld, fWorldToObject;
@@ -194,8 +194,8 @@ public:
     // or in the default material) and those it must shade, once the shading
     // groups have said which is which; then shadowReach() may be used.
     void setShadowRoles();
-    // Whether shadowReach() can answer: the roles are set and the kernel can
-    // tell the two kinds of surface apart.
+    // Whether shadowReach() can answer: the roles are set and the kernel has
+    // the filter that passes the back of the surface a ray leaves.
     bool bulkShadows() const { return fBulkShadows; }
     // What lies on each of `count` shadow rays, asked together. Answers
     // only what shadowReach can tell without shading: a `Crossed` ray must
@@ -222,7 +222,7 @@ private:
     void addObject(const TdagPath& path, class Tmesh& mesh);
     void buildEmbree();
     // A copy of the object's triangles in `scene`, under the object's index.
-    void attachObject(RTCSceneTy* scene, const TrenderObject& object, unsigned mask) const;
+    void attachObject(RTCSceneTy* scene, const TrenderObject& object) const;
 
     std::unique_ptr<TpinholeCamera> fCamera;
     TdagPath fCameraPath;

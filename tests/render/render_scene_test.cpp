@@ -211,7 +211,7 @@ member paneSG paneShape
     scene.object(1).setOpaque(false);
     scene.setShadowRoles();
     if (!scene.bulkShadows())
-        GTEST_SKIP() << "the ray tracing kernel has no geometry masks";
+        GTEST_SKIP() << "the ray tracing kernel has no filter functions";
 
     auto ray = [](T3Float origin, T3Float direction, float far, int leaving = -1) {
         TrayQuery q;
