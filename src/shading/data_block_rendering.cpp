@@ -278,7 +278,7 @@ void TdataBlockRendering::initialize(TdependNode* node, const AttrInfo* infos,
                                      const MultiInfo* multiInfos, const uint16_t* initList,
                                      const std::byte* constantBlock, unsigned count,
                                      std::byte* variableBase, uint32_t stride,
-                                     TrenderingEvaluator* evaluator) {
+                                     TrenderingEvaluator* evaluator, const Outside* outside) {
     fNode = node;
     fInfos = infos;
     fMultis = multiInfos;
@@ -288,17 +288,33 @@ void TdataBlockRendering::initialize(TdependNode* node, const AttrInfo* infos,
     fStride = stride;
     fFirst = fCurrent = variableBase;
     fLast = variableBase + size_t(count ? count - 1 : 0) * stride;
+    fOutside = nullptr;
+    fOutsideFrom = fOutsideSize = fOutsideStride = 0;
+    if (outside && outside->attribute && outside->base) {
+        // Only a plain value that the node itself writes can live
+        // elsewhere: arrays, values in other blocks and values a segment
+        // brings from upstream keep their places.
+        const AttrInfo& info = fInfos[outside->attribute->index()];
+        if (isVariable(info.type) && !isOtherDB(info.type) && info.thread == 0 &&
+            !outside->attribute->isArray()) {
+            fOutside = outside->base;
+            fOutsideFrom = info.offset;
+            fOutsideSize = outside->attribute->dataSize();
+            fOutsideStride = outside->stride;
+        }
+    }
     if (!node)
         return;
     forInitList(node, initList, [&](const Tattribute& a) {
         const AttrInfo& info = fInfos[a.index()];
         if (!isVariable(info.type))
             return;
-        std::byte* first = fFirst + info.offset;
         if (isOtherDB(info.type)) {
+            std::byte* first = fFirst + info.offset;
             for (unsigned e = 0; e < count; ++e)
                 reinterpret_cast<OtherDBPair*>(first + size_t(e) * fStride)->base = nullptr;
         } else if (a.isArray()) {
+            std::byte* first = fFirst + info.offset;
             const MultiInfo* header = fMultis ? fMultis + info.thread : nullptr;
             const uint32_t size = arraySlotSize(a, header);
             for (unsigned e = 0; e < count; ++e) {
@@ -310,7 +326,7 @@ void TdataBlockRendering::initialize(TdependNode* node, const AttrInfo* infos,
             }
         } else {
             for (unsigned e = 0; e < count; ++e)
-                a.constructValue(first + size_t(e) * fStride);
+                a.constructValue(variableAt(info, e));
         }
     });
 }
@@ -380,11 +396,10 @@ void TdataBlockRendering::tearDownVariable() {
         if (a.isArray() && !constructs(a))
             return;
         for (unsigned e = 0; e < count; ++e) {
-            std::byte* at = fFirst + size_t(e) * fStride + info.offset;
             if (a.isArray())
-                destroyArraySlot(a, at);
+                destroyArraySlot(a, fFirst + size_t(e) * fStride + info.offset);
             else
-                a.destroyValue(at);
+                a.destroyValue(variableAt(info, e));
         }
     });
 }
@@ -412,7 +427,7 @@ void TdataBlockRendering::tearDownConstant(TdependNode* node, const AttrInfo* in
 std::byte* TdataBlockRendering::addressOf(const Tattribute& a, unsigned element) const {
     const AttrInfo& info = fInfos[a.index()];
     if (isVariable(info.type))
-        return fFirst + size_t(element) * fStride + info.offset;
+        return variableAt(info, element);
     // Constant values are only read while shading; handles are not const.
     return const_cast<std::byte*>(fConstant) + info.offset;
 }
@@ -447,8 +462,9 @@ void TdataBlockRendering::fetchVaryingDefault(const Tattribute& a, unsigned firs
     // varies: the node's value in every element of the run.
     std::byte* address = addressOf(a, first);
     fetchNodeValue(fNode, a, address);
+    const uint32_t stride = variableStride(fInfos[a.index()]);
     for (unsigned e = 1; e < count; ++e)
-        a.copyValue(address + size_t(e) * fStride, address);
+        a.copyValue(address + size_t(e) * stride, address);
 }
 
 void TdataBlockRendering::assembleChildren(const Tattribute& compound, unsigned first,
@@ -640,8 +656,10 @@ TvectorDataHandle TdataBlockRendering::vectorInputValue(const Tattribute& attrib
     } else {
         evaluate(attribute, first, count);
     }
-    if (isVariable(fInfos[attribute.index()].type))
-        return TvectorDataHandle(handleOf(attribute, first, TdataHandle::kIsVarying), fStride);
+    const AttrInfo& own = fInfos[attribute.index()];
+    if (isVariable(own.type))
+        return TvectorDataHandle(handleOf(attribute, first, TdataHandle::kIsVarying),
+                                 variableStride(own));
     return TvectorDataHandle(handleOf(attribute, first), 0);
 }
 
@@ -657,8 +675,10 @@ TvectorDataHandle TdataBlockRendering::vectorOutputValue(const Tattribute& attri
         if (h.block() != this && !h.isNull())
             return TvectorDataHandle(h, h.block()->elementStride());
     }
-    if (isVariable(fInfos[attribute.index()].type))
-        return TvectorDataHandle(handleOf(attribute, first, TdataHandle::kIsVarying), fStride);
+    const AttrInfo& own = fInfos[attribute.index()];
+    if (isVariable(own.type))
+        return TvectorDataHandle(handleOf(attribute, first, TdataHandle::kIsVarying),
+                                 variableStride(own));
     return TvectorDataHandle(handleOf(attribute, first), 0);
 }
 

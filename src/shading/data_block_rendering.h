@@ -169,13 +169,25 @@ public:
                                   unsigned logicalIndex, const Tattribute& leaf);
 
     // ---- the variable part, for each shade
-    // Sets up `count` elements at `variableBase`.
+    // A varying value (with its children) kept outside the block: element
+    // e's value at base + e * stride. A light writes its record this way
+    // straight into the array of records its material walks.
+    struct Outside {
+        const Tattribute* attribute = nullptr;
+        std::byte* base = nullptr;
+        uint32_t stride = 0;
+    };
+    // Sets up `count` elements at `variableBase`, and `outside`'s value (if
+    // given) where it says.
     void initialize(TdependNode* node, const AttrInfo* infos, const MultiInfo* multiInfos,
                     const uint16_t* initList, const std::byte* constantBlock, unsigned count,
-                    std::byte* variableBase, uint32_t stride, TrenderingEvaluator* evaluator);
+                    std::byte* variableBase, uint32_t stride, TrenderingEvaluator* evaluator,
+                    const Outside* outside = nullptr);
     void tearDownVariable();
 
     TdependNode* node() const { return fNode; }
+    // Whether initialize took the value it was asked to keep outside.
+    bool keepsOutside() const { return fOutside != nullptr; }
     const std::byte* constantBlock() const { return fConstant; }
     const AttrInfo* attrInfos() const { return fInfos; }
     const MultiInfo* multiInfos() const { return fMultis; }
@@ -210,6 +222,17 @@ public:
 
 private:
     std::byte* addressOf(const Tattribute& a, unsigned element) const;
+    // The address of element e of the varying value described by `info`,
+    // and the step from one element to the next.
+    std::byte* variableAt(const AttrInfo& info, unsigned element) const {
+        const uint32_t within = info.offset - fOutsideFrom;
+        if (within < fOutsideSize)
+            return fOutside + size_t(element) * fOutsideStride + within;
+        return fFirst + size_t(element) * fStride + info.offset;
+    }
+    uint32_t variableStride(const AttrInfo& info) const {
+        return info.offset - fOutsideFrom < fOutsideSize ? fOutsideStride : fStride;
+    }
     TdataHandle handleOf(const Tattribute& a, unsigned element, uint32_t extraMode = 0) const;
     // Brings the value of `a` up to date for elements [first, first + count).
     void evaluate(const Tattribute& a, unsigned first, unsigned count);
@@ -239,4 +262,10 @@ private:
     const MultiInfo* fMultis = nullptr;
     const uint16_t* fInitList = nullptr;
     TrenderingEvaluator* fEvaluator = nullptr;
+    // The value kept outside (see Outside): the element bytes
+    // [fOutsideFrom, fOutsideFrom + fOutsideSize) live at fOutside instead.
+    std::byte* fOutside = nullptr;
+    uint32_t fOutsideFrom = 0;
+    uint32_t fOutsideSize = 0;
+    uint32_t fOutsideStride = 0;
 };

@@ -143,6 +143,7 @@ private:
     const uint16_t* fSlotOf;
     std::byte* fRecords = nullptr; // see sendRecordsTo
     size_t fRecordStride = 0;
+    bool fRecordsInPlace = false; // the light's block keeps its record there
     TdataBlockRendering* fBlocks;
     uint8_t* fSegmentFlags;
     std::byte* fStacks;
@@ -200,8 +201,15 @@ void TshadingOpus::Frame::setUpBlock(const TSEinstruction& in) {
     TdataBlockRendering* block = new (fBlocks + s.block) TdataBlockRendering();
     std::byte* base = fVariable + fVariableUsed;
     fVariableUsed += OrvoAlignUp(size_t(s.stride) * fCount, 16);
+    TdataBlockRendering::Outside outside;
+    const TSEinstruction* recordCopy = fOpus.fRecordCopy;
+    if (fRecords && recordCopy && recordCopy->copy.descriptor->source.block == s.block)
+        outside = {recordCopy->copy.descriptor->source.attribute, fRecords,
+                   uint32_t(fRecordStride)};
     block->initialize(s.node, s.infos, s.multis, s.initList, s.constantBlock, fCount, base,
-                      s.stride, this);
+                      s.stride, this, outside.attribute ? &outside : nullptr);
+    if (outside.attribute && block->keepsOutside())
+        fRecordsInPlace = true;
     fMade[s.block] = 1;
     fBlocksMade = std::max(fBlocksMade, s.block + 1);
 }
@@ -424,6 +432,8 @@ void TshadingOpus::Frame::copy(const TSEinstruction& in, unsigned first, unsigne
     const unsigned last = first + count;
     switch (to.mode) {
     case kDataSampleField:
+        if (fRecordsInPlace && &in == fOpus.fRecordCopy)
+            break; // the light wrote its records where they go
         if (fRecords && to.block == TsampleFields::lightData)
             copyTo(Strided{fRecords, fRecordStride}, in, first, last);
         else if (fLayoutTable && fLayoutTable[to.block])
@@ -621,6 +631,56 @@ void TshadingOpus::initialize(TSEopusLayout&& layout, TbitField64 needs,
     fPerSampleSize = 0;
     for (uint32_t stride : fLayout.blockStrides)
         fPerSampleSize += stride;
+    findRecordCopy();
+}
+
+void TshadingOpus::findRecordCopy() {
+    fRecordCopy = nullptr;
+    const TSEinstruction* found = nullptr;
+    for (const TSEinstruction& in : fLayout.instructions) {
+        if (in.opcode != kOpCopy && in.opcode != kOpCopyFromStack)
+            continue;
+        const TSEdescriptorHalf& to = in.copy.descriptor->destination;
+        if (to.mode != kDataSampleField || to.block != TsampleFields::lightData)
+            continue;
+        if (found)
+            return; // two copies into the field: leave them both as they are
+        found = &in;
+    }
+    if (!found || found->opcode != kOpCopy)
+        return;
+    // An exact copy of a whole record, from a value of a block.
+    const TSEdescriptorHalf& from = found->copy.descriptor->source;
+    const Tattribute* record = from.attribute;
+    if (from.mode != kDataInBlock || from.depth != 0 || !record || record->isArray() ||
+        found->copy.bytes != sizeof(TlightData) || record->dataSize() != sizeof(TlightData) ||
+        from.block >= fLayout.attrInfos.size() || !fLayout.attrInfos[from.block])
+        return;
+    const AttrInfo& info = fLayout.attrInfos[from.block][record->index()];
+    if (!(info.type & kAttrInfoVariable) || (info.type & kAttrInfoOtherBlock) || info.thread)
+        return;
+    // Nothing else may read the record in the block: every other reader
+    // would look for it at its place there.
+    auto related = [record](const Tattribute* a) {
+        return a && (a == record || a->isDescendentOf(*record) || record->isDescendentOf(*a));
+    };
+    for (const TSEinstruction& in : fLayout.instructions) {
+        if (&in == found)
+            continue;
+        if (in.opcode == kOpCopy || in.opcode == kOpCopyFromStack) {
+            const TSEdescriptorHalf& source = in.copy.descriptor->source;
+            if (source.mode == kDataInBlock && source.block == from.block &&
+                related(source.attribute))
+                return;
+        } else if (in.opcode == kOpLinkOtherDB) {
+            if (in.link.sourceBlock == from.block && related(in.link.sourceAttribute))
+                return;
+        }
+    }
+    for (const auto& output : fLayout.segmentOutputs)
+        if (output.block == from.block && related(output.attribute))
+            return;
+    fRecordCopy = found;
 }
 
 void TshadingOpus::addUserSampleData(TSEudSampleTable table) {

@@ -159,6 +159,12 @@ private:
     std::vector<TshadingOpus*> fLightOpuses;
     std::vector<TdependNode*> fLightNodes; // whose references releaseOpus gives back
     unsigned fLightBuilderSize = 0;
+    // A light opus's copy of its record into the sample's lightData field,
+    // when the record is read nowhere else: the light then writes the
+    // record straight where the frame sends records (see runLights) and
+    // the copy has nothing left to do. Null otherwise.
+    const TSEinstruction* fRecordCopy = nullptr;
+    void findRecordCopy();
 
     // Runs the light opuses over one sample of each illumination slot and
     // fills each slot's array of light records.

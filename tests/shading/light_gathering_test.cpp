@@ -142,6 +142,26 @@ TEST_F(LightGathering, ASlotSharedByTheBatchRunsEachLightOnce) {
     }
 }
 
+TEST_F(LightGathering, ALightWritesItsRecordsWhereTheMaterialReadsThem) {
+    // Slots {0, 1}, {2} and {3}: each light writes three records, and the
+    // material reads two a sample at the very places they were written,
+    // with no copy between (with a copy, the reads would land elsewhere).
+    TdnTestLight::sWrittenAt.clear();
+    TdnTestLightSum::sReadAt.clear();
+    const auto r = shade(4, {5, 5, -1, -1});
+    ASSERT_EQ(TdnTestLight::sWrittenAt.size(), 2u * 3u);
+    ASSERT_EQ(TdnTestLightSum::sReadAt.size(), 2u * 4u);
+    const auto& written = TdnTestLight::sWrittenAt; // red's slots, then blue's
+    const auto& read = TdnTestLightSum::sReadAt;    // a sample's red, then its blue
+    const unsigned slotOf[4] = {0, 0, 1, 2};
+    for (unsigned s = 0; s < 4; ++s) {
+        EXPECT_EQ(read[2 * s], written[slotOf[s]]) << "red, sample " << s;
+        EXPECT_EQ(read[2 * s + 1], written[3 + slotOf[s]]) << "blue, sample " << s;
+        EXPECT_FLOAT_EQ(r[s].colour[0], 2.0f);
+        EXPECT_FLOAT_EQ(r[s].colour[2], 3.0f);
+    }
+}
+
 TEST_F(LightGathering, NeighboursWithOneIndexShareASlotAndNegativeIndicesStandAlone) {
     // Slots: {0, 1}, {2}, {3} and {4, 5}: four representatives, samples 0, 2, 3, 4.
     const int elements = TdnTestLight::sElements;

@@ -80,6 +80,8 @@ void TdnTestUserData::analyse(TDNshadingEngine* engine, TSEnodeDescription* desc
 
 std::atomic<int> TdnTestLight::sComputes{0};
 std::atomic<int> TdnTestLight::sElements{0};
+std::vector<const void*> TdnTestLight::sWrittenAt;
+std::vector<const void*> TdnTestLightSum::sReadAt;
 
 ORVO_REGISTER_NODE(TdnTestLight)
 ORVO_DEPENDENCIES(TdnTestLight) {
@@ -104,6 +106,7 @@ bool TdnTestLight::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
     for (unsigned i = 0; i < count; ++i) {
         const int e = int(i);
         auto* record = static_cast<TlightData*>(out[e].address());
+        sWrittenAt.push_back(record);
         const float* c = colour[e].asFloat3();
         const float k = intensity[e].asFloat();
         *record = TlightData{{0.0f, 0.0f, 1.0f},
@@ -139,6 +142,7 @@ bool TdnTestLightSum::vectorComputePlug(const Tplug& plug, TdataBlock& block, un
         for (unsigned k = 0; k < elements.elementCount(); ++k) {
             elements.jumpToArrayElement(k);
             const auto* record = static_cast<const TlightData*>(elements.reference().address());
+            sReadAt.push_back(record);
             for (int c = 0; c < 3; ++c)
                 sum[c] += record->intensity[c];
             info[1] += record->preShadowIntensity;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 // Node types made for the shading tests: a node whose colour is its UV, so
 // that values vary per sample in a way worked out by hand.
 
@@ -63,6 +65,8 @@ public:
                            unsigned count) override;
     static std::atomic<int> sComputes;
     static std::atomic<int> sElements;
+    // Where the records were written, in order (one thread shades).
+    static std::vector<const void*> sWrittenAt;
 };
 
 // A material that sums what its lights give: outColor the sum of the
@@ -88,4 +92,6 @@ public:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first,
                            unsigned count) override;
     void groupedAttrs(const Tattribute* attribute, TattributeArray& out) override;
+    // Where the records were read, in order (one thread shades).
+    static std::vector<const void*> sReadAt;
 };
