@@ -77,22 +77,35 @@ void TpixelSums::splat(float x, float y, const TpixelValue& value) {
     const int spanX = std::min(kMaxSpan, lastX - firstX + 1);
     for (int i = 0; i < spanX; ++i)
         wx[i] = TpixelFilter::weight1d(float(firstX + i) + 0.5f - x);
+    // A column at the radius weighs nothing and is left out. The weights
+    // rise to the middle, so only the ends can be such columns.
+    int from = 0, to = spanX;
+    while (from < to && !(wx[from] > 0.0f))
+        ++from;
+    while (to > from && !(wx[to - 1] > 0.0f))
+        --to;
+    if (from == to)
+        return;
+    // A row of the span is one run of floats: each pixel's channels side by
+    // side. Spread the column weights and the value over the channels once,
+    // so that every row is a single loop the compiler can vectorise.
+    constexpr int kSpanFloats = kMaxSpan * int(kChannels);
+    float weights[kSpanFloats], values[kSpanFloats];
+    const float channel[kChannels] = {value.r, value.g, value.b, value.alpha, value.matte, 1.0f};
+    const int floats = (to - from) * int(kChannels);
+    for (int i = from; i < to; ++i)
+        for (unsigned c = 0; c < kChannels; ++c) {
+            weights[(i - from) * int(kChannels) + int(c)] = wx[i];
+            values[(i - from) * int(kChannels) + int(c)] = channel[c];
+        }
     for (int py = firstY; py <= lastY; ++py) {
         const float wy = TpixelFilter::weight1d(float(py) + 0.5f - y);
         if (wy <= 0.0f)
             continue;
-        for (int i = 0; i < spanX; ++i) {
-            const float w = wy * wx[i];
-            if (w <= 0.0f)
-                continue;
-            float* s = &fSums[(size_t(py - fY0) * fWidth + size_t(firstX + i - fX0)) * kChannels];
-            s[0] += w * value.r;
-            s[1] += w * value.g;
-            s[2] += w * value.b;
-            s[3] += w * value.alpha;
-            s[4] += w * value.matte;
-            s[5] += w;
-        }
+        float* s = &fSums[(size_t(py - fY0) * fWidth + size_t(firstX + from - fX0)) * kChannels];
+        // The weight is accumulated as w * 1, which is w itself.
+        for (int j = 0; j < floats; ++j)
+            s[j] += (wy * weights[j]) * values[j];
     }
 }
 
