@@ -195,14 +195,25 @@ TEST_F(ShadingEngine, ArrayElementsMixVaryingAndConstantValues) {
          "set sum.input3D[4] 0.25 0.5 0.75\n"
          "connect sum.output3D out.transparency\n"
          "connect out.outColor sg.surfaceShader\n");
-    ASSERT_TRUE(engine->analyse(0, nullptr));
-    Batch batch(*engine, 0, 4);
-    engine->controlBlock(0)->shade(4, batch.samples());
-    // input3D[0] is (u, v, 0) per sample, input3D[4] the constant set.
+    // input3D[0] is (u, v, 0) per sample, input3D[4] the constant set; the
+    // operation is one for the whole batch.
     const float u = 2.5f / 4.0f, v = 1.0f - 2.0f / 4.0f;
-    EXPECT_EQ(batch[2].outTransparency()->x, u + 0.25f);
-    EXPECT_EQ(batch[2].outTransparency()->y, v + 0.5f);
-    EXPECT_EQ(batch[2].outTransparency()->z, 0.75f);
+    const struct {
+        const char* operation;
+        T3Float expected;
+    } cases[] = {{"Sum", {u + 0.25f, v + 0.5f, 0.75f}},
+                 {"Subtract", {u - 0.25f, v - 0.5f, -0.75f}},
+                 {"Average", {(u + 0.25f) / 2.0f, (v + 0.5f) / 2.0f, 0.375f}}};
+    for (const auto& c : cases) {
+        load(std::string("set sum.operation ") + c.operation + "\n");
+        TrenderThreadBase::deleteAllOpuses();
+        ASSERT_TRUE(engine->analyse(0, nullptr));
+        Batch batch(*engine, 0, 4);
+        engine->controlBlock(0)->shade(4, batch.samples());
+        EXPECT_EQ(batch[2].outTransparency()->x, c.expected.x) << c.operation;
+        EXPECT_EQ(batch[2].outTransparency()->y, c.expected.y) << c.operation;
+        EXPECT_EQ(batch[2].outTransparency()->z, c.expected.z) << c.operation;
+    }
 }
 
 TEST_F(ShadingEngine, ASecondAnalysisReusesTheOpus) {

@@ -43,6 +43,33 @@ void combine(const TmultiHeader* array, uint32_t valueAt, int16_t operation, flo
             out[c] /= float(n);
 }
 
+// A run whose samples share one known operation: the element loop with the
+// operation decided once, and the same sums, in the same order, as combine.
+template <int W, int16_t Operation>
+void foldRun(const std::byte* arrayAt, size_t arrayStride, std::byte* resultAt, size_t resultStride,
+             uint32_t valueAt, unsigned count) {
+    using K = TdnKernel<TdnPlusMinusAverage>;
+    for (unsigned i = 0; i < count; ++i) {
+        const auto* array =
+            reinterpret_cast<const TmultiHeader*>(arrayAt + size_t(i) * arrayStride);
+        float out[W];
+        for (int c = 0; c < W; ++c)
+            out[c] = 0.0f;
+        const unsigned n = array->count;
+        const std::byte* element = n ? array->data + valueAt : nullptr;
+        for (unsigned k = 0; k < n; ++k, element += array->stride) {
+            float v[W];
+            std::memcpy(v, element, sizeof v);
+            for (int c = 0; c < W; ++c)
+                out[c] += Operation == K::kSubtract && k > 0 ? -v[c] : v[c];
+        }
+        if (Operation == K::kAverage && n)
+            for (int c = 0; c < W; ++c)
+                out[c] /= float(n);
+        std::memcpy(resultAt + size_t(i) * resultStride, out, sizeof out);
+    }
+}
+
 // The run by pointer and stride: array headers, operations, results.
 template <int W>
 void combineRun(const TvectorDataHandle& arrays, const TvectorDataHandle& operation,
@@ -50,6 +77,28 @@ void combineRun(const TvectorDataHandle& arrays, const TvectorDataHandle& operat
     const auto* arrayAt = static_cast<const std::byte*>(arrays.first().address());
     const auto* operationAt = static_cast<const std::byte*>(operation.first().address());
     auto* resultAt = static_cast<std::byte*>(result.first().address());
+    if (operation.stride() == 0) {
+        // One operation for the whole run (it is seldom driven per sample).
+        using K = TdnKernel<TdnPlusMinusAverage>;
+        int16_t op;
+        std::memcpy(&op, operationAt, sizeof op);
+        switch (op) {
+        case K::kSum:
+            foldRun<W, K::kSum>(arrayAt, arrays.stride(), resultAt, result.stride(), valueAt,
+                                count);
+            return;
+        case K::kSubtract:
+            foldRun<W, K::kSubtract>(arrayAt, arrays.stride(), resultAt, result.stride(), valueAt,
+                                     count);
+            return;
+        case K::kAverage:
+            foldRun<W, K::kAverage>(arrayAt, arrays.stride(), resultAt, result.stride(), valueAt,
+                                    count);
+            return;
+        default:
+            break; // zero, sample by sample below
+        }
+    }
     for (unsigned i = 0; i < count; ++i) {
         int16_t op;
         std::memcpy(&op, operationAt + size_t(i) * operation.stride(), sizeof op);
