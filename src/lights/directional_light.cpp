@@ -41,6 +41,8 @@ void TdirectionalLightShape::markSkipped(LightBatch& b) {
     // Behind the plane through the light's position, facing along its
     // direction, nothing is lit.
     const TvectorDataHandle use = b.block.vectorInputValue(aUseLightPosition, b.first, b.count);
+    if (use.stride() == 0 && !use[0].asBool())
+        return; // off for the whole run, as it mostly is
     for (unsigned i = 0; i < b.count; ++i)
         if (use[int(i)].asBool() && OrvoDot(fPosition - b.point(i), fDirection) <= 0.0f)
             b.skip[i] = 1;
@@ -58,6 +60,15 @@ bool TdirectionalLightShape::projectTextureCoordinates(LightBatch& b, T2Float* u
 
 void TdirectionalLightShape::illuminate(LightBatch& b) {
     const TvectorDataHandle intensity = b.block.vectorInputValue(aIntensity, b.first, b.count);
+    if (intensity.stride() == 0) {
+        // One intensity for the run: no walk over the handle.
+        const float k = intensity[0].asFloat();
+        for (unsigned i = 0; i < b.count; ++i) {
+            b.direction[i] = fDirection;
+            b.scalar[i] = b.skip[i] ? 0.0f : k;
+        }
+        return;
+    }
     for (unsigned i = 0; i < b.count; ++i) {
         b.direction[i] = fDirection;
         b.scalar[i] = b.skip[i] ? 0.0f : intensity[int(i)].asFloat();

@@ -1,5 +1,7 @@
 #include "lights/non_ambient_light_shape.h"
 
+#include <cstring>
+
 ORVO_REGISTER_NODE(TnonAmbientLightShape)
 
 ORVO_DEPENDENCIES(TnonAmbientLightShape) {
@@ -34,10 +36,18 @@ void TnonAmbientLightShape::illuminate(LightBatch& b) {
 void TnonAmbientLightShape::readEmitFlags(LightBatch& b, uint8_t* diffuse, uint8_t* specular) {
     const TvectorDataHandle d = b.block.vectorInputValue(aEmitDiffuse, b.first, b.count);
     const TvectorDataHandle s = b.block.vectorInputValue(aEmitSpecular, b.first, b.count);
-    for (unsigned i = 0; i < b.count; ++i) {
-        diffuse[i] = d[int(i)].asBool();
-        specular[i] = s[int(i)].asBool();
-    }
+    // The flags are seldom driven per sample: a value the block keeps once
+    // (stride 0) fills the run at once.
+    auto read = [&b](const TvectorDataHandle& flag, uint8_t* out) {
+        if (flag.stride() == 0) {
+            std::memset(out, flag[0].asBool() ? 1 : 0, b.count);
+            return;
+        }
+        for (unsigned i = 0; i < b.count; ++i)
+            out[i] = flag[int(i)].asBool();
+    };
+    read(d, diffuse);
+    read(s, specular);
 }
 
 bool TnonAmbientLightShape::refreshesViewportLight(const Tattribute* attribute) const {

@@ -66,14 +66,16 @@ protected:
         float info[3];      // light count, sum of preShadowIntensity, sum of direction x
         bool lightFieldSet; // the sample's own lightData field was written
     };
-    std::vector<Result> shade(unsigned count, const std::vector<int16_t>& illumination) {
+    std::vector<Result> shade(unsigned count, const std::vector<int16_t>& illumination,
+                              const std::vector<T3Float>& points = {}) {
         TrenderThreadBase thread;
         thread.initShadingGroup(engine);
         thread.startSampling(engine, 0, &group);
         std::vector<Tsample*> samples(count, nullptr);
         thread.sampleManager()->allocateSamples(engine, 0, &group, count, samples.data());
         for (unsigned i = 0; i < count; ++i) {
-            samples[i]->setPointCamera(T3Float{10.0f + float(i), 0.0f, -5.0f});
+            samples[i]->setPointCamera(i < points.size() ? points[i]
+                                                         : T3Float{10.0f + float(i), 0.0f, -5.0f});
             samples[i]->setIlluminationIndex(illumination[i]);
         }
         engine->controlBlock(0)->shade(count, samples.data());
@@ -160,6 +162,34 @@ TEST_F(LightGathering, ALightWritesItsRecordsWhereTheMaterialReadsThem) {
         EXPECT_FLOAT_EQ(r[s].colour[0], 2.0f);
         EXPECT_FLOAT_EQ(r[s].colour[2], 3.0f);
     }
+}
+
+TEST_F(LightGathering, ACompiledLightsSettingsHoldForTheWholeRun) {
+    // A directional light whose settings are constants of its compiled
+    // network. It stands at z = -10 and shines toward -z: with its position
+    // in use, only z < -10 is lit. It gives no diffuse light.
+    load("node transform sun\nnode directionalLight sunShape -parent sun\n"
+         "set sun.translate 0 0 -10\nset sunShape.useLightPosition true\n"
+         "set sunShape.intensity 2\nset sunShape.emitDiffuse false\n"
+         "member keyLights sunShape\nmember -remove keyLights redShape blueShape\n"
+         "member -remove defaultLightSet sunShape\n");
+    TdnTestLightSum::sRecords.clear();
+    shade(3, {-1, -1, -1}, {{0, 0, -20}, {0, 0, -5}, {1, 2, -30}});
+    const auto& records = TdnTestLightSum::sRecords;
+    ASSERT_EQ(records.size(), 3u);
+    auto triple = [](const float* v) {
+        return std::vector<float>{v[0], v[1], v[2]};
+    };
+    for (unsigned s : {0u, 2u}) {
+        EXPECT_EQ(triple(records[s].intensity), (std::vector<float>{2, 2, 2})) << s;
+        EXPECT_EQ(triple(records[s].direction), (std::vector<float>{0, 0, 1})) << s;
+        EXPECT_FALSE(records[s].diffuse) << s;
+        EXPECT_TRUE(records[s].specular) << s;
+    }
+    // Behind the light's plane: nothing.
+    EXPECT_EQ(triple(records[1].intensity), (std::vector<float>{0, 0, 0}));
+    EXPECT_FALSE(records[1].diffuse);
+    EXPECT_FALSE(records[1].specular);
 }
 
 TEST_F(LightGathering, NeighboursWithOneIndexShareASlotAndNegativeIndicesStandAlone) {

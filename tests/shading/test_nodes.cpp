@@ -82,6 +82,7 @@ std::atomic<int> TdnTestLight::sComputes{0};
 std::atomic<int> TdnTestLight::sElements{0};
 std::vector<const void*> TdnTestLight::sWrittenAt;
 std::vector<const void*> TdnTestLightSum::sReadAt;
+std::vector<TlightData> TdnTestLightSum::sRecords;
 
 ORVO_REGISTER_NODE(TdnTestLight)
 ORVO_DEPENDENCIES(TdnTestLight) {
@@ -143,6 +144,7 @@ bool TdnTestLightSum::vectorComputePlug(const Tplug& plug, TdataBlock& block, un
             elements.jumpToArrayElement(k);
             const auto* record = static_cast<const TlightData*>(elements.reference().address());
             sReadAt.push_back(record);
+            sRecords.push_back(*record);
             for (int c = 0; c < 3; ++c)
                 sum[c] += record->intensity[c];
             info[1] += record->preShadowIntensity;

@@ -92,6 +92,8 @@ public:
     bool vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first,
                            unsigned count) override;
     void groupedAttrs(const Tattribute* attribute, TattributeArray& out) override;
-    // Where the records were read, in order (one thread shades).
+    // Where the records were read, and what they held, in order (one
+    // thread shades).
     static std::vector<const void*> sReadAt;
+    static std::vector<TlightData> sRecords;
 };
