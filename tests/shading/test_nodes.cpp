@@ -86,10 +86,10 @@ std::vector<TlightData> TdnTestLightSum::sRecords;
 
 ORVO_REGISTER_NODE(TdnTestLight)
 ORVO_DEPENDENCIES(TdnTestLight) {
-    for (Tattribute* in : {static_cast<Tattribute*>(&TlightShape::aPointCamera),
-                           static_cast<Tattribute*>(&PointWorld),
-                           static_cast<Tattribute*>(&TlightShape::aColor),
-                           static_cast<Tattribute*>(&TlightShape::aIntensity)})
+    for (Tattribute* in :
+         {static_cast<Tattribute*>(&TlightShape::aPointCamera),
+          static_cast<Tattribute*>(&PointWorld), static_cast<Tattribute*>(&TlightShape::aColor),
+          static_cast<Tattribute*>(&TlightShape::aIntensity)})
         affects(m, *in, TlightShape::aLightData);
 }
 
@@ -110,14 +110,9 @@ bool TdnTestLight::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
         sWrittenAt.push_back(record);
         const float* c = colour[e].asFloat3();
         const float k = intensity[e].asFloat();
-        *record = TlightData{{0.0f, 0.0f, 1.0f},
-                             {c[0] * k, c[1] * k, c[2] * k},
-                             false,
-                             true,
-                             false,
-                             world[e].asFloat3()[0],
-                             point[e].asFloat3()[0],
-                             nullptr};
+        *record =
+            TlightData{{0.0f, 0.0f, 1.0f},     {c[0] * k, c[1] * k, c[2] * k}, false,  true, false,
+                       world[e].asFloat3()[0], point[e].asFloat3()[0],         nullptr};
     }
     return true;
 }
