@@ -310,9 +310,9 @@ void TdataBlockRendering::initialize(TdependNode* node, const AttrInfo* infos,
         if (!isVariable(info.type))
             return;
         if (isOtherDB(info.type)) {
-            std::byte* first = fFirst + info.offset;
-            for (unsigned e = 0; e < count; ++e)
-                reinterpret_cast<OtherDBPair*>(first + size_t(e) * fStride)->base = nullptr;
+            // Unlinked until a link or the producer's segment says where.
+            if (count)
+                linkOf(info)->base = nullptr;
         } else if (a.isArray()) {
             std::byte* first = fFirst + info.offset;
             const MultiInfo* header = fMultis ? fMultis + info.thread : nullptr;
@@ -587,14 +587,17 @@ void TdataBlockRendering::evaluate(const Tattribute& a, unsigned first, unsigned
     }
 }
 
+void TdataBlockRendering::setLink(const Tattribute& attribute, std::byte* base,
+                                  TdataBlock* source) {
+    *linkOf(fInfos[attribute.index()]) = OtherDBPair{base, source};
+}
+
 TdataHandle TdataBlockRendering::otherBlockHandle(const Tattribute& a, unsigned element,
                                                   unsigned count) {
     const AttrInfo& info = fInfos[a.index()];
     const Tattribute& holder = info.type == kVarUseParentOtherDB ? rootOf(a) : a;
     const AttrInfo& holderInfo = fInfos[holder.index()];
-    auto pairAt = [&](unsigned e) {
-        return reinterpret_cast<OtherDBPair*>(fFirst + size_t(e) * fStride + holderInfo.offset);
-    };
+    OtherDBPair* pair = linkOf(holderInfo);
     if (holderInfo.thread && fEvaluator) {
         // One run of the producer's segment serves the whole run here.
         uint8_t* base = nullptr;
@@ -602,10 +605,8 @@ TdataHandle TdataBlockRendering::otherBlockHandle(const Tattribute& a, unsigned 
         const unsigned index = currentIndex();
         fEvaluator->computeValue(holderInfo.thread, holder, &base, &other, element, count);
         restoreCurrent(index);
-        for (unsigned e = element; e < element + count; ++e)
-            *pairAt(e) = OtherDBPair{reinterpret_cast<std::byte*>(base), other};
+        *pair = OtherDBPair{reinterpret_cast<std::byte*>(base), other};
     }
-    const OtherDBPair* pair = pairAt(element);
     if (!pair->base)
         return {};
     const uint32_t extra = info.type == kVarUseParentOtherDB ? offsetWithin(a, holder) : 0u;
@@ -632,8 +633,7 @@ TdataHandle TdataBlockRendering::outputValue(const Tattribute& attribute) {
     if (isOtherDB(info.type)) {
         const Tattribute& holder =
             info.type == kVarUseParentOtherDB ? rootOf(attribute) : attribute;
-        auto* pair = reinterpret_cast<OtherDBPair*>(fFirst + size_t(index) * fStride +
-                                                    fInfos[holder.index()].offset);
+        const OtherDBPair* pair = linkOf(fInfos[holder.index()]);
         if (pair->base) {
             const uint32_t extra =
                 info.type == kVarUseParentOtherDB ? offsetWithin(attribute, holder) : 0u;

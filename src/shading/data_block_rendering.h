@@ -120,7 +120,10 @@ public:
 };
 
 // The slot of an attribute whose value lives in another block holds this
-// pair: the value's address at element 0 there, and that block.
+// pair: the value's address at element 0 there, and that block. A link is
+// the same for every element of a run (element e's value is at base + e *
+// the other block's stride), so only the first element's pair is kept: a
+// batch clears one word and a link writes one pair, whatever the count.
 struct OtherDBPair {
     std::byte* base;
     TdataBlock* block;
@@ -188,6 +191,9 @@ public:
     TdependNode* node() const { return fNode; }
     // Whether initialize took the value it was asked to keep outside.
     bool keepsOutside() const { return fOutside != nullptr; }
+    // Sets the link of `attribute` (a value that lives in `source`'s block,
+    // at `base` for element 0) for the whole run.
+    void setLink(const Tattribute& attribute, std::byte* base, TdataBlock* source);
     const std::byte* constantBlock() const { return fConstant; }
     const AttrInfo* attrInfos() const { return fInfos; }
     const MultiInfo* multiInfos() const { return fMultis; }
@@ -234,6 +240,12 @@ private:
         return info.offset - fOutsideFrom < fOutsideSize ? fOutsideStride : fStride;
     }
     TdataHandle handleOf(const Tattribute& a, unsigned element, uint32_t extraMode = 0) const;
+    // The link of an attribute whose value lives in another block (see
+    // OtherDBPair): the pair in the first element, at the holder's offset.
+    OtherDBPair* linkOf(const AttrInfo& holder) const {
+        return reinterpret_cast<OtherDBPair*>(fFirst + holder.offset);
+    }
+
     // Brings the value of `a` up to date for elements [first, first + count).
     void evaluate(const Tattribute& a, unsigned first, unsigned count);
     void evaluateArray(const Tattribute& array, unsigned first, unsigned count);

@@ -495,18 +495,15 @@ void TshadingOpus::Frame::popField(const TSEinstruction& in) {
         header[0] -= sizeof(StackEntry);
 }
 
-void TshadingOpus::Frame::link(const TSEinstruction& in, unsigned first, unsigned count) {
+// The consumer reads the producer's elements in place: one link serves
+// every element of the run.
+void TshadingOpus::Frame::link(const TSEinstruction& in, unsigned, unsigned count) {
+    if (!count)
+        return;
     const auto& l = in.link;
     TdataBlockRendering& source = fBlocks[l.sourceBlock];
-    TdataBlockRendering& destination = fBlocks[l.destinationBlock];
     const AttrInfo& from = source.attrInfos()[l.sourceAttribute->index()];
-    const AttrInfo& to = destination.attrInfos()[l.attribute->index()];
-    for (unsigned e = first; e < first + count; ++e) {
-        auto* pair = reinterpret_cast<OtherDBPair*>(
-            destination.firstElement() + size_t(e) * destination.elementStride() + to.offset);
-        pair->base = source.firstElement() + from.offset;
-        pair->block = &source;
-    }
+    fBlocks[l.destinationBlock].setLink(*l.attribute, source.firstElement() + from.offset, &source);
 }
 
 void TshadingOpus::Frame::computeValue(uint16_t segment, const Tattribute& attribute,

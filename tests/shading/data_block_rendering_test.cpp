@@ -142,6 +142,40 @@ TEST(RenderingBlockValues, SegmentZeroComputesNothingAndOthersRunOnDemand) {
     EXPECT_EQ(r.block.currentIndex(), 5u);            // position restored after the segment
 }
 
+// input read in place from another block: a batch clears one word for the
+// link, and one link serves every element, the whole compound and a child.
+TEST(RenderingBlockValues, OneLinkServesEveryElementOfTheRun) {
+    constexpr uint32_t L = kVarPresentOtherDB, LP = kVarUseParentOtherDB;
+    ReverseBlock producer({C, P, P, P, V, VP, VP, VP}, 8);
+    ReverseBlock consumer({L, LP, LP, LP, V, VP, VP, VP}, 8);
+    for (unsigned e = 0; e < 8; ++e)
+        for (int c = 0; c < 3; ++c)
+            producer.var(TdnReverse::aOutput, e)[c] = float(10 * e + c);
+
+    // A batch over memory a previous batch left: only element 0's link is
+    // cleared, the other elements' slots are never looked at.
+    std::memset(consumer.variable.data(), 0xab, consumer.variable.size() * 8);
+    consumer.block.initialize(consumer.node, consumer.infos.data(), nullptr,
+                              consumer.initList.data(),
+                              reinterpret_cast<std::byte*>(consumer.constant.data()), 8,
+                              reinterpret_cast<std::byte*>(consumer.variable.data()),
+                              consumer.layout.variableSize, &consumer.evaluator);
+    const auto* slot = reinterpret_cast<const std::byte*>(consumer.var(TdnReverse::aInput, 0));
+    EXPECT_EQ(*reinterpret_cast<void* const*>(slot), nullptr);
+    EXPECT_EQ(std::to_integer<int>(slot[consumer.layout.variableSize]), 0xab); // element 1
+
+    consumer.block.setLink(TdnReverse::aInput,
+                           reinterpret_cast<std::byte*>(producer.var(TdnReverse::aOutput, 0)),
+                           &producer.block);
+    consumer.block.setCurrentIndex(5);
+    EXPECT_EQ(consumer.block.inputValue(TdnReverse::aInput).asFloat3()[0], 50.0f);
+    EXPECT_EQ(consumer.block.inputValue(TdnReverse::aInputZ).asFloat(), 52.0f);
+    const TvectorDataHandle run = consumer.block.vectorInputValue(TdnReverse::aInput, 2, 4);
+    EXPECT_EQ(run.stride(), producer.layout.variableSize);
+    EXPECT_EQ(run[3].asFloat3()[1], 51.0f); // element 2 + 3
+    EXPECT_TRUE(consumer.evaluator.calls.empty());
+}
+
 TEST(RenderingBlockValues, AChildConnectedInsideAVaryingCompoundOverridesAfterTheParent) {
     ReverseBlock r({kVarPreferChild, VP, V, VP, V, VP, VP, VP}, 2);
     r.own[0].thread = 1; // the compound's own source
