@@ -54,13 +54,30 @@ bool TdnMultiplyDivide::vectorComputePlug(const Tplug& plug, TdataBlock& block, 
     const Walk a(input1), b(input2), out(output);
     // The usual case, one operation for the run: a plain loop per operation.
     if (operation.isConstant() && operation[0].asShort() == kMultiply) {
-        for (unsigned i = 0; i < count; ++i) {
-            const float *x = a[i], *y = b[i];
-            float* o = out[i];
-            const float r0 = x[0] * y[0], r1 = x[1] * y[1], r2 = x[2] * y[2];
-            o[0] = r0;
-            o[1] = r1;
-            o[2] = r2;
+        // A constant factor (the usual connected-times-set case, either way
+        // round) is read once: the stores to the output could otherwise
+        // alias it, and it would be loaded again for every element.
+        if (a.stride == 0 || b.stride == 0) {
+            const Walk& varying = a.stride == 0 ? b : a;
+            const float* k = a.stride == 0 ? a[0] : b[0];
+            const float k0 = k[0], k1 = k[1], k2 = k[2];
+            for (unsigned i = 0; i < count; ++i) {
+                const float* x = varying[i];
+                float* o = out[i];
+                const float r0 = x[0] * k0, r1 = x[1] * k1, r2 = x[2] * k2;
+                o[0] = r0;
+                o[1] = r1;
+                o[2] = r2;
+            }
+        } else {
+            for (unsigned i = 0; i < count; ++i) {
+                const float *x = a[i], *y = b[i];
+                float* o = out[i];
+                const float r0 = x[0] * y[0], r1 = x[1] * y[1], r2 = x[2] * y[2];
+                o[0] = r0;
+                o[1] = r1;
+                o[2] = r2;
+            }
         }
     } else {
         for (unsigned i = 0; i < count; ++i) {
