@@ -778,8 +778,18 @@ void TshadingOpus::runLights(unsigned count, Tsample** samples, unsigned slots,
     TshadeScratch scratch;
     const size_t pointerBytes = TshadeScratch::bytes(slots, sizeof(Tsample*));
     auto** reps = static_cast<Tsample**>(ORVO_SCRATCH(scratch, pointerBytes));
-    for (unsigned k = 0; k < slots; ++k)
+    // Each slot's light table (a renderer's copy of the records), looked up
+    // once for all the lights; null where the sample keeps none.
+    const size_t tableBytes = TshadeScratch::bytes(slots, sizeof(TlightData*));
+    auto** tables = static_cast<TlightData**>(ORVO_SCRATCH(scratch, tableBytes));
+    bool anyTable = false;
+    for (unsigned k = 0; k < slots; ++k) {
         reps[k] = samples[representative[k]];
+        auto* const* table =
+            static_cast<TlightData* const*>(reps[k]->slot(TsampleFields::lightTable));
+        tables[k] = table ? *table : nullptr;
+        anyTable |= tables[k] != nullptr;
+    }
     size_t frameBytes = 0;
     for (const TshadingOpus* light : fLightOpuses)
         if (light)
@@ -803,14 +813,13 @@ void TshadingOpus::runLights(unsigned count, Tsample** samples, unsigned slots,
             frame.runSegment(1, 0, slots);
         } // the light's blocks are torn down before the next light runs
         const uint32_t logical = done;
-        for (unsigned k = 0; k < slots; ++k) {
-            std::byte* element = first + size_t(k) * fLightBuilderSize;
-            std::memcpy(element, &logical, 4);
-            if (auto* const* table =
-                    static_cast<TlightData* const*>(reps[k]->slot(TsampleFields::lightTable)))
-                if (*table)
-                    std::memcpy(&(*table)[done], element + valueAt, sizeof(TlightData));
-        }
+        for (unsigned k = 0; k < slots; ++k)
+            std::memcpy(first + size_t(k) * fLightBuilderSize, &logical, 4);
+        if (anyTable)
+            for (unsigned k = 0; k < slots; ++k)
+                if (tables[k])
+                    std::memcpy(&tables[k][done], first + size_t(k) * fLightBuilderSize + valueAt,
+                                sizeof(TlightData));
         ++done;
     }
     for (unsigned k = 0; k < slots; ++k) {

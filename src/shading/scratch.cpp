@@ -41,13 +41,9 @@ TshadeScratch::~TshadeScratch() {
     tArena.used = fUsed;
 }
 
-size_t TshadeScratch::bytes(size_t count, size_t each) {
-    size_t bytes = 0;
-    if (__builtin_mul_overflow(count, each, &bytes) || bytes > kLargestPiece)
-        throw TshadeScratchError(
-            fmt::format("shading scratch of {} items of {} bytes is larger than any network needs",
-                        count, each));
-    return (bytes + 15) & ~size_t(15);
+void TshadeScratch::tooLarge(size_t count, size_t each) {
+    throw TshadeScratchError(fmt::format(
+        "shading scratch of {} items of {} bytes is larger than any network needs", count, each));
 }
 
 void* TshadeScratch::take(size_t size) {

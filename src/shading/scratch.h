@@ -35,7 +35,14 @@ public:
     // `count` items of `each` bytes, rounded up to 16. A size that
     // overflows or is larger than kLargestPiece throws
     // TshadeScratchError.
-    static size_t bytes(size_t count, size_t each);
+    // Inline: every batch sizes a dozen pieces, and the size is usually
+    // a constant times the batch's count.
+    static size_t bytes(size_t count, size_t each) {
+        size_t bytes = 0;
+        if (__builtin_mul_overflow(count, each, &bytes) || bytes > kLargestPiece)
+            tooLarge(count, each);
+        return (bytes + 15) & ~size_t(15);
+    }
 
     // True, and counted, when `size` more bytes still fit this frame's
     // share of the stack; ORVO_SCRATCH then takes them with alloca.
@@ -53,6 +60,8 @@ public:
     static size_t threadFootprint();
 
 private:
+    [[noreturn]] static void tooLarge(size_t count, size_t each);
+
     size_t fChunk;
     size_t fUsed;
     size_t fStackUsed = 0;
