@@ -173,6 +173,9 @@ void TshadingOpus::Frame::run(uint32_t begin, uint32_t end, unsigned first, unsi
             setUpBlock(in);
             break;
         case kOpCopy:
+            if (i >= fOpus.fRepeated.size() || !fOpus.fRepeated[i])
+                copy(in, first, count);
+            break;
         case kOpCopyFromStack:
             copy(in, first, count);
             break;
@@ -629,6 +632,7 @@ void TshadingOpus::initialize(TSEopusLayout&& layout, TbitField64 needs,
     for (uint32_t stride : fLayout.blockStrides)
         fPerSampleSize += stride;
     findRecordCopy();
+    findRepeatedCopies();
 }
 
 void TshadingOpus::findRecordCopy() {

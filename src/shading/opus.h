@@ -96,6 +96,8 @@ public:
     const std::vector<TSEinstruction>& instructions() const { return fLayout.instructions; }
     const std::vector<uint32_t>& segmentTable() const { return fLayout.segments; }
     const TSEopusLayout& layout() const { return fLayout; }
+    // How many of the copies the frame skips as repeats (see fRepeated).
+    unsigned repeatedCopies() const;
 
     // User sample data.
     void addUserSampleData(TSEudSampleTable table);
@@ -165,6 +167,11 @@ private:
     // the copy has nothing left to do. Null otherwise.
     const TSEinstruction* fRecordCopy = nullptr;
     void findRecordCopy();
+    // By instruction: 1 for a copy that repeats one made earlier in its
+    // segment, with nothing since that could change either side; the frame
+    // skips it.
+    std::vector<uint8_t> fRepeated;
+    void findRepeatedCopies();
 
     // Runs the light opuses over one sample of each illumination slot and
     // fills each slot's array of light records.

@@ -50,6 +50,33 @@ protected:
     TDNshadingEngine* engine = nullptr;
 };
 
+// lambert computes its colour, then its matte opacity: the list copies the
+// eight sample fields lambert reads before each. The second copies find the
+// values in place and are skipped; the colour and the opacity still come
+// out of a batch as they would alone.
+TEST_F(ShadingEngine, RepeatedCopiesOfSampleFieldsAreSkipped) {
+    load("node lambert l\nset l.color 0.5 0.25 1\nset l.diffuse 1\nset l.ambientColor 0.25 0.25 "
+         "0.25\n"
+         "node shadingEngine sg\nconnect l.outColor sg.surfaceShader\n");
+    ASSERT_TRUE(engine->analyse(0, nullptr));
+    const TshadingOpus* opus = engine->controlBlock(0);
+    unsigned copiesFromFields = 0;
+    for (const TSEinstruction& in : opus->instructions())
+        if (in.opcode == kOpCopy && in.copy.descriptor->source.mode == kDataSampleField)
+            ++copiesFromFields;
+    EXPECT_EQ(copiesFromFields, 16u);
+    EXPECT_EQ(opus->repeatedCopies(), 8u);
+
+    Batch batch(*engine, 0, 64);
+    engine->controlBlock(0)->shade(64, batch.samples());
+    for (unsigned i : {0u, 63u}) {
+        // No lights: the ambient colour times the colour.
+        EXPECT_FLOAT_EQ(batch[i].outColor()->x, 0.125f);
+        EXPECT_FLOAT_EQ(batch[i].outColor()->z, 0.25f);
+        EXPECT_FLOAT_EQ(batch[i].outMatteOpacity()->x, 1.0f);
+    }
+}
+
 TEST_F(ShadingEngine, AVaryingNetworkShadesABatchToTheRightValues) {
     load("node testUvColor uv\nnode reverse rev\nnode shadingEngine sg\n"
          "set uv.gain 0.25\n"
