@@ -25,16 +25,23 @@ struct Strided;
 // flags of the segments.
 class TshadingOpus::Frame final : public TrenderingEvaluator {
 public:
+    // Samples of one batch come from one manager and share its layout: a
+    // field then sits at one offset in every sample, found once a copy
+    // instead of once a sample. Null when they don't.
+    static const unsigned* sharedLayout(Tsample* const* samples, unsigned count) {
+        const unsigned* table = count ? samples[0]->fieldOffsetTable() : nullptr;
+        for (unsigned e = 1; e < count && table; ++e)
+            if (samples[e]->fieldOffsetTable() != table)
+                table = nullptr;
+        return table;
+    }
+    // A frame for each light over the same samples takes their layout as
+    // the caller found it (`layout`), rather than looking again.
     Frame(const TshadingOpus& opus, Tsample** samples, unsigned count, void* memory,
-          TmultiHeader* lights = nullptr, const uint16_t* slotOf = nullptr)
+          TmultiHeader* lights = nullptr, const uint16_t* slotOf = nullptr,
+          const unsigned* const* layout = nullptr)
         : fOpus(opus), fSamples(samples), fCount(count), fLights(lights), fSlotOf(slotOf) {
-        // Samples of one batch come from one manager and share its layout:
-        // a field then sits at one offset in every sample, found once a copy
-        // instead of once a sample.
-        fLayoutTable = count ? samples[0]->fieldOffsetTable() : nullptr;
-        for (unsigned e = 1; e < count && fLayoutTable; ++e)
-            if (samples[e]->fieldOffsetTable() != fLayoutTable)
-                fLayoutTable = nullptr;
+        fLayoutTable = layout ? *layout : sharedLayout(samples, count);
         auto* at = static_cast<std::byte*>(memory);
         fBlocks = reinterpret_cast<TdataBlockRendering*>(at);
         at += sizeof(TdataBlockRendering) * opus.fLayout.blockCount;
@@ -799,6 +806,7 @@ void TshadingOpus::runLights(unsigned count, Tsample** samples, unsigned slots,
         if (light)
             frameBytes = std::max(frameBytes, Frame::bytesFor(*light, slots));
     void* memory = ORVO_SCRATCH(scratch, frameBytes);
+    const unsigned* const layout = Frame::sharedLayout(reps, slots);
 
     const Tattribute& record = TDNshadingEngine::aBogusAttribute;
     const uint32_t stride = TmultiBuilder::calcStride(record);
@@ -812,7 +820,7 @@ void TshadingOpus::runLights(unsigned count, Tsample** samples, unsigned slots,
         // slot's array; the samples' own lightData fields stay untouched.
         std::byte* first = storage + size_t(done) * stride;
         {
-            Frame frame(*light, reps, slots, memory);
+            Frame frame(*light, reps, slots, memory, nullptr, nullptr, &layout);
             frame.sendRecordsTo(first + valueAt, fLightBuilderSize);
             frame.runSegment(1, 0, slots);
         } // the light's blocks are torn down before the next light runs
