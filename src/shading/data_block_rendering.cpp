@@ -225,6 +225,41 @@ void copyArraySlot(const Tattribute& array, const MultiInfo* header, const std::
                         source->data + size_t(e) * source->stride + valueAt);
 }
 
+// Copies of a prepared slot of plain values into `count` elements, each
+// with its data pointer aimed at its own values. A slot of a few values is
+// copied with a size the compiler knows, as a handful of moves rather than
+// a call for each element.
+template <uint32_t Size>
+void copySlots(const std::byte* from, std::byte* first, size_t stride, uint32_t size,
+               unsigned count) {
+    for (unsigned e = 0; e < count; ++e) {
+        std::byte* to = first + size_t(e) * stride;
+        std::memcpy(to, from, Size ? Size : size);
+        auto* h = reinterpret_cast<TmultiHeader*>(to);
+        h->data = h->count ? to + sizeof(TmultiHeader) : nullptr;
+    }
+}
+
+void copyPlainSlots(const std::byte* from, std::byte* first, size_t stride, uint32_t size,
+                    unsigned count) {
+    switch (size) {
+    case 64: // the header and one to six values of 16 bytes (a float triple with its index)
+        return copySlots<64>(from, first, stride, size, count);
+    case 80:
+        return copySlots<80>(from, first, stride, size, count);
+    case 96:
+        return copySlots<96>(from, first, stride, size, count);
+    case 112:
+        return copySlots<112>(from, first, stride, size, count);
+    case 128:
+        return copySlots<128>(from, first, stride, size, count);
+    case 144:
+        return copySlots<144>(from, first, stride, size, count);
+    default:
+        return copySlots<0>(from, first, stride, size, count);
+    }
+}
+
 void destroyArraySlot(const Tattribute& array, std::byte* slot) {
     auto* h = reinterpret_cast<TmultiHeader*>(slot);
     if (constructs(array)) {
@@ -317,6 +352,10 @@ void TdataBlockRendering::initialize(TdependNode* node, const AttrInfo* infos,
             std::byte* first = fFirst + info.offset;
             const MultiInfo* header = fMultis ? fMultis + info.thread : nullptr;
             const uint32_t size = arraySlotSize(a, header);
+            if (header && !constructs(a)) {
+                copyPlainSlots(fConstant + header->templateOffset(), first, fStride, size, count);
+                return;
+            }
             for (unsigned e = 0; e < count; ++e) {
                 std::byte* at = first + size_t(e) * fStride;
                 if (header)
