@@ -207,15 +207,10 @@ void constructArraySlot(const Tattribute& array, const MultiInfo* header, std::b
     h->data = count ? data : nullptr;
 }
 
-// A copy of a prepared slot: plain values by bytes, objects one by one.
+// A copy of a prepared slot of objects: each value constructed, then
+// copied. Slots of plain values are copied by bytes (copyPlainSlots).
 void copyArraySlot(const Tattribute& array, const MultiInfo* header, const std::byte* from,
-                   std::byte* to, uint32_t size) {
-    if (!constructs(array)) {
-        std::memcpy(to, from, size);
-        auto* h = reinterpret_cast<TmultiHeader*>(to);
-        h->data = h->count ? to + sizeof(TmultiHeader) : nullptr;
-        return;
-    }
+                   std::byte* to) {
     constructArraySlot(array, header, to);
     const auto* source = reinterpret_cast<const TmultiHeader*>(from);
     auto* destination = reinterpret_cast<TmultiHeader*>(to);
@@ -351,15 +346,15 @@ void TdataBlockRendering::initialize(TdependNode* node, const AttrInfo* infos,
         } else if (a.isArray()) {
             std::byte* first = fFirst + info.offset;
             const MultiInfo* header = fMultis ? fMultis + info.thread : nullptr;
-            const uint32_t size = arraySlotSize(a, header);
             if (header && !constructs(a)) {
-                copyPlainSlots(fConstant + header->templateOffset(), first, fStride, size, count);
+                copyPlainSlots(fConstant + header->templateOffset(), first, fStride,
+                               arraySlotSize(a, header), count);
                 return;
             }
             for (unsigned e = 0; e < count; ++e) {
                 std::byte* at = first + size_t(e) * fStride;
                 if (header)
-                    copyArraySlot(a, header, fConstant + header->templateOffset(), at, size);
+                    copyArraySlot(a, header, fConstant + header->templateOffset(), at);
                 else
                     constructArraySlot(a, header, at);
             }
