@@ -49,6 +49,8 @@ orvo_drop_missing_include_dirs(OpenImageIO::OpenImageIO)
 orvo_drop_missing_include_dirs(OpenColorIO::OpenColorIO)
 find_package(embree 3 REQUIRED)
 find_package(tinyobjloader REQUIRED)
+# Vector kernels pick their instruction set when they first run.
+find_package(hwy REQUIRED)
 # Debian's Python, not one a version manager put first on PATH: the
 # libraries link against its libpython.
 if(NOT DEFINED Python3_ROOT_DIR AND EXISTS /usr/bin/python3)

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+
+#include "textures/checker_run.h"
 
 ORVO_REGISTER_NODE(TdnChecker)
 
@@ -36,7 +39,138 @@ void fetchRuns(TdataBlock& block, const Tattribute& colour, const bool* needed, 
                 values[start + k] = h[int(k)].asFloats();
         });
 }
+
+// One colour of the board over a chunk, asked for only where it is seen (a
+// weight of at least kUnseen) and only of the samples that are not
+// outside. The first sample that sees it is asked alone: a colour the
+// block holds once for every sample (an unconnected one) is then known
+// without walking the chunk, and handed to the mix as it is. One that
+// varies is asked for run by run and gathered into a channel array a
+// component, zero where it is not seen.
+struct ChunkColour {
+    TcheckerMixRun::Colour colour;
+    alignas(64) float channels[3][TdnChecker::kChunk];
+
+    void fetch(TdataBlock& block, const Tattribute& attribute, const float* weight,
+               const bool* done, unsigned from, unsigned n, unsigned padded) {
+        colour.varies = false;
+        auto seen = [&](unsigned j) {
+            return !done[j] && !(weight[j] < TdnChecker::kUnseen);
+        };
+        unsigned j = 0;
+        while (j < n && !seen(j))
+            ++j;
+        if (j == n)
+            return;
+        const TvectorDataHandle probe = block.vectorInputValue(attribute, from + j, 1);
+        if (probe.isConstant()) {
+            std::memcpy(colour.rgb, probe[0].asFloats(), sizeof colour.rgb);
+            return;
+        }
+        colour.varies = true;
+        for (int k = 0; k < 3; ++k) {
+            std::fill(channels[k], channels[k] + padded, 0.0f);
+            colour.channel[k] = channels[k];
+        }
+        gather(probe, j, 1);
+        OrvoForEachRun(
+            n - (j + 1), [&](unsigned k) { return seen(j + 1 + k); },
+            [&](unsigned start, unsigned length) {
+                gather(block.vectorInputValue(attribute, from + j + 1 + start, length),
+                       j + 1 + start, length);
+            });
+    }
+
+private:
+    void gather(const TvectorDataHandle& h, unsigned at, unsigned length) {
+        for (unsigned k = 0; k < length; ++k) {
+            const float* c = h[int(k)].asFloats();
+            for (int ch = 0; ch < 3; ++ch)
+                channels[ch][at + k] = c[ch];
+        }
+    }
+};
+
 } // namespace
+
+void TdnChecker::computeInRuns(TdataBlock& block, const Samples& s, unsigned first, unsigned count,
+                               float contrast) {
+    static_assert(kChunk % kCheckerRunLanes == 0);
+    alignas(64) float u[kChunk], v[kChunk], sizeX[kChunk], sizeY[kChunk], w1[kChunk], w2[kChunk];
+    alignas(64) float out[4][kChunk];
+    bool done[kChunk];
+    ChunkColour colour1, colour2;
+
+    TcheckerWeightsRun weights;
+    weights.u = u;
+    weights.v = v;
+    weights.sizeX = sizeX;
+    weights.sizeY = sizeY;
+    weights.filter = s.filter[0].asFloat();
+    weights.filterOffset = s.filterOffset[0].asFloat();
+    weights.contrast = contrast;
+    weights.w1 = w1;
+    weights.w2 = w2;
+
+    TcheckerMixRun mix;
+    mix.w1 = w1;
+    mix.w2 = w2;
+    mix.invert = s.invertAll;
+    mix.alphaIsLuminance = s.alphaIsLuminanceAll;
+    std::memcpy(mix.gain, s.gainAll, sizeof mix.gain);
+    std::memcpy(mix.offset, s.offsetAll, sizeof mix.offset);
+    mix.alphaGain = s.alphaGainAll;
+    mix.alphaOffset = s.alphaOffsetAll;
+    for (int k = 0; k < 4; ++k)
+        mix.out[k] = out[k];
+
+    std::byte* colourOut = static_cast<std::byte*>(s.outColor.first().address());
+    std::byte* alphaOut = static_cast<std::byte*>(s.outAlpha.first().address());
+    const size_t colourStride = s.outColor.stride(), alphaStride = s.outAlpha.stride();
+    for (unsigned base = 0; base < count; base += kChunk) {
+        const unsigned n = std::min(kChunk, count - base);
+        const unsigned padded = (n + kCheckerRunLanes - 1) / kCheckerRunLanes * kCheckerRunLanes;
+        bool anyDone = false;
+        for (unsigned j = 0; j < n; ++j) {
+            const int i = int(base + j);
+            const float* uv = s.uv[i].asFloats();
+            const float* size = s.filterSize[i].asFloats();
+            u[j] = uv[0];
+            v[j] = uv[1];
+            sizeX[j] = size[0];
+            sizeY[j] = size[1];
+            // An outside sample takes the default colour here and is left
+            // alone after.
+            done[j] = isOutside(u[j], v[j]) && s.outside(i);
+            anyDone |= done[j];
+        }
+        for (float* lane : {u, v, sizeX, sizeY})
+            std::fill(lane + n, lane + padded, 0.0f);
+        weights.count = n;
+        OrvoCheckerWeights(weights);
+
+        colour1.fetch(block, aColor1, w1, done, first + base, n, padded);
+        colour2.fetch(block, aColor2, w2, done, first + base, n, padded);
+        mix.count = n;
+        mix.colour1 = colour1.colour;
+        mix.colour2 = colour2.colour;
+        OrvoCheckerMix(mix);
+
+        for (unsigned j = 0; j < n; ++j) {
+            if (anyDone && done[j])
+                continue;
+            const size_t i = base + j;
+            float* c = reinterpret_cast<float*>(colourOut + i * colourStride);
+            c[0] = out[0][j];
+            c[1] = out[1][j];
+            c[2] = out[2][j];
+            *reinterpret_cast<float*>(alphaOut + i * alphaStride) = out[3][j];
+        }
+    }
+    // What writing each value through its handle would have marked.
+    TdataHandle(s.outColor.first()).setClean();
+    TdataHandle(s.outAlpha.first()).setClean();
+}
 
 bool TdnChecker::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first,
                                    unsigned count) {
@@ -44,6 +178,11 @@ bool TdnChecker::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigne
         return TshadingDependNode::computePlug(plug, block);
     const Samples s(block, first, count);
     const TvectorDataHandle contrast = block.vectorInputValue(aContrast, first, count);
+    if (s.effectsConstant && s.filter.isConstant() && s.filterOffset.isConstant() &&
+        contrast.isConstant()) {
+        computeInRuns(block, s, first, count, contrast[0].asFloat());
+        return true;
+    }
 
     bool done[kChunk], need1[kChunk], need2[kChunk];
     Weights w[kChunk];

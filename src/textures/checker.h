@@ -69,4 +69,10 @@ public:
     static constexpr unsigned kChunk = 256;
 
     ORVO_TX2D_OVERRIDES
+
+private:
+    // The compute when the filter, its offset, the contrast and the colour
+    // effects are the same for every sample of the run.
+    static void computeInRuns(TdataBlock& block, const Samples& s, unsigned first, unsigned count,
+                              float contrast);
 };

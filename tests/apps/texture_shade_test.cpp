@@ -165,6 +165,21 @@ TEST(TextureShade, CheckerThroughAPlacement) {
     expectColour(soft(3, 0), 1.0, 0.0, 0.0, 0.0, "outside");
 }
 
+TEST(TextureShade, CheckerColoursThatVaryAreReadWhereTheirSquaresShow) {
+    // u = 0.1 ... 0.9, v = 0.125 ... 0.875, one batch. color1 is (u, 1, 1),
+    // color2 (0, v, 0); with no filter a square shows its colour alone.
+    const Shaded board("checker_fed", "sg", 5, 4);
+    expectColour(board(0, 0), 0.1, 1.0, 1.0, 1e-7, "color1 square");
+    expectColour(board(1, 1), 0.3, 1.0, 1.0, 1e-7, "color1 square");
+    expectColour(board(3, 0), 0.0, 0.125, 0.0, 0.0, "color2 square");
+    expectColour(board(1, 2), 0.0, 0.625, 0.0, 0.0, "color2 square");
+    expectColour(board(4, 3), 0.9, 1.0, 1.0, 1e-7, "color1 square, second run");
+    // u = 0.5 is an edge: the even mix of both, each at its own sample:
+    // (0.5 (0.5, 1, 1) + 0.5 (0, v, 0)).
+    expectColour(board(2, 0), 0.25, 0.5625, 0.5, 0.0, "edge, v 0.125");
+    expectColour(board(2, 3), 0.25, 0.9375, 0.5, 0.0, "edge, v 0.875");
+}
+
 TEST(TextureShade, ARampEntryFedPerSampleMatchesGraphEvaluation) {
     // 4 x 2 samples: u = 0.125 ... 0.875, v = 0.25, 0.75. The last entry
     // (position 1) is the checker: black where u > 0.5 and v < 0.5 or the
