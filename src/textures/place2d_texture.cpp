@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "textures/noise_functions.h"
+#include "textures/place2d_run.h"
 #include "textures/tx2d.h"
 
 ORVO_REGISTER_NODE(TdnPlace2dTx)
@@ -222,6 +223,60 @@ void fillRotations(const TvectorDataHandle& angles, unsigned from, unsigned n,
         previous = a;
     }
 }
+
+// The usual batch: every placement setting the same for all samples, no
+// noise. The run kernel places a chunk at a time; only the coordinates in
+// and the values out are walked a sample at a time.
+void placeInRuns(const TplaceRun& settings, const TvectorDataHandle& uv,
+                 const TvectorDataHandle& size, const TvectorDataHandle& outUV,
+                 const TvectorDataHandle& outSize, unsigned count, bool filterOnly) {
+    constexpr unsigned kChunk = 64;
+    static_assert(kChunk % kPlaceRunLanes == 0);
+    alignas(64) float u[kChunk], v[kChunk], fu[kChunk], fv[kChunk];
+    alignas(64) float placedU[kChunk], placedV[kChunk], sizeU[kChunk], sizeV[kChunk];
+    TplaceRun run = settings;
+    run.u = u;
+    run.v = v;
+    run.sizeU = fu;
+    run.sizeV = fv;
+    run.outU = filterOnly ? nullptr : placedU;
+    run.outV = filterOnly ? nullptr : placedV;
+    run.outSizeU = sizeU;
+    run.outSizeV = sizeV;
+    std::byte* uvOut = static_cast<std::byte*>(outUV.first().address());
+    std::byte* sizeOut = static_cast<std::byte*>(outSize.first().address());
+    for (unsigned base = 0; base < count; base += kChunk) {
+        const unsigned n = std::min(kChunk, count - base);
+        const unsigned padded = (n + kPlaceRunLanes - 1) / kPlaceRunLanes * kPlaceRunLanes;
+        for (unsigned j = 0; j < n; ++j) {
+            const float* in = uv[int(base + j)].asFloats();
+            const float* fs = size[int(base + j)].asFloats();
+            u[j] = in[0];
+            v[j] = in[1];
+            fu[j] = fs[0];
+            fv[j] = fs[1];
+        }
+        for (float* lane : {u, v, fu, fv})
+            std::fill(lane + n, lane + padded, 0.0f);
+        run.count = n;
+        OrvoPlaceRun(run);
+        for (unsigned j = 0; j < n; ++j) {
+            const size_t i = base + j;
+            float* s = reinterpret_cast<float*>(sizeOut + i * outSize.stride());
+            s[0] = sizeU[j];
+            s[1] = sizeV[j];
+            if (filterOnly)
+                continue;
+            float* c = reinterpret_cast<float*>(uvOut + i * outUV.stride());
+            c[0] = placedU[j];
+            c[1] = placedV[j];
+        }
+    }
+    // What writing each value through its handle would have marked.
+    TdataHandle(outSize.first()).setClean();
+    if (!filterOnly)
+        TdataHandle(outUV.first()).setClean();
+}
 } // namespace
 
 bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsigned first,
@@ -303,6 +358,15 @@ bool TdnPlace2dTx::vectorComputePlug(const Tplug& plug, TdataBlock& block, unsig
     const Tattribute* asked = plug.attribute();
     const bool filterOnly = asked == &aOutUvFilterSize || asked->isDescendentOf(aOutUvFilterSize);
 
+    if (paramsConstant && !noiseOnce && rotateFrame.isConstant() && rotateUV.isConstant()) {
+        TplaceRun settings;
+        settings.params = paramsOnce;
+        settings.frame = frameOnce;
+        settings.uv = uvOnce;
+        settings.transform = fDoTransform;
+        placeInRuns(settings, uv, size, outUV, outSize, count, filterOnly);
+        return true;
+    }
     for (unsigned base = 0; base < count; base += kChunk) {
         const unsigned n = std::min(kChunk, count - base);
         if (!rotateFrame.isConstant())
