@@ -9,6 +9,9 @@
 //   opus/1   through the sample manager, one sample a batch (dispatch, flush),
 //   fused    one hand-written loop computing the same values from the same
 //            inputs, with the network's formulas written out inline,
+//            built for baseline x86-64 as the rest of the build,
+//   wide     the same loop built for x86-64-v4 (AVX-512 and FMA) where the
+//            processor has it, the vectors the engine's run kernels reach,
 // and every output the renderer reads back must agree to a small tolerance
 // over all samples before anything is timed.
 //
@@ -26,12 +29,12 @@
 //              whole network: opus less fused is what every network pays
 //              before its first node.
 //
-// Timing: passes over all samples, the three ways interleaved so that a
+// Timing: passes over all samples, the ways interleaved so that a
 // change of machine load touches all of them alike; the median pass gives
 // ns per sample. Other work on the machine moves the numbers: compare the
 // ratios of one run, and runs by their medians.
 //
-// --profile NAME WAY PASSES runs one row one way (64, 1 or fused) without
+// --profile NAME WAY PASSES runs one row one way (64, 1, fused or wide) without
 // timing, for perf or valgrind --tool=callgrind.
 
 #include <algorithm>
@@ -67,6 +70,37 @@ constexpr int kPasses = 31;
 // What a renderer knows of each sample; all three ways read these. The
 // same values are kept as structures of arrays too, for the fused loops
 // that run over many samples at once.
+// The engine's run kernels use the widest vectors the processor has,
+// chosen when they first run. Each vectorised fused loop is timed twice:
+// built for baseline x86-64 (SSE2, as the rest of the build; the ratios of
+// earlier runs are against this one) and built for x86-64-v4 (AVX-512 with
+// FMA), the widest this machine has, which is the limit the run kernels
+// reach for. The body is inlined into both.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+#define ORVO_FUSED_BODY [[gnu::always_inline]] inline
+#define ORVO_FUSED_WIDE __attribute__((target("arch=x86-64-v4")))
+bool wideFusedRuns() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl") &&
+           __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512dq") &&
+           __builtin_cpu_supports("fma") && __builtin_cpu_supports("avx2");
+}
+#else
+#define ORVO_FUSED_BODY inline
+#define ORVO_FUSED_WIDE
+bool wideFusedRuns() {
+    return false;
+}
+#endif
+// name(params) for baseline x86-64 and nameWide(params) for x86-64-v4.
+#define ORVO_FUSED_WAYS(name, params, args)                                                        \
+    void name params {                                                                             \
+        name##Body args;                                                                           \
+    }                                                                                              \
+    ORVO_FUSED_WIDE void name##Wide params {                                                       \
+        name##Body args;                                                                           \
+    }
+
 struct Inputs {
     std::vector<T2Float> uv, uvFilter;
     std::vector<T3Float> point, normal, ray;
@@ -288,13 +322,13 @@ double nsOf(F&& f) {
 }
 
 struct Timing {
-    double opus64 = 0, opus1 = 0, fused = 0; // ns per sample
+    double opus64 = 0, opus1 = 0, fused = 0, wide = 0; // ns per sample
 };
 
 using FusedFn = std::function<void(const Inputs&, Outputs&)>;
 
-// --profile NAME WAY PASSES: only the row NAME, only one way (64, 1 or
-// fused), many passes and no timing, for perf or callgrind.
+// --profile NAME WAY PASSES: only the row NAME, only one way (64, 1, fused
+// or wide), many passes and no timing, for perf or callgrind.
 struct Profile {
     std::string name;
     std::string way;
@@ -302,23 +336,28 @@ struct Profile {
 } gProfile;
 
 // Checks agreement, then times the three ways interleaved.
+// `wide` is the fused loop built for the widest vectors (empty: the same
+// loop as `fused`).
 bool measure(const char* name, const std::string& scene, const Inputs& in, const FusedFn& fused,
-             Timing& t) {
+             Timing& t, const FusedFn& wideFn = {}) {
+    const FusedFn& wide = wideFn && wideFusedRuns() ? wideFn : fused;
     if (gProfile.passes && gProfile.name != name)
         return false;
     Network net(scene, in);
-    Outputs a(kSamples), b(kSamples), f(kSamples);
+    Outputs a(kSamples), b(kSamples), f(kSamples), w(kSamples);
     net.shade64(a);
     const bool all64 = net.delivered() == kSamples;
     net.shade1(b);
     const bool all1 = net.delivered() == kSamples;
     fused(in, f);
+    wide(in, w);
     bool ok = all64 && all1;
     if (!ok)
         std::printf("    %s: %s samples came back\n", name,
                     all64 ? "not all batch-1" : "not all batch-64");
     ok &= agreeAll("opus/64", a, f, net.outputs());
     ok &= agreeAll("opus/1", b, f, net.outputs());
+    ok &= agreeAll("wide fused", w, f, net.outputs());
     if (!varies(f.color)) {
         std::printf("    %s: outColor is flat over the image\n", name);
         ok = false;
@@ -332,23 +371,27 @@ bool measure(const char* name, const std::string& scene, const Inputs& in, const
                 net.shade64(a);
             else if (gProfile.way == "1")
                 net.shade1(b);
+            else if (gProfile.way == "wide")
+                wide(in, w);
             else
                 fused(in, f);
         }
         return true;
     }
 
-    std::vector<double> t64, t1, tf;
+    std::vector<double> t64, t1, tf, tw;
     volatile float sink = 0;
     for (int pass = 0; pass < kPasses; ++pass) {
         t64.push_back(nsOf([&] { net.shade64(a); }));
         t1.push_back(nsOf([&] { net.shade1(b); }));
         tf.push_back(nsOf([&] { fused(in, f); }));
-        sink = sink + a.color[pass].x + b.color[pass].x + f.color[pass].x;
+        tw.push_back(nsOf([&] { wide(in, w); }));
+        sink = sink + a.color[pass].x + b.color[pass].x + f.color[pass].x + w.color[pass].x;
     }
     t.opus64 = median(t64) / kSamples;
     t.opus1 = median(t1) / kSamples;
     t.fused = median(tf) / kSamples;
+    t.wide = median(tw) / kSamples;
     return true;
 }
 
@@ -415,7 +458,7 @@ std::string chainScene(bool multiply, int k) {
     return s.str();
 }
 
-void fusedMultiplyChain(int k, const Inputs& in, Outputs& out) {
+ORVO_FUSED_BODY void fusedMultiplyChainBody(int k, const Inputs& in, Outputs& out) {
     T3Float factors[16];
     for (int i = 0; i < k; ++i)
         factors[i] = chainFactor(i + 1);
@@ -431,8 +474,9 @@ void fusedMultiplyChain(int k, const Inputs& in, Outputs& out) {
         out.color[s] = {x, y, z};
     }
 }
+ORVO_FUSED_WAYS(fusedMultiplyChain, (int k, const Inputs& in, Outputs& out), (k, in, out))
 
-void fusedSumChain(int k, const Inputs& in, Outputs& out) {
+ORVO_FUSED_BODY void fusedSumChainBody(int k, const Inputs& in, Outputs& out) {
     T3Float terms[16];
     for (int i = 0; i < k; ++i)
         terms[i] = chainTerm(i + 1);
@@ -449,15 +493,16 @@ void fusedSumChain(int k, const Inputs& in, Outputs& out) {
         out.color[s] = {x, y, z};
     }
 }
+ORVO_FUSED_WAYS(fusedSumChain, (int k, const Inputs& in, Outputs& out), (k, in, out))
 
 void printHeader() {
-    std::printf("  %-34s %9s %9s %9s %10s %10s\n", "", "opus/64", "opus/1", "fused", "64/fused",
-                "1/64");
+    std::printf("  %-34s %9s %9s %9s %9s %10s %10s %10s\n", "", "opus/64", "opus/1", "fused",
+                "wide", "64/fused", "64/wide", "1/64");
 }
 
 void printRow(const char* name, const Timing& t) {
-    std::printf("  %-34s %9.2f %9.2f %9.2f %10.2f %10.2f\n", name, t.opus64, t.opus1, t.fused,
-                t.opus64 / t.fused, t.opus1 / t.opus64);
+    std::printf("  %-34s %9.2f %9.2f %9.2f %9.2f %10.2f %10.2f %10.2f\n", name, t.opus64, t.opus1,
+                t.fused, t.wide, t.opus64 / t.fused, t.opus64 / t.wide, t.opus1 / t.opus64);
 }
 
 bool runChains() {
@@ -475,7 +520,10 @@ bool runChains() {
             const FusedFn fused = [k, multiply](const Inputs& in, Outputs& out) {
                 multiply ? fusedMultiplyChain(k, in, out) : fusedSumChain(k, in, out);
             };
-            if (!measure(name.c_str(), chainScene(multiply, k), makeInputs(), fused, t)) {
+            const FusedFn wide = [k, multiply](const Inputs& in, Outputs& out) {
+                multiply ? fusedMultiplyChainWide(k, in, out) : fusedSumChainWide(k, in, out);
+            };
+            if (!measure(name.c_str(), chainScene(multiply, k), makeInputs(), fused, t, wide)) {
                 ok = false;
                 continue;
             }
@@ -488,9 +536,10 @@ bool runChains() {
         printHeader();
         for (const auto& [name, t] : rows)
             printRow(name.c_str(), t);
-        std::printf("  %-34s %9.2f %9.2f %9.3f  (ns per node per sample, K 1 to 16)\n",
+        std::printf("  %-34s %9.2f %9.2f %9.3f %9.3f  (ns per node per sample, K 1 to 16)\n",
                     (std::string(type) + ", per node").c_str(), (last.opus64 - first.opus64) / 15,
-                    (last.opus1 - first.opus1) / 15, (last.fused - first.fused) / 15);
+                    (last.opus1 - first.opus1) / 15, (last.fused - first.fused) / 15,
+                    (last.wide - first.wide) / 15);
     }
     return ok;
 }
@@ -694,6 +743,59 @@ inline float floorOf(float x) {
     return t > x ? below : t;
 }
 
+// A checker alone, as fusedLambertVector computes it but from the sample's
+// own coordinates (no placement): structures of arrays, both arms of every
+// choice computed, then selected.
+ORVO_FUSED_BODY void fusedCheckerVectorBody(const Inputs& in, Outputs& out) {
+    constexpr unsigned kRun = 256;
+    static_assert(kSamples % kRun == 0, "whole runs only");
+    alignas(64) float c0[kRun], c1[kRun], c2[kRun];
+    for (unsigned base = 0; base < kSamples; base += kRun) {
+        const float* __restrict U = in.u.data() + base;
+        const float* __restrict V = in.v.data() + base;
+        const float* __restrict FU = in.fu.data() + base;
+        const float* __restrict FV = in.fv.data() + base;
+        for (unsigned i = 0; i < kRun; ++i) {
+            const float uFraction = U[i] - floorOf(U[i]), vFraction = V[i] - floorOf(V[i]);
+            const float u = U[i] >= 0.0f && U[i] <= 1.0f ? U[i] : uFraction;
+            const float v = V[i] >= 0.0f && V[i] <= 1.0f ? V[i] : vFraction;
+            const float a = std::max(1e-8f, 2.0f * std::fabs(1.0f * FU[i] + 0.0f));
+            const float b = std::max(1e-8f, 2.0f * std::fabs(1.0f * FV[i] + 0.0f));
+            float p = 2.0f * u - floorOf(2.0f * u);
+            float q = 2.0f * v - floorOf(2.0f * v);
+            const float pFlipped = 1.0f - p, qFlipped = 1.0f - q;
+            p = p > 0.5f ? pFlipped : p;
+            q = q > 0.5f ? qFlipped : q;
+            const float qb = q / b, pa = p / a;
+            const float overlap = p * b > q * a ? qb : pa;
+            float c = b > q ? overlap : 1.0f;
+            c = a > p ? overlap : c;
+            const float widest = std::max(a, b);
+            const float faded = std::max(0.0f, c * (2.0f - widest));
+            c = widest > 1.0f ? faded : std::max(0.0f, c);
+            c = b < 2.0f ? c : 0.0f;
+            c = a < 2.0f ? c : 0.0f;
+            const float e = (c + 1.0f) / 2.0f;
+            const float f = 1.0f - e;
+            const float side = (u <= 0.5f ? 1.0f : -1.0f) * (v <= 0.5f ? 1.0f : -1.0f);
+            const float w1 = side > 0.0f ? e : f;
+            const float w2 = side > 0.0f ? f : e;
+            const float m0 = w1 * kColor1[0] + w2 * kColor2[0];
+            const float m1 = w1 * kColor1[1] + w2 * kColor2[1];
+            const float m2 = w1 * kColor1[2] + w2 * kColor2[2];
+            const float x0 = w2 < 1e-5f ? kColor1[0] : m0;
+            const float x1 = w2 < 1e-5f ? kColor1[1] : m1;
+            const float x2 = w2 < 1e-5f ? kColor1[2] : m2;
+            c0[i] = w1 < 1e-5f ? kColor2[0] : x0;
+            c1[i] = w1 < 1e-5f ? kColor2[1] : x1;
+            c2[i] = w1 < 1e-5f ? kColor2[2] : x2;
+        }
+        for (unsigned i = 0; i < kRun; ++i)
+            out.color[base + i] = {c0[i], c1[i], c2[i]};
+    }
+}
+ORVO_FUSED_WAYS(fusedCheckerVector, (const Inputs& in, Outputs& out), (in, out))
+
 // The lambert network as a careful engineer writes it for speed: the same
 // formulas as fusedMaterial, over structures of arrays, a run of samples
 // at a time, each step a loop that the compiler turns into vector code; the
@@ -701,7 +803,7 @@ inline float floorOf(float x) {
 // choice are computed and then selected: the compiler won't compute a
 // floating point value on a path the source doesn't take (it might trap),
 // so a branch with arithmetic in it would keep the loop scalar.
-void fusedLambertVector(int lights, const Inputs& in, Outputs& out) {
+ORVO_FUSED_BODY void fusedLambertVectorBody(int lights, const Inputs& in, Outputs& out) {
     FusedLight table[16];
     fusedLightTable(lights, table);
     constexpr unsigned kRun = 256;
@@ -779,6 +881,7 @@ void fusedLambertVector(int lights, const Inputs& in, Outputs& out) {
         }
     }
 }
+ORVO_FUSED_WAYS(fusedLambertVector, (int lights, const Inputs& in, Outputs& out), (lights, in, out))
 
 // Floating point operations per sample, counted in the fused loop: adds,
 // subtracts, multiplies, divides and floors; compares and absolute values
@@ -863,7 +966,10 @@ bool runLambert() {
         const FusedFn fused = [n](const Inputs& in, Outputs& out) {
             fusedLambertVector(n, in, out);
         };
-        if (!measure(name.c_str(), lambertScene(n), makeInputs(), fused, t)) {
+        const FusedFn wide = [n](const Inputs& in, Outputs& out) {
+            fusedLambertVectorWide(n, in, out);
+        };
+        if (!measure(name.c_str(), lambertScene(n), makeInputs(), fused, t, wide)) {
             ok = false;
             continue;
         }
@@ -890,24 +996,27 @@ bool runLambert() {
     if (rows.size() == 3) {
         const Timing& one = rows.front().second;
         const Timing& sixteen = rows.back().second;
-        std::printf("  %-34s %9.2f %9.2f %9.2f  (ns per light per sample, 1 to 16 lights)\n",
+        std::printf("  %-34s %9.2f %9.2f %9.2f %9.2f  (ns per light per sample, 1 to 16 "
+                    "lights)\n",
                     "lambert, per light", (sixteen.opus64 - one.opus64) / 15,
-                    (sixteen.opus1 - one.opus1) / 15, (sixteen.fused - one.fused) / 15);
+                    (sixteen.opus1 - one.opus1) / 15, (sixteen.fused - one.fused) / 15,
+                    (sixteen.wide - one.wide) / 15);
     }
     for (const auto& [n, t] : blinnRows)
         printRow(("blinn, " + std::to_string(n) + (n > 1 ? " lights" : " light")).c_str(), t);
     std::printf("\n  arithmetic: FLOP per sample counted in the fused loop; peak %.1f GFLOP/s "
                 "(%.2f GHz measured, %.2f nominal, x 2 FMA pipes x %d lanes (%s) x 2)\n",
                 peak.gflops(), peak.ghz, peak.nominalGhz, peak.lanes, peak.isa);
-    std::printf("  %-34s %9s %13s %13s %13s\n", "", "FLOP", "opus/64 %", "opus/1 %", "fused %");
+    std::printf("  %-34s %9s %13s %13s %13s %13s\n", "", "FLOP", "opus/64 %", "opus/1 %", "fused %",
+                "wide %");
     for (const auto& [n, t] : rows) {
         const double flops = lambertFlops(n);
         auto percent = [&](double ns) {
             return 100.0 * flops / ns / peak.gflops();
         };
-        std::printf("  %-34s %9.0f %13.3f %13.3f %13.3f\n",
+        std::printf("  %-34s %9.0f %13.3f %13.3f %13.3f %13.3f\n",
                     ("lambert, " + std::to_string(n) + (n > 1 ? " lights" : " light")).c_str(),
-                    flops, percent(t.opus64), percent(t.opus1), percent(t.fused));
+                    flops, percent(t.opus64), percent(t.opus1), percent(t.fused), percent(t.wide));
     }
     return ok;
 }
@@ -923,20 +1032,16 @@ bool runOneNode() {
     std::ostringstream scene;
     scene << "node checker c\nset c.color1 " << fmt3(kColor1) << "\nset c.color2 " << fmt3(kColor2)
           << "\nnode shadingEngine sg\nconnect c.outColor sg.surfaceShader\n";
-    const FusedFn fused = [](const Inputs& in, Outputs& out) {
-        for (unsigned s = 0; s < kSamples; ++s) {
-            float colour[3];
-            fusedChecker(in.uv[s].x, in.uv[s].y, in.uvFilter[s].x, in.uvFilter[s].y, colour);
-            out.color[s] = {colour[0], colour[1], colour[2]};
-        }
-    };
     Timing t;
-    if (!measure("checker alone", scene.str(), makeInputs(), fused, t))
+    if (!measure("checker alone", scene.str(), makeInputs(), fusedCheckerVector, t,
+                 fusedCheckerVectorWide))
         return gProfile.passes != 0;
     printHeader();
     printRow("checker alone", t);
     std::printf("  %-34s %9.2f %9.2f  (opus less fused, ns per sample)\n", "fixed cost",
                 t.opus64 - t.fused, t.opus1 - t.fused);
+    std::printf("  %-34s %9.2f %9.2f  (opus less wide fused, ns per sample)\n", "fixed cost, wide",
+                t.opus64 - t.wide, t.opus1 - t.wide);
     return true;
 }
 
