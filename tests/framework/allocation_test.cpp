@@ -160,6 +160,35 @@ TEST(DataBlockAllocation, ShadeAllocatesNothing) {
     TrenderThreadBase::deleteAllOpuses();
 }
 
+// The placement and the checker shade a batch through their run kernels
+// (their settings are the same for every sample): the arrays they gather
+// into live on the stack.
+TEST(DataBlockAllocation, ShadeThroughRunKernelsAllocatesNothing) {
+#ifndef ORVO_COUNT_ALLOCATIONS
+    GTEST_SKIP() << "allocations are counted in the ordinary build";
+#endif
+    TdependGraph graph;
+    std::ostringstream out;
+    qsl::Interpreter(graph, out)
+        .runText("node place2dTexture p\nset p.repeatUV 4 4\nnode checker c\n"
+                 "connect p.outUV c.uvCoord\nconnect p.outUvFilterSize c.uvFilterSize\n"
+                 "node lambert l\nconnect c.outColor l.color\n"
+                 "node shadingEngine sg\nconnect l.outColor sg.surfaceShader\n",
+                 "scene.qsl");
+    auto* engine = dynamic_cast<TDNshadingEngine*>(graph.findNode("sg"));
+    ASSERT_TRUE(engine->analyse(0, nullptr));
+    ShadeBatch batch(*engine);
+    TshadingOpus* opus = engine->controlBlock(0);
+    opus->shade(64, batch.samples.data());
+    tAllocations = 0;
+    tCounting = true;
+    for (int pass = 0; pass < 5; ++pass)
+        opus->shade(64, batch.samples.data());
+    tCounting = false;
+    EXPECT_EQ(tAllocations, 0);
+    TrenderThreadBase::deleteAllOpuses();
+}
+
 // A file texture read from memory with the default filter, feeding the
 // gain of one read from a BOT file through the block cache: once the first
 // batch has loaded the files, shading allocates nothing.
