@@ -682,6 +682,12 @@ TdataHandle TdataBlockRendering::outputValue(const Tattribute& attribute) {
 TvectorDataHandle TdataBlockRendering::vectorInputValue(const Tattribute& attribute, unsigned first,
                                                         unsigned count) {
     const AttrInfo& info = fInfos[attribute.index()];
+    // Most inputs of most nodes are constants fetched when the network was
+    // compiled: nothing to evaluate, one value for the run. A node asks for
+    // each of its inputs every batch, so this is the first test.
+    if (!isVariable(info.type) && info.type != kConstPreferChild && !attribute.isArray())
+        return TvectorDataHandle(
+            TdataHandle(this, &attribute, const_cast<std::byte*>(fConstant) + info.offset, 0), 0);
     if (isOtherDB(info.type)) {
         // The producer runs the whole run: its elements follow by its stride.
         TdataHandle h = otherBlockHandle(attribute, first, count);
