@@ -743,6 +743,43 @@ inline float floorOf(float x) {
     return t > x ? below : t;
 }
 
+// The checker's colour at fractions (u, v) with filter sizes (fu, fv), as
+// the vectorised loops compute it: both arms of every choice, then a select.
+[[gnu::always_inline]] inline void fusedCheckerLane(float u, float v, float fu, float fv, float& c0,
+                                                    float& c1, float& c2) {
+    const float a = std::max(1e-8f, 2.0f * std::fabs(1.0f * fu + 0.0f));
+    const float b = std::max(1e-8f, 2.0f * std::fabs(1.0f * fv + 0.0f));
+    float p = 2.0f * u - floorOf(2.0f * u);
+    float q = 2.0f * v - floorOf(2.0f * v);
+    const float pFlipped = 1.0f - p, qFlipped = 1.0f - q;
+    p = p > 0.5f ? pFlipped : p;
+    q = q > 0.5f ? qFlipped : q;
+    const float qb = q / b, pa = p / a;
+    const float overlap = p * b > q * a ? qb : pa;
+    float c = b > q ? overlap : 1.0f;
+    c = a > p ? overlap : c;
+    const float widest = std::max(a, b);
+    const float faded = std::max(0.0f, c * (2.0f - widest));
+    c = widest > 1.0f ? faded : std::max(0.0f, c);
+    c = b < 2.0f ? c : 0.0f;
+    c = a < 2.0f ? c : 0.0f;
+    const float e = (c + 1.0f) / 2.0f;
+    const float f = 1.0f - e;
+    // The first colour where both halves agree.
+    const float side = (u <= 0.5f ? 1.0f : -1.0f) * (v <= 0.5f ? 1.0f : -1.0f);
+    const float w1 = side > 0.0f ? e : f;
+    const float w2 = side > 0.0f ? f : e;
+    const float m0 = w1 * kColor1[0] + w2 * kColor2[0];
+    const float m1 = w1 * kColor1[1] + w2 * kColor2[1];
+    const float m2 = w1 * kColor1[2] + w2 * kColor2[2];
+    const float x0 = w2 < 1e-5f ? kColor1[0] : m0;
+    const float x1 = w2 < 1e-5f ? kColor1[1] : m1;
+    const float x2 = w2 < 1e-5f ? kColor1[2] : m2;
+    c0 = w1 < 1e-5f ? kColor2[0] : x0;
+    c1 = w1 < 1e-5f ? kColor2[1] : x1;
+    c2 = w1 < 1e-5f ? kColor2[2] : x2;
+}
+
 // A checker alone, as fusedLambertVector computes it but from the sample's
 // own coordinates (no placement): structures of arrays, both arms of every
 // choice computed, then selected.
@@ -759,36 +796,7 @@ ORVO_FUSED_BODY void fusedCheckerVectorBody(const Inputs& in, Outputs& out) {
             const float uFraction = U[i] - floorOf(U[i]), vFraction = V[i] - floorOf(V[i]);
             const float u = U[i] >= 0.0f && U[i] <= 1.0f ? U[i] : uFraction;
             const float v = V[i] >= 0.0f && V[i] <= 1.0f ? V[i] : vFraction;
-            const float a = std::max(1e-8f, 2.0f * std::fabs(1.0f * FU[i] + 0.0f));
-            const float b = std::max(1e-8f, 2.0f * std::fabs(1.0f * FV[i] + 0.0f));
-            float p = 2.0f * u - floorOf(2.0f * u);
-            float q = 2.0f * v - floorOf(2.0f * v);
-            const float pFlipped = 1.0f - p, qFlipped = 1.0f - q;
-            p = p > 0.5f ? pFlipped : p;
-            q = q > 0.5f ? qFlipped : q;
-            const float qb = q / b, pa = p / a;
-            const float overlap = p * b > q * a ? qb : pa;
-            float c = b > q ? overlap : 1.0f;
-            c = a > p ? overlap : c;
-            const float widest = std::max(a, b);
-            const float faded = std::max(0.0f, c * (2.0f - widest));
-            c = widest > 1.0f ? faded : std::max(0.0f, c);
-            c = b < 2.0f ? c : 0.0f;
-            c = a < 2.0f ? c : 0.0f;
-            const float e = (c + 1.0f) / 2.0f;
-            const float f = 1.0f - e;
-            const float side = (u <= 0.5f ? 1.0f : -1.0f) * (v <= 0.5f ? 1.0f : -1.0f);
-            const float w1 = side > 0.0f ? e : f;
-            const float w2 = side > 0.0f ? f : e;
-            const float m0 = w1 * kColor1[0] + w2 * kColor2[0];
-            const float m1 = w1 * kColor1[1] + w2 * kColor2[1];
-            const float m2 = w1 * kColor1[2] + w2 * kColor2[2];
-            const float x0 = w2 < 1e-5f ? kColor1[0] : m0;
-            const float x1 = w2 < 1e-5f ? kColor1[1] : m1;
-            const float x2 = w2 < 1e-5f ? kColor1[2] : m2;
-            c0[i] = w1 < 1e-5f ? kColor2[0] : x0;
-            c1[i] = w1 < 1e-5f ? kColor2[1] : x1;
-            c2[i] = w1 < 1e-5f ? kColor2[2] : x2;
+            fusedCheckerLane(u, v, FU[i], FV[i], c0[i], c1[i], c2[i]);
         }
         for (unsigned i = 0; i < kRun; ++i)
             out.color[base + i] = {c0[i], c1[i], c2[i]};
@@ -825,37 +833,7 @@ ORVO_FUSED_BODY void fusedLambertVectorBody(int lights, const Inputs& in, Output
             const float uFraction = u - floorOf(u), vFraction = v - floorOf(v);
             u = u == 1.0f ? 1.0f : uFraction;
             v = v == 1.0f ? 1.0f : vFraction;
-            const float a = std::max(1e-8f, 2.0f * std::fabs(1.0f * fu + 0.0f));
-            const float b = std::max(1e-8f, 2.0f * std::fabs(1.0f * fv + 0.0f));
-            float p = 2.0f * u - floorOf(2.0f * u);
-            float q = 2.0f * v - floorOf(2.0f * v);
-            const float pFlipped = 1.0f - p, qFlipped = 1.0f - q;
-            p = p > 0.5f ? pFlipped : p;
-            q = q > 0.5f ? qFlipped : q;
-            const float qb = q / b, pa = p / a;
-            const float overlap = p * b > q * a ? qb : pa;
-            float c = b > q ? overlap : 1.0f;
-            c = a > p ? overlap : c;
-            const float widest = std::max(a, b);
-            const float faded = std::max(0.0f, c * (2.0f - widest));
-            c = widest > 1.0f ? faded : std::max(0.0f, c);
-            c = b < 2.0f ? c : 0.0f;
-            c = a < 2.0f ? c : 0.0f;
-            const float e = (c + 1.0f) / 2.0f;
-            const float f = 1.0f - e;
-            // The first colour where both halves agree.
-            const float side = (u <= 0.5f ? 1.0f : -1.0f) * (v <= 0.5f ? 1.0f : -1.0f);
-            const float w1 = side > 0.0f ? e : f;
-            const float w2 = side > 0.0f ? f : e;
-            const float m0 = w1 * kColor1[0] + w2 * kColor2[0];
-            const float m1 = w1 * kColor1[1] + w2 * kColor2[1];
-            const float m2 = w1 * kColor1[2] + w2 * kColor2[2];
-            const float x0 = w2 < 1e-5f ? kColor1[0] : m0;
-            const float x1 = w2 < 1e-5f ? kColor1[1] : m1;
-            const float x2 = w2 < 1e-5f ? kColor1[2] : m2;
-            c0[i] = w1 < 1e-5f ? kColor2[0] : x0;
-            c1[i] = w1 < 1e-5f ? kColor2[1] : x1;
-            c2[i] = w1 < 1e-5f ? kColor2[2] : x2;
+            fusedCheckerLane(u, v, fu, fv, c0[i], c1[i], c2[i]);
             s0[i] = s1[i] = s2[i] = 0.0f;
         }
         const float* __restrict NX = in.nx.data() + base;

@@ -83,24 +83,9 @@ void Place(const TplaceRun& run) {
     const float su = p.coverage[0] < 1e-6f ? p.repeat[0] * 1e6f : p.repeat[0] / p.coverage[0];
     const float sv = p.coverage[1] < 1e-6f ? p.repeat[1] * 1e6f : p.repeat[1] / p.coverage[1];
     const bool turned = run.frame.on || run.uv.on;
-    const float cf = run.frame.c, sf = run.frame.s, cu = run.uv.c, sn = run.uv.s;
-    float m00 = 0.0f, m01 = 0.0f, m10 = 0.0f, m11 = 0.0f;
-    if (!run.frame.on) {
-        m00 = su * cu;
-        m01 = -sv * sn;
-        m10 = su * sn;
-        m11 = sv * cu;
-    } else if (!run.uv.on) {
-        m00 = su * cf;
-        m01 = -su * sf;
-        m10 = sv * sf;
-        m11 = sv * cf;
-    } else {
-        m00 = cf * su * cu - sf * sv * sn;
-        m01 = -(sf * su * cu) - sv * sn * cf;
-        m10 = sv * cu * sf + su * sn * cf;
-        m11 = sv * cu * cf - su * sn * sf;
-    }
+    float m[4];
+    TdnPlace2dTx::footprintMatrix(run.frame, run.uv, su, sv, m);
+    const float m00 = m[0], m01 = m[1], m10 = m[2], m11 = m[3];
     const float area = su * sv;
 
     for (size_t i = 0; i < run.count; i += lanes) {

@@ -95,24 +95,9 @@ bool TdnPlace2dTx::placeFilterSize(const Params& p, const Rotation& frame, const
         outSize[1] = sv * fv;
         return true;
     }
-    const float cf = frame.c, sf = frame.s, cu = uvr.c, sn = uvr.s;
-    float m00, m01, m10, m11;
-    if (!frame.on) {
-        m00 = su * cu;
-        m01 = -sv * sn;
-        m10 = su * sn;
-        m11 = sv * cu;
-    } else if (!uvr.on) {
-        m00 = su * cf;
-        m01 = -su * sf;
-        m10 = sv * sf;
-        m11 = sv * cf;
-    } else {
-        m00 = cf * su * cu - sf * sv * sn;
-        m01 = -(sf * su * cu) - sv * sn * cf;
-        m10 = sv * cu * sf + su * sn * cf;
-        m11 = sv * cu * cf - su * sn * sf;
-    }
+    float m[4];
+    footprintMatrix(frame, uvr, su, sv, m);
+    const float m00 = m[0], m01 = m[1], m10 = m[2], m11 = m[3];
     const float a = std::fabs(m00 * fu) + std::fabs(m01 * fv);
     const float b = std::fabs(m10 * fu) + std::fabs(m11 * fv);
     const float k =

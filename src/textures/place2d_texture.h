@@ -113,6 +113,28 @@ public:
     static bool placeFilterSize(const Params& p, const Rotation& frame, const Rotation& uv,
                                 bool transform, float u, float v, float fu, float fv,
                                 float outSize[2]);
+    // The matrix that turns a filter footprint with the filter scale (su,
+    // sv) and the frame and UV rotations, both or either on.
+    static void footprintMatrix(const Rotation& frame, const Rotation& uv, float su, float sv,
+                                float m[4]) {
+        const float cf = frame.c, sf = frame.s, cu = uv.c, sn = uv.s;
+        if (!frame.on) {
+            m[0] = su * cu;
+            m[1] = -sv * sn;
+            m[2] = su * sn;
+            m[3] = sv * cu;
+        } else if (!uv.on) {
+            m[0] = su * cf;
+            m[1] = -su * sf;
+            m[2] = sv * sf;
+            m[3] = sv * cf;
+        } else {
+            m[0] = cf * su * cu - sf * sv * sn;
+            m[1] = -(sf * su * cu) - sv * sn * cf;
+            m[2] = sv * cu * sf + su * sn * cf;
+            m[3] = sv * cu * cf - su * sn * sf;
+        }
+    }
     // The transform test: false only when `fast` is on and nothing else
     // moves the coordinate.
     static bool computeDoTransform(const Params& p, double rotateFrame, double rotateUV);

@@ -104,6 +104,18 @@ struct ShadeBatch {
             samples.push_back(s);
         }
     }
+
+    // Heap allocations of five more shades of the batch, after a first
+    // that does the work a render does once (on-demand set-up, files).
+    long allocationsOfFiveShades(TshadingOpus& opus) {
+        opus.shade(64, samples.data());
+        tAllocations = 0;
+        tCounting = true;
+        for (int pass = 0; pass < 5; ++pass)
+            opus.shade(64, samples.data());
+        tCounting = false;
+        return tAllocations;
+    }
 };
 
 TEST(DataBlockAllocation, VectorAccessAndComputeAllocateNothing) {
@@ -149,13 +161,7 @@ TEST(DataBlockAllocation, ShadeAllocatesNothing) {
     ShadeBatch batch(*engine);
     std::vector<Tsample*>& samples = batch.samples;
     TshadingOpus* opus = engine->controlBlock(0);
-    opus->shade(64, samples.data()); // the on-demand work of the render happens once
-    tAllocations = 0;
-    tCounting = true;
-    for (int pass = 0; pass < 5; ++pass)
-        opus->shade(64, samples.data());
-    tCounting = false;
-    EXPECT_EQ(tAllocations, 0);
+    EXPECT_EQ(batch.allocationsOfFiveShades(*opus), 0);
     EXPECT_EQ(samples[32]->outColor()->z, 0.5f); // gain = 1 - shared.u = 1 - 0.5
     TrenderThreadBase::deleteAllOpuses();
 }
@@ -179,13 +185,7 @@ TEST(DataBlockAllocation, ShadeThroughRunKernelsAllocatesNothing) {
     ASSERT_TRUE(engine->analyse(0, nullptr));
     ShadeBatch batch(*engine);
     TshadingOpus* opus = engine->controlBlock(0);
-    opus->shade(64, batch.samples.data());
-    tAllocations = 0;
-    tCounting = true;
-    for (int pass = 0; pass < 5; ++pass)
-        opus->shade(64, batch.samples.data());
-    tCounting = false;
-    EXPECT_EQ(tAllocations, 0);
+    EXPECT_EQ(batch.allocationsOfFiveShades(*opus), 0);
     TrenderThreadBase::deleteAllOpuses();
 }
 
@@ -222,13 +222,7 @@ TEST(DataBlockAllocation, ShadeWithFileTexturesAllocatesNothing) {
     ShadeBatch batch(*engine);
     std::vector<Tsample*>& samples = batch.samples;
     TshadingOpus* opus = engine->controlBlock(0);
-    opus->shade(64, samples.data()); // loads the files and fills the block cache
-    tAllocations = 0;
-    tCounting = true;
-    for (int pass = 0; pass < 5; ++pass)
-        opus->shade(64, samples.data());
-    tCounting = false;
-    EXPECT_EQ(tAllocations, 0);
+    EXPECT_EQ(batch.allocationsOfFiveShades(*opus), 0);
     // White everywhere: 1 * gain 1.
     EXPECT_FLOAT_EQ(samples[17]->outColor()->x, 1.0f);
     TrenderThreadBase::deleteAllOpuses();
