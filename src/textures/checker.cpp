@@ -52,7 +52,7 @@ struct ChunkColour {
     alignas(64) float channels[3][TdnChecker::kChunk];
 
     void fetch(TdataBlock& block, const Tattribute& attribute, const float* weight,
-               const bool* done, unsigned from, unsigned n, unsigned padded) {
+               const bool* done, unsigned from, unsigned n) {
         colour.varies = false;
         auto seen = [&](unsigned j) {
             return !done[j] && !(weight[j] < TdnChecker::kUnseen);
@@ -69,7 +69,7 @@ struct ChunkColour {
         }
         colour.varies = true;
         for (int k = 0; k < 3; ++k) {
-            std::fill(channels[k], channels[k] + padded, 0.0f);
+            std::fill(channels[k], channels[k] + OrvoRunPadded(n), 0.0f);
             colour.channel[k] = channels[k];
         }
         gather(probe, j, 1);
@@ -95,7 +95,7 @@ private:
 
 void TdnChecker::computeInRuns(TdataBlock& block, const Samples& s, unsigned first, unsigned count,
                                float contrast) {
-    static_assert(kChunk % kCheckerRunLanes == 0);
+    static_assert(kChunk % kRunLanes == 0);
     alignas(64) float u[kChunk], v[kChunk], sizeX[kChunk], sizeY[kChunk], w1[kChunk], w2[kChunk];
     alignas(64) float out[4][kChunk];
     bool done[kChunk];
@@ -129,28 +129,20 @@ void TdnChecker::computeInRuns(TdataBlock& block, const Samples& s, unsigned fir
     const size_t colourStride = s.outColor.stride(), alphaStride = s.outAlpha.stride();
     for (unsigned base = 0; base < count; base += kChunk) {
         const unsigned n = std::min(kChunk, count - base);
-        const unsigned padded = (n + kCheckerRunLanes - 1) / kCheckerRunLanes * kCheckerRunLanes;
+        OrvoGatherPairs(s.uv, base, n, u, v);
+        OrvoGatherPairs(s.filterSize, base, n, sizeX, sizeY);
         bool anyDone = false;
         for (unsigned j = 0; j < n; ++j) {
-            const int i = int(base + j);
-            const float* uv = s.uv[i].asFloats();
-            const float* size = s.filterSize[i].asFloats();
-            u[j] = uv[0];
-            v[j] = uv[1];
-            sizeX[j] = size[0];
-            sizeY[j] = size[1];
             // An outside sample takes the default colour here and is left
             // alone after.
-            done[j] = isOutside(u[j], v[j]) && s.outside(i);
+            done[j] = isOutside(u[j], v[j]) && s.outside(int(base + j));
             anyDone |= done[j];
         }
-        for (float* lane : {u, v, sizeX, sizeY})
-            std::fill(lane + n, lane + padded, 0.0f);
         weights.count = n;
         OrvoCheckerWeights(weights);
 
-        colour1.fetch(block, aColor1, w1, done, first + base, n, padded);
-        colour2.fetch(block, aColor2, w2, done, first + base, n, padded);
+        colour1.fetch(block, aColor1, w1, done, first + base, n);
+        colour2.fetch(block, aColor2, w2, done, first + base, n);
         mix.count = n;
         mix.colour1 = colour1.colour;
         mix.colour2 = colour2.colour;

@@ -9,9 +9,10 @@
 // (the same operations in the same order, no fused multiply-adds), so a
 // picture does not depend on the machine that rendered it.
 
-// Arrays passed to these functions hold `count` values rounded up to a
-// multiple of this; the caller fills the lanes past `count` (zeros will do).
-inline constexpr unsigned kCheckerRunLanes = 16;
+// Arrays passed to these functions hold `count` values padded as
+// run_lanes.h says.
+
+#include "textures/run_lanes.h"
 
 struct TcheckerWeightsRun {
     unsigned count = 0;

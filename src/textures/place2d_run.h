@@ -6,11 +6,10 @@
 // the same operations in the same order, no fused multiply-adds. Noise is
 // not done here: a placement with noise goes a sample at a time.
 
-#include "textures/place2d_texture.h"
+// Arrays passed here hold `count` values padded as run_lanes.h says.
 
-// Arrays passed here hold `count` values rounded up to a multiple of this;
-// the caller fills the lanes past `count` (zeros will do).
-inline constexpr unsigned kPlaceRunLanes = 16;
+#include "textures/place2d_texture.h"
+#include "textures/run_lanes.h"
 
 struct TplaceRun {
     unsigned count = 0;

@@ -216,7 +216,7 @@ void placeInRuns(const TplaceRun& settings, const TvectorDataHandle& uv,
                  const TvectorDataHandle& size, const TvectorDataHandle& outUV,
                  const TvectorDataHandle& outSize, unsigned count, bool filterOnly) {
     constexpr unsigned kChunk = 64;
-    static_assert(kChunk % kPlaceRunLanes == 0);
+    static_assert(kChunk % kRunLanes == 0);
     alignas(64) float u[kChunk], v[kChunk], fu[kChunk], fv[kChunk];
     alignas(64) float placedU[kChunk], placedV[kChunk], sizeU[kChunk], sizeV[kChunk];
     TplaceRun run = settings;
@@ -232,17 +232,8 @@ void placeInRuns(const TplaceRun& settings, const TvectorDataHandle& uv,
     std::byte* sizeOut = static_cast<std::byte*>(outSize.first().address());
     for (unsigned base = 0; base < count; base += kChunk) {
         const unsigned n = std::min(kChunk, count - base);
-        const unsigned padded = (n + kPlaceRunLanes - 1) / kPlaceRunLanes * kPlaceRunLanes;
-        for (unsigned j = 0; j < n; ++j) {
-            const float* in = uv[int(base + j)].asFloats();
-            const float* fs = size[int(base + j)].asFloats();
-            u[j] = in[0];
-            v[j] = in[1];
-            fu[j] = fs[0];
-            fv[j] = fs[1];
-        }
-        for (float* lane : {u, v, fu, fv})
-            std::fill(lane + n, lane + padded, 0.0f);
+        OrvoGatherPairs(uv, base, n, u, v);
+        OrvoGatherPairs(size, base, n, fu, fv);
         run.count = n;
         OrvoPlaceRun(run);
         for (unsigned j = 0; j < n; ++j) {

@@ -118,6 +118,14 @@ struct ShadeBatch {
     }
 };
 
+// Shading group sg of a scene given as text, analysed for option 0.
+TDNshadingEngine* analysedGroup(TdependGraph& graph, const std::string& scene) {
+    std::ostringstream out;
+    qsl::Interpreter(graph, out).runText(scene, "scene.qsl");
+    auto* engine = dynamic_cast<TDNshadingEngine*>(graph.findNode("sg"));
+    return engine && engine->analyse(0, nullptr) ? engine : nullptr;
+}
+
 TEST(DataBlockAllocation, VectorAccessAndComputeAllocateNothing) {
 #ifndef ORVO_COUNT_ALLOCATIONS
     GTEST_SKIP() << "allocations are counted in the ordinary build";
@@ -148,16 +156,13 @@ TEST(DataBlockAllocation, ShadeAllocatesNothing) {
     GTEST_SKIP() << "allocations are counted in the ordinary build";
 #endif
     TdependGraph graph;
-    std::ostringstream out;
-    qsl::Interpreter(graph, out)
-        .runText("node testUvColor shared\nnode reverse a\nnode reverse b\n"
-                 "node testUvColor top\nnode shadingEngine sg\n"
-                 "connect shared.outColor a.input\nconnect shared.outColor b.input\n"
-                 "connect a.outputX top.gain\nconnect b.output top.transparency\n"
-                 "connect top.outColor sg.surfaceShader\n",
-                 "scene.qsl");
-    auto* engine = dynamic_cast<TDNshadingEngine*>(graph.findNode("sg"));
-    ASSERT_TRUE(engine->analyse(0, nullptr));
+    TDNshadingEngine* engine =
+        analysedGroup(graph, "node testUvColor shared\nnode reverse a\nnode reverse b\n"
+                             "node testUvColor top\nnode shadingEngine sg\n"
+                             "connect shared.outColor a.input\nconnect shared.outColor b.input\n"
+                             "connect a.outputX top.gain\nconnect b.output top.transparency\n"
+                             "connect top.outColor sg.surfaceShader\n");
+    ASSERT_NE(engine, nullptr);
     ShadeBatch batch(*engine);
     std::vector<Tsample*>& samples = batch.samples;
     TshadingOpus* opus = engine->controlBlock(0);
@@ -174,15 +179,12 @@ TEST(DataBlockAllocation, ShadeThroughRunKernelsAllocatesNothing) {
     GTEST_SKIP() << "allocations are counted in the ordinary build";
 #endif
     TdependGraph graph;
-    std::ostringstream out;
-    qsl::Interpreter(graph, out)
-        .runText("node place2dTexture p\nset p.repeatUV 4 4\nnode checker c\n"
-                 "connect p.outUV c.uvCoord\nconnect p.outUvFilterSize c.uvFilterSize\n"
-                 "node lambert l\nconnect c.outColor l.color\n"
-                 "node shadingEngine sg\nconnect l.outColor sg.surfaceShader\n",
-                 "scene.qsl");
-    auto* engine = dynamic_cast<TDNshadingEngine*>(graph.findNode("sg"));
-    ASSERT_TRUE(engine->analyse(0, nullptr));
+    TDNshadingEngine* engine =
+        analysedGroup(graph, "node place2dTexture p\nset p.repeatUV 4 4\nnode checker c\n"
+                             "connect p.outUV c.uvCoord\nconnect p.outUvFilterSize c.uvFilterSize\n"
+                             "node lambert l\nconnect c.outColor l.color\n"
+                             "node shadingEngine sg\nconnect l.outColor sg.surfaceShader\n");
+    ASSERT_NE(engine, nullptr);
     ShadeBatch batch(*engine);
     TshadingOpus* opus = engine->controlBlock(0);
     EXPECT_EQ(batch.allocationsOfFiveShades(*opus), 0);
@@ -206,19 +208,16 @@ TEST(DataBlockAllocation, ShadeWithFileTexturesAllocatesNothing) {
         image->close();
     }
     TdependGraph graph;
-    std::ostringstream out;
-    qsl::Interpreter(graph, out)
-        .runText("node file a\nnode file b\nnode shadingEngine sg\n"
-                 "set a.fileTextureName \"" +
-                     png +
-                     "\"\nset a.useCache true\n"
-                     "set b.fileTextureName \"" +
-                     png +
-                     "\"\nset b.filterType \"Box\"\n"
-                     "connect a.outColor b.colorGain\nconnect b.outColor sg.surfaceShader\n",
-                 "scene.qsl");
-    auto* engine = dynamic_cast<TDNshadingEngine*>(graph.findNode("sg"));
-    ASSERT_TRUE(engine->analyse(0, nullptr));
+    TDNshadingEngine* engine = analysedGroup(
+        graph, "node file a\nnode file b\nnode shadingEngine sg\n"
+               "set a.fileTextureName \"" +
+                   png +
+                   "\"\nset a.useCache true\n"
+                   "set b.fileTextureName \"" +
+                   png +
+                   "\"\nset b.filterType \"Box\"\n"
+                   "connect a.outColor b.colorGain\nconnect b.outColor sg.surfaceShader\n");
+    ASSERT_NE(engine, nullptr);
     ShadeBatch batch(*engine);
     std::vector<Tsample*>& samples = batch.samples;
     TshadingOpus* opus = engine->controlBlock(0);

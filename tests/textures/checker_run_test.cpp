@@ -10,10 +10,7 @@
 namespace {
 
 using orvo_test::bitsOf;
-
-std::vector<float> padded(std::vector<float> values) {
-    return orvo_test::padded(std::move(values), kCheckerRunLanes);
-}
+using orvo_test::padded;
 
 // Coordinates on and around every edge the board has (0, 0.5, 1, tile
 // boundaries, the fraction's special cases), and filter sizes around each

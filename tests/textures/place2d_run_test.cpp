@@ -14,9 +14,7 @@ using Params = TdnPlace2dTx::Params;
 using Rotation = TdnPlace2dTx::Rotation;
 using PlaceRunTargets = orvo_test::RunKernelTargets;
 
-std::vector<float> padded(std::vector<float> values) {
-    return orvo_test::padded(std::move(values), kPlaceRunLanes);
-}
+using orvo_test::padded;
 
 struct Case {
     std::string name;

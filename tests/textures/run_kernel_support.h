@@ -11,6 +11,8 @@
 #include <gtest/gtest.h>
 #include <hwy/targets.h>
 
+#include "textures/run_lanes.h"
+
 namespace orvo_test {
 
 // The bits of a float, with every NaN alike: signed zeros must agree too.
@@ -22,9 +24,9 @@ inline uint32_t bitsOf(float x) {
     return b;
 }
 
-// The values with zeros after them up to a multiple of `lanes`.
-inline std::vector<float> padded(std::vector<float> values, unsigned lanes) {
-    values.resize((values.size() + lanes - 1) / lanes * lanes, 0.0f);
+// The values with zeros after them, padded as the run kernels take them.
+inline std::vector<float> padded(std::vector<float> values) {
+    values.resize(OrvoRunPadded(unsigned(values.size())), 0.0f);
     return values;
 }
 
